@@ -1,0 +1,231 @@
+#include "Command.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <vector>
+
+#include "ProgressBar.h"
+#include "StopSignals.h"
+
+namespace vak {
+namespace {
+
+/// Reads all of `text` as a number that stands in front of its end. @return false when anything is left over.
+template <typename Number>
+bool ParseAll(std::string_view text, Number& value) {
+  Number parsed = {};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
+  if (error != std::errc() || end != text.data() + text.size()) return false;
+  value = parsed;
+  return true;
+}
+
+/// Adds an option whose text is handed to `take`, which answers what is wrong with it, or nothing.
+CLI::Option* AddChecked(CLI::App& command, const std::string& names, const std::string& description,
+                        const std::string& typeName, std::function<std::string(const std::string&)> take) {
+  CLI::Option* option = command.add_option_function<std::string>(
+      names,
+      [take, names](const std::string& text) {
+        const std::string fault = take(text);
+        if (!fault.empty()) throw CLI::ValidationError(names, fault);
+      },
+      description);
+  return option->type_name(typeName);
+}
+
+template <typename Number>
+std::string Shortest(Number value) {
+  char text[64];
+  return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
+}
+
+template <typename Number>
+std::string RangeText(Number lowest, Number highest) {
+  const bool hasLowest = lowest != std::numeric_limits<Number>::lowest();
+  const bool hasHighest = highest != std::numeric_limits<Number>::max();
+  if (hasLowest && hasHighest) return " from " + Shortest(lowest) + " to " + Shortest(highest);
+  if (hasLowest) return " from " + Shortest(lowest) + " up";
+  return hasHighest ? " up to " + Shortest(highest) : std::string();
+}
+
+template <typename Number>
+CLI::Option* AddRanged(CLI::App& command, const std::string& names, Number& value, const std::string& description,
+                       Number lowest, Number highest, const std::string& kind, const std::string& typeName) {
+  return AddChecked(command, names, description, typeName, [&value, lowest, highest, kind](const std::string& text) {
+    Number parsed = {};
+    // Written so that not-a-number is refused as well.
+    if (ParseAll(text, parsed) && parsed >= lowest && parsed <= highest) {
+      value = parsed;
+      return std::string();
+    }
+    return "'" + text + "' is no " + kind + RangeText(lowest, highest);
+  });
+}
+
+/// Binary exponent of a size's unit letter, or -1 when it is none.
+int UnitExponent(char letter) {
+  switch (letter) {
+    case 'k':
+    case 'K':
+      return 10;
+    case 'm':
+    case 'M':
+      return 20;
+    case 'g':
+    case 'G':
+      return 30;
+    case 't':
+    case 'T':
+      return 40;
+    default:
+      return -1;
+  }
+}
+
+std::string OneLine(std::string_view text) {
+  std::string line(text);
+  for (char& c : line) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+  }
+  return line;
+}
+
+/// Prints what the parser has for the user on standard output: help or the version.
+int PrintAnswer(const CLI::App& app, const CLI::Error& answer, const CommandContext& context) {
+  std::ostringstream text;
+  std::ostringstream errors;
+  app.exit(answer, text, errors);
+  std::cout << text.str() << std::flush;
+  return std::cout ? kDone : context.Fail("", "cannot write to standard output", "");
+}
+
+/// What is wrong with the command line, in the words of the parser where they are good ones.
+std::string MisuseText(const CLI::App& app, const CLI::ParseError& error) {
+  if (app.get_subcommands().empty()) {
+    const std::vector<std::string> unknown = app.remaining();
+    return unknown.empty() ? "a subcommand is missing" : "there is no subcommand or option '" + unknown.front() + "'";
+  }
+  std::string text = error.what();
+  if (!text.empty() && text.front() >= 'A' && text.front() <= 'Z')
+    text.front() = static_cast<char>(text.front() + 'a' - 'A');
+  return text;
+}
+
+int ReportMisuse(const CLI::App& app, const CLI::ParseError& error, CommandContext& context) {
+  const auto chosen = app.get_subcommands();
+  if (!chosen.empty()) context.subcommand = chosen.front()->get_name();
+  return context.Misuse(MisuseText(app, error), "see '" + context.Label() + " --help'");
+}
+
+}  // namespace
+
+std::string CommandContext::Label() const { return subcommand.empty() ? "vakdtm" : "vakdtm " + subcommand; }
+
+int CommandContext::Fail(std::string_view where, std::string_view what, std::string_view remedy) const {
+  Print("", where, what, remedy);
+  return kCouldNotBeDone;
+}
+
+int CommandContext::Misuse(std::string_view what, std::string_view remedy) const {
+  Print("", "", what, remedy);
+  return kUsedWrongly;
+}
+
+int CommandContext::Stopped(std::string_view state) const {
+  Print("", "", "stopped", state);
+  return kStopped;
+}
+
+void CommandContext::Warn(std::string_view where, std::string_view what, std::string_view remedy) const {
+  if (!quiet) Print("warning: ", where, what, remedy);
+}
+
+void CommandContext::Print(std::string_view kind, std::string_view where, std::string_view what,
+                           std::string_view remedy) const {
+  std::string line = Label() + ": ";
+  line += kind;
+  if (!where.empty()) line.append(where).append(": ");
+  line += what;
+  if (!remedy.empty()) line.append(" - ").append(remedy);
+  EraseProgressLine();
+  std::fputs((OneLine(line) + "\n").c_str(), stderr);
+}
+
+int RunCommandLine(int argc, const char* const* argv,
+                   std::initializer_list<void (*)(CLI::App&, CommandContext&)> adders) {
+  CatchStopSignals();
+  CommandContext context;
+  CLI::App app("Gridded terrain models of the sea bed, made from soundings.", "vakdtm");
+  app.set_version_flag("--version", "vakdtm " VAKDTM_VERSION);
+  app.add_flag("-q,--quiet", context.quiet, "Print errors only: no progress bar, no warnings");
+  app.require_subcommand(1);
+  app.footer("Help on one of them, with an example: vakdtm SUBCOMMAND --help");
+  for (const auto add : adders) add(app, context);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& answer) {
+    return PrintAnswer(app, answer, context);
+  } catch (const CLI::ParseError& error) {
+    return ReportMisuse(app, error, context);
+  }
+  return context.run();
+}
+
+CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const SubcommandText& text, std::function<int()> run) {
+  CLI::App* command = app.add_subcommand(text.name, text.description);
+  std::string footer = "Example:";
+  std::istringstream lines(text.example);
+  for (std::string line; std::getline(lines, line);) footer += "\n  " + line;
+  command->footer(footer);
+  command->add_flag("-q,--quiet", context.quiet, "Print errors only: no progress bar, no warnings");
+  command->callback([&context, name = text.name, run = std::move(run)] {
+    context.subcommand = name;
+    context.run = run;
+  });
+  return command;
+}
+
+CLI::Option* AddWholeNumber(CLI::App& command, const std::string& names, std::uint64_t& value,
+                            const std::string& description, std::uint64_t lowest, std::uint64_t highest) {
+  return AddRanged(command, names, value, description, lowest, highest, "whole number", "N");
+}
+
+CLI::Option* AddNumber(CLI::App& command, const std::string& names, double& value, const std::string& description,
+                       double lowest, double highest) {
+  return AddRanged(command, names, value, description, lowest, highest, "number", "X");
+}
+
+CLI::Option* AddByteCount(CLI::App& command, const std::string& names, std::uint64_t& bytes,
+                          const std::string& description, std::uint64_t lowest) {
+  return AddChecked(command, names, description, "SIZE", [&bytes, lowest](const std::string& text) {
+    std::uint64_t parsed = 0;
+    if (!ParseByteCount(text, parsed)) return "'" + text + "' is no size such as 256M or 1G";
+    if (parsed < lowest) return "'" + text + "' is less than " + std::to_string(lowest) + " bytes";
+    bytes = parsed;
+    return std::string();
+  });
+}
+
+bool ParseByteCount(std::string_view text, std::uint64_t& bytes) {
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc()) return false;
+  std::string_view unit(end, static_cast<std::size_t>(text.data() + text.size() - end));
+  int exponent = 0;
+  if (!unit.empty() && UnitExponent(unit.front()) > 0) {
+    exponent = UnitExponent(unit.front());
+    unit.remove_prefix(1);
+    if (unit == "iB") unit = {};
+  }
+  if (!unit.empty() && unit != "B") return false;
+  if (number > std::numeric_limits<std::uint64_t>::max() >> exponent) return false;
+  bytes = number << exponent;
+  return true;
+}
+
+}  // namespace vak

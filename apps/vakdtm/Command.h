@@ -1,0 +1,90 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <limits>
+#include <string>
+#include <string_view>
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace vak {
+
+/// What the command tells the process that started it.
+enum ExitStatus : int { kDone = 0, kCouldNotBeDone = 1, kUsedWrongly = 2, kStopped = 130 };
+
+/// What all subcommands have in common: the global options, the subcommand that was chosen, and how it speaks.
+///
+/// Messages are one line each on standard error: "vakdtm import: survey.xyz:1042: 2 columns found - give x, y and z".
+/// Control characters in them, as a file name may have, are shown as '?'. For the main thread.
+class CommandContext {
+ public:
+  bool quiet = false;        ///< the user wants to see errors only
+  std::string subcommand;    ///< "import"; empty before one was chosen
+  std::function<int()> run;  ///< does the subcommand's work and answers the exit status; set by parsing
+
+  /// @return "vakdtm import", or "vakdtm" before a subcommand was chosen.
+  [[nodiscard]] std::string Label() const;
+
+  /// Prints what went wrong and what to do about it. `where` is a file or "file:line", or empty; `remedy` may be empty.
+  /// @return kCouldNotBeDone, for `return context.Fail(...)`.
+  int Fail(std::string_view where, std::string_view what, std::string_view remedy) const;
+
+  /// As `Fail`, for arguments that make no sense together. @return kUsedWrongly.
+  int Misuse(std::string_view what, std::string_view remedy) const;
+
+  /// Prints that the user stopped the work, and in `state` what that leaves: "the model holds what was imported so
+  /// far".
+  /// @return kStopped.
+  int Stopped(std::string_view state) const;
+
+  /// Prints something that the user should look at, though the work goes on. Nothing when quiet.
+  void Warn(std::string_view where, std::string_view what, std::string_view remedy) const;
+
+ private:
+  void Print(std::string_view kind, std::string_view where, std::string_view what, std::string_view remedy) const;
+};
+
+/// Runs the command line and answers the exit status. `adders` are the functions that add a subcommand each.
+int RunCommandLine(int argc, const char* const* argv,
+                   std::initializer_list<void (*)(CLI::App&, CommandContext&)> adders);
+
+/// A subcommand as the help shows it.
+struct SubcommandText {
+  std::string name;
+  std::string description;  ///< one sentence
+  std::string example;      ///< whole command lines, one a line
+};
+
+/// Adds a subcommand with `--help` and `--quiet`; `run` is called after the whole command line was understood.
+/// @return the subcommand, owned by `app`, for its own options.
+CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const SubcommandText& text, std::function<int()> run);
+
+/// Adds an option with a whole number of `lowest` to `highest`. Anything else in the argument is wrong use. `value`
+/// must live until the command line has been parsed; the same holds for the options below.
+CLI::Option* AddWholeNumber(CLI::App& command, const std::string& names, std::uint64_t& value,
+                            const std::string& description, std::uint64_t lowest = 0,
+                            std::uint64_t highest = std::numeric_limits<std::uint64_t>::max());
+
+/// Adds an option with a decimal number of `lowest` to `highest`, with a point whatever the locale; never
+/// not-a-number or infinity.
+CLI::Option* AddNumber(CLI::App& command, const std::string& names, double& value, const std::string& description,
+                       double lowest = std::numeric_limits<double>::lowest(),
+                       double highest = std::numeric_limits<double>::max());
+
+/// Adds an option with a number of bytes as `ParseByteCount` reads it.
+CLI::Option* AddByteCount(CLI::App& command, const std::string& names, std::uint64_t& bytes,
+                          const std::string& description, std::uint64_t lowest = 0);
+
+/// Reads a number of bytes: digits, then nothing, `B`, or one of K, M, G, T (powers of 1024; small letters too) which
+/// `B` or `iB` may follow: "268435456", "256M", "1GiB".
+/// @return false, with `bytes` as it was, for anything else and for 2^64 and above.
+[[nodiscard]] bool ParseByteCount(std::string_view text, std::uint64_t& bytes);
+
+void AddSimulateCommand(CLI::App& app, CommandContext& context);
+
+}  // namespace vak

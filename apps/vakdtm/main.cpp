@@ -1,0 +1,3 @@
+#include "Command.h"
+
+int main(int argc, char** argv) { return vak::RunCommandLine(argc, argv, {vak::AddSimulateCommand}); }

@@ -1,0 +1,276 @@
+#include "vakdtm/store/DtmArea.h"
+
+#include <algorithm>
+#include <cassert>
+
+#include "vakdtm/services/platform/Platform.h"
+#include "vakdtm/store/ChunkWalk.h"
+#include "vakdtm/store/DtmAreaPos.h"
+#include "vakdtm/store/DtmFile.h"
+#include "vakdtm/store/GridFormat.h"
+
+namespace vak {
+
+DtmAreaPos::DtmAreaPos(const DtmArea* area)
+    : areaRow_(area->BottomLeftRow() / area->AreaSize()), areaCol_(area->BottomLeftCol() / area->AreaSize()) {}
+
+DtmArea::DtmArea(DtmFile* file, int row, int col)
+    : file_(file), areaSize_(file->AreaSize()), bottomLeftRow_(row), bottomLeftCol_(col), rangeValid_(true) {}
+
+DtmArea::DtmArea(DtmFile* file, int row, int col, DataStream* stream, long long position, long long time)
+    : file_(file),
+      areaSize_(file->AreaSize()),
+      stream_(stream),
+      position_(position),
+      bottomLeftRow_(row),
+      bottomLeftCol_(col),
+      lastWritten_(time) {}
+
+DtmArea::~DtmArea() = default;
+
+int DtmArea::BlockSize() const {
+  const std::scoped_lock lock(mutex_);
+  return bodyLength_;
+}
+
+long long DtmArea::BlockPosition() const {
+  const std::scoped_lock lock(mutex_);
+  return position_;
+}
+
+long long DtmArea::LastWritten() const {
+  const std::scoped_lock lock(mutex_);
+  return lastWritten_;
+}
+
+bool DtmArea::IsWritten() const {
+  const std::scoped_lock lock(mutex_);
+  return stream_ != nullptr;
+}
+
+bool DtmArea::IsModified() const {
+  const std::scoped_lock lock(mutex_);
+  return std::any_of(blocks_.begin(), blocks_.end(), [](const auto& block) { return block->IsModified(); });
+}
+
+bool DtmArea::HasReadError() const {
+  const std::scoped_lock lock(mutex_);
+  return readError_;
+}
+
+void DtmArea::CreateDataBlocks() {
+  if (!blocks_.empty() || readError_) return;
+  if (stream_) {
+    readError_ = !ReadDataBlocks();
+  } else {
+    MakeBlocks();
+  }
+}
+
+void DtmArea::MakeBlocks() {
+  const int count = file_->NumBlockIds();
+  blocks_.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) {
+    const int id = file_->GetBlockId(i);
+    blocks_.push_back(std::make_unique<DtmDataBlock>(this, id, file_->BlockSize(id)));
+  }
+}
+
+bool DtmArea::ReadDataBlocks() {
+  const StreamLock lock(*stream_);
+  if (!stream_->Seek(0, DataStream::kFromEnd)) return false;
+  StreamWindow window(*stream_, stream_->Position());
+  // The chunk is looked at before any block is made: a length that lies costs no memory.
+  if (!ReadOwnHeader(window)) return false;
+  if (blocks_.empty()) MakeBlocks();
+  return FindBlocks(window);
+}
+
+bool DtmArea::ReadOwnHeader(StreamWindow& window) {
+  // Header, attr and the first block's header in one reading.
+  const std::byte* bytes = window.At(position_ - grid::kHeaderSize, grid::kAreaPrefixSize + grid::kHeaderSize);
+  if (!bytes) return false;
+  const grid::ChunkHeader header = grid::LoadHeader(bytes);
+  if (header.tag != grid::kArea || header.length < 1 || header.length > window.End() - position_) return false;
+  // Every block has to fit in, nobody else's area may lie inside, and the chunk has to say that it is this area's: an
+  // index that lies, or one older than a move, must not bring one area's cells under another's rows and columns.
+  if (header.length < file_->SmallestBody() || file_->HoldsOtherArea(position_, header.length)) return false;
+  AreaPlace place;
+  if (!ReadAreaPlace(window, position_, header.length, place)) return false;
+  if (place.row != bottomLeftRow_ || place.col != bottomLeftCol_) return false;
+  bodyLength_ = header.length;
+  return true;
+}
+
+bool DtmArea::FindBlocks(StreamWindow& window) {
+  ChunkWalk walk(window, position_, bodyLength_);
+  std::vector<bool> placed(blocks_.size());
+  std::size_t missing = blocks_.size();
+  // Everything behind the last block is none of this area's business.
+  while (missing > 0 && walk.Next()) {
+    const int slot =
+        file_->FindBlockSlot(walk.Header().tag, [&](int i) { return !placed[static_cast<std::size_t>(i)]; });
+    if (slot < 0) continue;
+    DtmDataBlock& block = *blocks_[static_cast<std::size_t>(slot)];
+    if (walk.Header().length != block.BlockSize()) return false;
+    block.SetBlockPosition(stream_, walk.Body());
+    block.ClearEmpty();  // it may hold data
+    if (!placed[static_cast<std::size_t>(slot)]) --missing;
+    placed[static_cast<std::size_t>(slot)] = true;
+  }
+  return missing == 0;
+}
+
+DtmDataBlock* DtmArea::OpenDataBlock(int id) {
+  const int slot = file_->FindBlockSlot(id);
+  return slot < 0 ? nullptr : OpenDataBlockAt(slot);
+}
+
+DtmDataBlock* DtmArea::OpenDataBlockAt(int index) {
+  const std::scoped_lock lock(mutex_);
+  CreateDataBlocks();
+  if (readError_) return nullptr;
+  DtmDataBlock* block = blocks_[static_cast<std::size_t>(index)].get();
+  return block->Open() ? block : nullptr;
+}
+
+bool DtmArea::IsEmpty() {
+  const std::scoped_lock lock(mutex_);
+  if (stream_ && (blocks_.empty() || readError_)) return false;
+  return std::all_of(blocks_.begin(), blocks_.end(), [](const auto& block) { return block->IsEmpty(); });
+}
+
+void DtmArea::CheckEmpty() {
+  const std::scoped_lock lock(mutex_);
+  CreateDataBlocks();
+  if (readError_) return;
+  for (const auto& block : blocks_) {
+    if (block->IsEmpty()) continue;
+    const BlockHold hold(block.get());
+    if (!hold || !block->HoldsOnlyFill()) return;
+    block->SetEmpty();
+  }
+  ResetMinMaxZ();
+}
+
+void DtmArea::MakeEmpty() {
+  const std::scoped_lock lock(mutex_);
+  if (blocks_.empty() && !stream_) return;
+  CreateDataBlocks();
+  for (const auto& block : blocks_) block->MakeEmpty();
+  ResetMinMaxZ();
+}
+
+void DtmArea::SetBlockPosition(DataStream* stream, long long position) {
+  const std::scoped_lock lock(mutex_);
+  stream_ = stream;
+  position_ = position;
+  bodyLength_ = 0;
+  falseClaim_ = false;
+  if (!stream) {
+    for (const auto& block : blocks_) {
+      block->SetBlockPosition(nullptr, -1);
+      block->ClearEmpty();
+    }
+    return;
+  }
+  readError_ = false;
+  if (!blocks_.empty()) readError_ = !ReadDataBlocks();
+}
+
+bool DtmArea::MakeUnwritten() {
+  const std::scoped_lock lock(mutex_);
+  CreateDataBlocks();
+  if (readError_) return false;
+  for (const auto& block : blocks_) {
+    if (!block->MakeUnwritten()) return false;
+  }
+  stream_ = nullptr;
+  position_ = -1;
+  return true;
+}
+
+bool DtmArea::GetMinMaxZ(float& lo, float& hi) const {
+  const std::scoped_lock lock(mutex_);
+  lo = lowestZ_;
+  hi = highestZ_;
+  return rangeValid_;
+}
+
+void DtmArea::SetMinMaxZ(float lo, float hi) {
+  const std::scoped_lock lock(mutex_);
+  lowestZ_ = lo;
+  highestZ_ = hi;
+  rangeValid_ = true;
+}
+
+void DtmArea::UpdateMinMaxZ(float z) {
+  const std::scoped_lock lock(mutex_);
+  UpdateMinMaxZLocked(z);
+}
+
+void DtmArea::ResetMinMaxZ() { SetMinMaxZ(kNoLowestZ, kNoHighestZ); }
+
+void DtmArea::FindMinMaxZ(const int* ids, int count) {
+  const std::scoped_lock lock(mutex_);
+  float lo = kNoLowestZ;
+  float hi = kNoHighestZ;
+  for (int i = 0; i < count; ++i) {
+    DtmDataBlock* block = OpenDataBlock(ids[i]);
+    if (!block) continue;
+    block->FindMinMax(lo, hi);
+    block->Close();
+  }
+  SetMinMaxZ(lo, hi);
+}
+
+bool DtmArea::SyncWrite() {
+  const std::scoped_lock lock(mutex_);
+  if (!stream_) return false;
+  if (!IsModified()) return true;
+  for (const auto& block : blocks_) {
+    if (!block->SyncWrite()) return false;
+  }
+  lastWritten_ = _time64(nullptr);
+  return true;
+}
+
+bool DtmArea::SyncRead(long long time) {
+  const std::scoped_lock lock(mutex_);
+  for (const auto& block : blocks_) {
+    if (!block->SyncRead()) return false;
+  }
+  lastWritten_ = time;
+  return true;
+}
+
+bool DtmArea::WriteArea(DataStream* stream) {
+  const std::scoped_lock lock(mutex_);
+  if (stream_) return false;
+  CreateDataBlocks();
+  if (readError_) return false;
+  // Held until all is written: if a write fails halfway, the cells are still there.
+  std::vector<BlockHold> holds;
+  holds.reserve(blocks_.size());
+  for (const auto& block : blocks_) {
+    if (!holds.emplace_back(block.get())) return false;
+  }
+  const int length = file_->SmallestBody();
+  const auto prefix = grid::AreaPrefix(length, bottomLeftRow_, bottomLeftCol_);
+  const StreamLock streamLock(*stream);
+  const std::int64_t start = stream->Position();
+  bool written = stream->Write(prefix.data(), prefix.size());
+  for (const auto& block : blocks_) written = written && block->WriteBlock(stream);
+  if (!written) {
+    for (const auto& block : blocks_) block->MakeUnwritten();
+    return false;
+  }
+  stream_ = stream;
+  position_ = start + grid::kHeaderSize;
+  bodyLength_ = length;
+  lastWritten_ = _time64(nullptr);
+  readError_ = false;
+  return true;
+}
+
+}  // namespace vak

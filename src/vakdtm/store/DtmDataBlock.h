@@ -1,0 +1,143 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+#include "vakdtm/services/files/DataStream.h"
+
+namespace vak {
+
+class DtmArea;
+
+/// The cells of one kind in one area: S x S values in the order of `DtmArea::CalcCell`.
+///
+/// The cells are in memory while somebody holds the block open, or while they are the only copy (modified, and no place
+/// in the file). The open count keeps the cells where they are, it doesn't protect their values: writers hold the
+/// area lock across an update, readers take none and go through `LoadCell`.
+///
+/// Two flags go with the cells. `IsModified`: they differ from the file. `IsEmpty`: a set flag promises that every cell
+/// is empty, so that nothing needs reading; a clear flag promises nothing.
+///
+/// Owned by its area. Unless said otherwise, operations take the locks that they need (area lock, then stream lock).
+class DtmDataBlock {
+ public:
+  /// A block without a place in the file: not modified, empty, no cells.
+  /// @param blockSize  bytes: S x S x bytes per cell.
+  DtmDataBlock(DtmArea* area, int id, int blockSize);
+
+  DtmDataBlock(const DtmDataBlock&) = delete;
+  DtmDataBlock& operator=(const DtmDataBlock&) = delete;
+
+  DtmArea* GetArea() const { return area_; }
+  int BlockId() const { return id_; }
+  int BlockSize() const { return size_; }
+  /// File offset of the first cell, -1 when unwritten. Requires: area lock held.
+  long long BlockPosition() const { return position_; }
+  /// Requires: area lock held.
+  void SetBlockPosition(DataStream* stream, long long position);
+  /// Whether the block has a place in the file. Requires: area lock held.
+  bool IsWritten() const { return stream_ != nullptr; }
+
+  char DataType() const { return GetDataType(id_); }
+  int BytesPerCell() const { return GetBytesPerCell(DataType()); }
+  int FillByte() const { return GetFillByte(DataType()); }
+
+  /// The cells, or null. Stay where they are while the caller holds an open count.
+  std::byte* CellData() const { return cells_.get(); }
+
+  /// To be said with every change of a cell: modified, and no longer known to be empty.
+  void SetModified() { state_.store(kModified, std::memory_order_relaxed); }
+  bool IsModified() const { return (state_.load(std::memory_order_relaxed) & kModified) != 0; }
+  bool IsEmpty() const { return (state_.load(std::memory_order_relaxed) & kEmpty) != 0; }
+  /// Sets the empty flag, cells untouched.
+  void SetEmpty() { state_.fetch_or(kEmpty, std::memory_order_relaxed); }
+  /// Resident cells are filled with the fill byte and count as modified; otherwise only the flag is set.
+  void MakeEmpty();
+
+  /// Makes the cells resident, reading them unless the block is unwritten or empty, and adds an open count.
+  /// @return false when they can't be read; nothing has changed then.
+  bool Open();
+
+  /// Gives one open count back. The last one writes modified cells into the file, if they have a place there, and frees
+  /// the cells. A write that fails loses them; `DtmFile::HasLostData` then answers true.
+  void Close();
+
+  /// Writes modified resident cells to their place. @return false when the block has no place or the write failed (the
+  /// flag stays set); true when there was nothing to write.
+  bool SyncWrite();
+
+  /// Reads resident cells afresh over the present ones, where they are; the open counts stay.
+  /// @return false when the block has no place or the read failed.
+  bool SyncRead();
+
+  /// Cuts the block off from the file, keeping its data in memory. @return false when they can't be read.
+  bool MakeUnwritten();
+
+  /// Writes header and cells at the stream's offset, for a block that has no place yet, and takes that as its place.
+  /// Requires: area lock and stream lock held.
+  bool WriteBlock(DataStream* stream);
+
+  /// Lowers `lo` and raises `hi` by the values of a `d` or `f` block that isn't empty. The caller holds it open.
+  void FindMinMax(float& lo, float& hi) const;
+
+  /// Whether every byte of the resident cells is the fill byte. Requires: area lock and an open count held.
+  bool HoldsOnlyFill() const;
+
+  /// The letter of an id, its high byte.
+  static char GetDataType(int id) { return static_cast<char>(id >> 24); }
+  /// 1, 4 or 8; 0 for a letter other than c, d, f, i, t, u.
+  static int GetBytesPerCell(char letter);
+  /// 0xFF for d and f, else 0.
+  static int GetFillByte(char letter);
+  /// @return false, with 0 bytes and the fill byte untouched, for an unknown letter.
+  static bool GetBlockInfo(int id, int& bytesPerCell, int& fillByte);
+
+ private:
+  static constexpr std::uint8_t kModified = 1;
+  static constexpr std::uint8_t kEmpty = 2;
+
+  friend class DtmArea;
+
+  void ClearEmpty() { state_.fetch_and(kModified, std::memory_order_relaxed); }
+  void ClearModified() { state_.fetch_and(kEmpty, std::memory_order_relaxed); }
+  void ClearFlags() { state_.store(0, std::memory_order_relaxed); }
+  /// Frees or writes the cells if nobody holds them. Requires: area lock held.
+  void Release();
+  void FillCells();
+  bool WriteCells(DataStream* stream) const;
+  bool ReadCells(DataStream* stream);
+
+  std::unique_ptr<std::byte[]> cells_;  // replaced under the area lock, and only while the open count is 0
+  DtmArea* area_;
+  int id_;
+  int size_;
+  DataStream* stream_ = nullptr;  // guarded by the area lock; not owned
+  std::int64_t position_ = -1;    // guarded by the area lock
+  std::atomic<int> openCount_{0};
+  std::atomic<std::uint8_t> state_{kEmpty};
+};
+
+/// Holds a block open for a scope.
+class BlockHold {
+ public:
+  /// Opens the block, unless it is null; ask whether that went well.
+  explicit BlockHold(DtmDataBlock* block) : block_(block && block->Open() ? block : nullptr) {}
+  ~BlockHold() {
+    if (block_) block_->Close();
+  }
+  BlockHold(BlockHold&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
+  BlockHold(const BlockHold&) = delete;
+  BlockHold& operator=(const BlockHold&) = delete;
+  BlockHold& operator=(BlockHold&&) = delete;
+
+  explicit operator bool() const { return block_ != nullptr; }
+  DtmDataBlock* operator->() const { return block_; }
+
+ private:
+  DtmDataBlock* block_;
+};
+
+}  // namespace vak

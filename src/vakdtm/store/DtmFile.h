@@ -1,0 +1,214 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "vakdtm/services/files/DataStream.h"
+#include "vakdtm/store/DtmArea.h"
+#include "vakdtm/store/DtmAreaPos.h"
+#include "vakdtm/store/DtmBlockId.h"
+#include "vakdtm/store/GridFormat.h"
+
+namespace vak {
+
+class DtmUpdater;
+
+/// How the areas of a file were found when it was opened.
+enum class DtmOpenedBy { kNothing, kCreation, kIndex, kOldIndex, kWalk };
+
+/// One grid model file: an unbounded lattice of square cells, kept sparsely as square areas.
+///
+/// Cell (row, col) covers [col c, (col+1) c) x [row c, (row+1) c) in the model's plane coordinates, c the cell size in
+/// metres. Row and column may be negative; allowed are those of which the whole area and its neighbours fit the type
+/// (`IsAllowed`). The file owns its stream and its areas.
+///
+/// Opening reads the header and the index, nothing else; without a good index the chunks are walked from the front. The
+/// last `Close` writes what is pending and then the index. Damage is met with an answer of false or with an area
+/// that can't be read (`DtmArea::HasReadError`), never with one area's cells in the place of another's.
+///
+/// Any thread may call, with the exceptions said. Lock order: file lock, area lock, stream lock.
+class DtmFile {
+ public:
+  /// @param stream  owned from now on. @param create  the first `Open` writes a new file.
+  DtmFile(DataStream* stream, bool create);
+  virtual ~DtmFile();
+  DtmFile(const DtmFile&) = delete;
+  DtmFile& operator=(const DtmFile&) = delete;
+
+  /// Adds an open count; the first one reads (or, when creating, writes) the file. @return false when it can't be read
+  /// as a grid model: wrong magic, cell size not finite or not above 0, area size below 1, no block ids, areas that
+  /// don't fit 31 bits.
+  virtual bool Open();
+
+  /// Gives an open count back; the last one writes what is pending, writes the index and forgets the areas. Whether the
+  /// writing went well isn't told: call `SyncWrite` before. @return the remaining count.
+  virtual int Close();
+
+  // Settings of a file to be created; refused, with false, while the file is open. No check of ranges is made here.
+  bool SetCellSize(double cellSize);
+  bool SetAreaSize(int areaSize);
+  bool ClearBlockIds();
+  bool AddBlockId(int id);
+  /// Whether the settings can be a model's: what `Open` of a file to be created looks at first.
+  bool HasUsableSettings() const;
+
+  /// Metres.
+  double CellSize() const { return cellSize_; }
+  /// Cells per side of an area.
+  int AreaSize() const { return areaSize_; }
+  int NumBlockIds() const { return static_cast<int>(blockIds_.size()); }
+  int GetBlockId(int index) const { return blockIds_[static_cast<std::size_t>(index)]; }
+  bool HasBlockId(int id) const { return FindBlockSlot(id) >= 0; }
+  /// Place of a block id in the file's list, the first where it is listed twice; -1 when it isn't.
+  int FindBlockSlot(int id) const {
+    return FindBlockSlot(id, [](int) { return true; });
+  }
+  int NumAreas() const { return areaCount_.load(std::memory_order_acquire); }
+  int OpenCount() const;
+  long long FileSize() const;
+  DataStream* GetStream() const { return stream_.get(); }
+
+  /// The area at this place in the order of addition; null outside 0 to `NumAreas()` - 1.
+  DtmArea* GetArea(int index) const;
+  /// The area that holds a cell. With `create` a missing one is made and written to the file at once.
+  /// @return null when there is none, the cell isn't allowed or the area can't be written.
+  DtmArea* GetArea(int row, int col, bool create);
+
+  /// Brings a caller's copy of the map up to date. Takes no lock when the copy has as many areas as the file.
+  void GetAreaMap(std::map<DtmAreaPos, DtmArea*>& out) const;
+  /// Rectangle of all areas, empty ones too, in metres. @return false when there are none.
+  bool GetAreaExtents(double& x0, double& y0, double& x1, double& y1) const;
+
+  /// Row and column of the cell that holds a point: floor(y / c) and floor(x / c). A quotient beyond the type's ends
+  /// comes out as the end, and not-a-number as the lower end: neither is allowed for a cell.
+  void CalcRowCol(double x, double y, int& row, int& col) const;
+  /// Centre of a cell.
+  void CalcXY(int row, int col, double& x, double& y) const;
+  /// Offset of a point from the centre of the cell that holds it, metres.
+  void CalcCellPos(double x, double y, float& dx, float& dy) const;
+  /// Whether cells may have this row or column: at most 2^31 - 1 - 2S either way.
+  bool IsAllowed(int rowOrCol) const { return rowOrCol <= largestAllowed_ && rowOrCol >= -largestAllowed_; }
+
+  /// Writes what was changed, gives emptied areas' space back, writes the index and has all of it on the disk.
+  /// @return false when the file isn't open or something couldn't be written; what wasn't stays to be written.
+  bool SyncWrite();
+  /// Follows what another process has written: reads the new index, then the resident blocks of the areas whose time
+  /// moved. @param updater  told of every area that changed; may be null. @return false when the index can't be read
+  /// (the model is as it was) or an area can't be.
+  bool SyncRead(DtmUpdater* updater);
+
+  /// How the last opening found the areas.
+  DtmOpenedBy OpenedBy() const { return openedBy_; }
+  /// Where the walk of the last opening had to stop before the end of the file, at something that neither is an area
+  /// nor belongs at an end; -1 when there was no such place.
+  long long WalkStoppedAt() const { return walkStoppedAt_; }
+  /// Whether cells had to be given up since the opening because they couldn't be written.
+  bool HasLostData() const { return lostData_.load(std::memory_order_relaxed); }
+
+  // For areas and blocks of this file.
+
+  /// Bytes that the cells of a block take.
+  int BlockSize(int id) const;
+  /// Body length of an area that holds the file's blocks and nothing else.
+  int SmallestBody() const { return smallestBody_; }
+  /// Whether an area of the held index begins within this body, which then can't be an area's. Requires: stream lock
+  /// held.
+  bool HoldsOtherArea(long long position, int length) const;
+  /// Buffer for transfers of at least this size. Requires: stream lock held.
+  std::byte* Scratch(std::size_t size);
+  void SetLostData() { lostData_.store(true, std::memory_order_relaxed); }
+  /// Place of the first block id of the list that is `id` and wanted, else of the first that is `id`, else -1.
+  template <typename Wanted>
+  int FindBlockSlot(int id, Wanted wanted) const;
+
+ private:
+  using EntryList = std::vector<grid::IndexEntry>;
+
+  bool ReadDtm();
+  bool WriteDtm();
+  bool ReadMagic();
+  bool ReadAttributes();
+  /// Works out what follows from cell size, area size and block list. @return false when they can't be a file's.
+  bool TakeSettings();
+  std::int64_t CalcSmallestBody() const;
+  void SortSlots();
+
+  bool ReadAreaIndex();
+  bool ReadIndexedAreas();
+  bool ReadAreas();
+  /// An index entry's claim to a place in the lattice.
+  struct Claim {
+    DtmAreaPos pos;
+    bool isFalse = false;
+    std::size_t index = 0;  ///< in the held index
+    bool operator<(const Claim& other) const {
+      return pos == other.pos ? std::pair(isFalse, index) < std::pair(other.isFalse, other.index) : pos < other.pos;
+    }
+  };
+  using ClaimIterator = std::vector<Claim>::const_iterator;
+
+  /// Of entries that can't all be true, those that aren't believed.
+  std::vector<bool> FindFalseClaims(const EntryList& entries) const;
+  const Claim& Choose(ClaimIterator first, ClaimIterator last) const;
+  std::unique_ptr<DtmArea> MakeIndexedArea(const grid::IndexEntry& entry, bool isFalse);
+  bool IsPlausible(const grid::IndexEntry& entry) const;
+  bool IsPlausiblePlace(int row, int col) const;
+  bool IsAreaChunk(const grid::IndexEntry& entry) const;
+  bool BelongsAtAnEnd(long long position) const;
+
+  void AddArea(std::unique_ptr<DtmArea> area);
+  void NoteExtents(const DtmArea& area);
+  bool WriteArea(DtmArea& area);
+  bool WritePending(DtmArea& area);
+  bool WriteAreaIndex();
+  bool WriteIndexBytes(const EntryList& entries);
+  void EndFileAt(long long size);
+  bool RemoveArea(DtmArea& area);
+  DtmArea* FindLastLiveArea(long long hole) const;
+  bool FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater);
+  void SyncRemoved(EntryList entries, DtmUpdater* updater);
+  void ForgetAreas();
+
+  std::unique_ptr<DataStream> stream_;
+  bool creating_;          // guarded by fileMutex_
+  int openCount_ = 0;      // guarded by fileMutex_
+  double cellSize_ = 1.0;  // settings: never change while the file is open
+  int areaSize_ = 64;
+  std::vector<int> blockIds_;
+  std::vector<std::pair<int, int>> slots_;  // id and place, sorted; what blockIds_ says, for searching
+  int smallestBody_ = 0;
+  int largestAllowed_ = 0;
+  EntryList heldIndex_;  // guarded by the stream lock, like the two members below
+  bool indexHeld_ = false;
+  std::vector<std::byte> scratch_;
+  mutable std::recursive_mutex fileMutex_;
+  std::int64_t nextWrite_ = 0;                   // guarded by the stream lock: where the next area or index goes
+  std::int64_t fileSize_ = 0;                    // guarded by the stream lock
+  std::vector<std::unique_ptr<DtmArea>> areas_;  // guarded by fileMutex_; in order of addition
+  std::map<DtmAreaPos, DtmArea*> areaMap_;       // guarded by fileMutex_
+  std::atomic<int> areaCount_{0};
+  int lowestRow_, highestRow_, lowestCol_, highestCol_;  // guarded by fileMutex_: of the areas' bottom-left cells
+  DtmOpenedBy openedBy_ = DtmOpenedBy::kNothing;
+  long long walkStoppedAt_ = -1;
+  std::atomic<bool> lostData_{false};
+};
+
+template <typename Wanted>
+int DtmFile::FindBlockSlot(int id, Wanted wanted) const {
+  int first = -1;
+  for (auto slot = std::lower_bound(slots_.begin(), slots_.end(), std::pair(id, 0));
+       slot != slots_.end() && slot->first == id; ++slot) {
+    if (first < 0) first = slot->second;
+    if (wanted(slot->second)) return slot->second;
+  }
+  return first;
+}
+
+}  // namespace vak

@@ -1,4 +1,7 @@
 # How every target of the project is compiled: the language, the warnings, the arithmetic, the sanitizers.
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
 add_library(vakdtm_compiler INTERFACE)
 target_compile_features(vakdtm_compiler INTERFACE cxx_std_20)
 target_compile_options(vakdtm_compiler INTERFACE
@@ -14,4 +17,10 @@ endif()
 find_program(VAKDTM_CCACHE ccache)
 if(VAKDTM_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${VAKDTM_CCACHE})
+  # A source with a precompiled header is cached only when its macros may be taken as compared already; g++ must leave
+  # a mark of the header in the preprocessed text for that.
+  if(NOT DEFINED ENV{CCACHE_SLOPPINESS})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${VAKDTM_CCACHE})
+  endif()
+  target_compile_options(vakdtm_compiler INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
 endif()

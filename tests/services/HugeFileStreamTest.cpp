@@ -1,6 +1,6 @@
-#include "vakdtm/services/files/HugeFileStream.h"
-
 #include <gtest/gtest.h>
+
+#include "vakdtm/services/files/HugeFileStream.h"
 
 #include "support/TestFolder.h"
 

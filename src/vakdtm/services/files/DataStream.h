@@ -41,7 +41,8 @@ class DataStream {
   /// shorten answers false.
   virtual bool SetSize(std::int64_t size) = 0;
 
-  /// Takes the stream's lock for this thread, waiting for it. @return true when it was taken; only then `Unlock` is due.
+  /// Takes the stream's lock for this thread, waiting for it. @return true when it was taken; only then `Unlock` is
+  /// due.
   bool Lock() {
     mutex_.lock();
     return true;

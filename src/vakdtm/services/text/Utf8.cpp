@@ -73,7 +73,7 @@ std::string ToUtf8(std::wstring_view text) {
   std::string bytes;
   bytes.reserve(text.size());
   for (const wchar_t c : text) {
-    const auto point = static_cast<std::uint32_t>(c);
+    const auto point = static_cast<std::uint32_t>(c);  // NOLINT(bugprone-signed-char-misuse): 32 bits, no char
     if (point >= kEscapeBase + 0x80 && point <= kEscapeBase + 0xFF) {
       bytes += static_cast<char>(static_cast<unsigned char>(point - kEscapeBase));
     } else {

@@ -18,9 +18,6 @@ namespace {
 constexpr int kNoLowest = std::numeric_limits<int>::max();
 constexpr int kNoHighest = std::numeric_limits<int>::min();
 
-/// Lengths of bodies are 31 bits in the file.
-constexpr std::int64_t kLargestLength = std::numeric_limits<std::int32_t>::max();
-
 bool LiesBefore(const grid::IndexEntry& a, const grid::IndexEntry& b) { return a.position < b.position; }
 
 }  // namespace
@@ -28,7 +25,6 @@ bool LiesBefore(const grid::IndexEntry& a, const grid::IndexEntry& b) { return a
 DtmFile::DtmFile(DataStream* stream, bool create)
     : stream_(stream),
       creating_(create),
-      blockIds_{dVAL, iNUM},
       lowestRow_(kNoLowest),
       highestRow_(kNoHighest),
       lowestCol_(kNoLowest),
@@ -70,21 +66,21 @@ int DtmFile::Close() {
 bool DtmFile::SetCellSize(double cellSize) {
   const std::scoped_lock lock(fileMutex_);
   if (openCount_ > 0) return false;
-  cellSize_ = cellSize;
+  settings_.cellSize = cellSize;
   return true;
 }
 
 bool DtmFile::SetAreaSize(int areaSize) {
   const std::scoped_lock lock(fileMutex_);
   if (openCount_ > 0) return false;
-  areaSize_ = areaSize;
+  settings_.areaSize = areaSize;
   return true;
 }
 
 bool DtmFile::ClearBlockIds() {
   const std::scoped_lock lock(fileMutex_);
   if (openCount_ > 0) return false;
-  blockIds_.clear();
+  settings_.blockIds.clear();
   SortSlots();
   return true;
 }
@@ -92,14 +88,14 @@ bool DtmFile::ClearBlockIds() {
 bool DtmFile::AddBlockId(int id) {
   const std::scoped_lock lock(fileMutex_);
   if (openCount_ > 0) return false;
-  blockIds_.push_back(id);
+  settings_.blockIds.push_back(id);
   SortSlots();
   return true;
 }
 
 void DtmFile::SortSlots() {
   slots_.clear();
-  slots_.reserve(blockIds_.size());
+  slots_.reserve(settings_.blockIds.size());
   for (int i = 0; i < NumBlockIds(); ++i) slots_.emplace_back(GetBlockId(i), i);
   std::sort(slots_.begin(), slots_.end());
 }
@@ -123,11 +119,11 @@ DtmArea* DtmFile::GetArea(int index) const {
 DtmArea* DtmFile::GetArea(int row, int col, bool create) {
   if (!IsAllowed(row) || !IsAllowed(col)) return nullptr;
   const std::scoped_lock lock(fileMutex_);
-  const DtmAreaPos pos(areaSize_, row, col);
+  const DtmAreaPos pos(settings_.areaSize, row, col);
   const auto found = areaMap_.find(pos);
   if (found != areaMap_.end()) return found->second;
   if (!create) return nullptr;
-  auto area = std::make_unique<DtmArea>(this, areaSize_ * pos.AreaRow(), areaSize_ * pos.AreaCol());
+  auto area = std::make_unique<DtmArea>(this, settings_.areaSize * pos.AreaRow(), settings_.areaSize * pos.AreaCol());
   if (!WriteArea(*area)) return nullptr;
   DtmArea* const added = area.get();
   AddArea(std::move(area));
@@ -147,31 +143,29 @@ void DtmFile::GetAreaMap(std::map<DtmAreaPos, DtmArea*>& out) const {
 bool DtmFile::GetAreaExtents(double& x0, double& y0, double& x1, double& y1) const {
   const std::scoped_lock lock(fileMutex_);
   if (areas_.empty()) return false;
-  x0 = lowestCol_ * cellSize_;
-  y0 = lowestRow_ * cellSize_;
-  x1 = (highestCol_ + areaSize_) * cellSize_;
-  y1 = (highestRow_ + areaSize_) * cellSize_;
+  x0 = lowestCol_ * settings_.cellSize;
+  y0 = lowestRow_ * settings_.cellSize;
+  x1 = (highestCol_ + settings_.areaSize) * settings_.cellSize;
+  y1 = (highestRow_ + settings_.areaSize) * settings_.cellSize;
   return true;
 }
 
 void DtmFile::CalcRowCol(double x, double y, int& row, int& col) const {
-  row = FloorToInt(y / cellSize_);
-  col = FloorToInt(x / cellSize_);
+  row = FloorToInt(y / settings_.cellSize);
+  col = FloorToInt(x / settings_.cellSize);
 }
 
 void DtmFile::CalcXY(int row, int col, double& x, double& y) const {
-  x = (col + 0.5) * cellSize_;
-  y = (row + 0.5) * cellSize_;
+  x = (col + 0.5) * settings_.cellSize;
+  y = (row + 0.5) * settings_.cellSize;
 }
 
 void DtmFile::CalcCellPos(double x, double y, float& dx, float& dy) const {
-  dx = static_cast<float>(x - (std::floor(x / cellSize_) + 0.5) * cellSize_);
-  dy = static_cast<float>(y - (std::floor(y / cellSize_) + 0.5) * cellSize_);
+  dx = static_cast<float>(x - (std::floor(x / settings_.cellSize) + 0.5) * settings_.cellSize);
+  dy = static_cast<float>(y - (std::floor(y / settings_.cellSize) + 0.5) * settings_.cellSize);
 }
 
-int DtmFile::BlockSize(int id) const {
-  return areaSize_ * areaSize_ * DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(id));
-}
+int DtmFile::BlockSize(int id) const { return settings_.BlockSize(id); }
 
 std::byte* DtmFile::Scratch(std::size_t size) {
   if (scratch_.size() < size) scratch_.resize(size);
@@ -187,41 +181,28 @@ bool DtmFile::HoldsOtherArea(long long position, int length) const {
 
 // ---- Opening and creating
 
-std::int64_t DtmFile::CalcSmallestBody() const {
-  const std::int64_t cells = std::int64_t{areaSize_} * areaSize_;
-  if (cells > kLargestLength) return -1;
-  std::int64_t body = grid::kAreaAttributesSize;
-  for (const int id : blockIds_) {
-    body += grid::kHeaderSize + cells * DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(id));
-    if (body > kLargestLength) return -1;
-  }
-  return body;
-}
-
-bool DtmFile::HasUsableSettings() const {
-  return std::isfinite(cellSize_) && cellSize_ > 0 && areaSize_ >= 1 && !blockIds_.empty() && CalcSmallestBody() > 0;
-}
+bool DtmFile::HasUsableSettings() const { return settings_.IsUsable(); }
 
 bool DtmFile::TakeSettings() {
   if (!HasUsableSettings()) return false;
-  smallestBody_ = static_cast<int>(CalcSmallestBody());
-  largestAllowed_ = static_cast<int>(kLargestLength - 2 * std::int64_t{areaSize_});
+  smallestBody_ = static_cast<int>(settings_.SmallestBody());
+  largestAllowed_ = settings_.LargestAllowed();
   SortSlots();
   return true;
 }
 
 bool DtmFile::WriteDtm() {
   if (!TakeSettings()) return false;
-  const auto ids = static_cast<std::int64_t>(blockIds_.size());
+  const auto ids = static_cast<std::int64_t>(settings_.blockIds.size());
   std::vector<std::byte> bytes(static_cast<std::size_t>(grid::kMagicSize + grid::FileAttributesSize(ids)));
   std::byte* to = bytes.data();
   for (const char letter : grid::kMagic) to = grid::Store(to, letter);
   const auto body = static_cast<std::int32_t>(grid::FileAttributesSize(ids) - grid::kHeaderSize);
   to = grid::StoreHeader(to, {grid::kAttributes, body});
-  to = grid::Store(grid::StoreHeader(to, {grid::kCellSize, 8}), cellSize_);
-  to = grid::Store(grid::StoreHeader(to, {grid::kAreaSize, 4}), static_cast<std::int32_t>(areaSize_));
+  to = grid::Store(grid::StoreHeader(to, {grid::kCellSize, 8}), settings_.cellSize);
+  to = grid::Store(grid::StoreHeader(to, {grid::kAreaSize, 4}), static_cast<std::int32_t>(settings_.areaSize));
   to = grid::StoreHeader(to, {grid::kBlockIds, static_cast<std::int32_t>(4 * ids)});
-  for (const int id : blockIds_) to = grid::Store(to, static_cast<std::int32_t>(id));
+  for (const int id : settings_.blockIds) to = grid::Store(to, static_cast<std::int32_t>(id));
 
   const StreamLock lock(*stream_);
   if (!stream_->Seek(0, DataStream::kFromStart) || !stream_->Write(bytes.data(), bytes.size())) return false;
@@ -248,25 +229,7 @@ bool DtmFile::ReadMagic() {
 
 bool DtmFile::ReadAttributes() {
   StreamWindow window(*stream_, fileSize_);
-  ChunkWalk attributes(window, nextWrite_, fileSize_ - nextWrite_);
-  if (!attributes.Find(grid::kAttributes)) return false;
-  // Each is looked up from the start of the body, so that the order doesn't matter and unknown chunks are passed over.
-  const auto find = [&](std::int32_t tag, std::int64_t atLeast, auto take) {
-    ChunkWalk walk(window, attributes.Body(), attributes.Header().length);
-    if (!walk.Find(tag) || walk.Header().length < atLeast) return false;
-    const std::byte* bytes = window.At(walk.Body(), walk.Header().length);
-    if (bytes) take(bytes, walk.Header().length);
-    return bytes != nullptr;
-  };
-  return find(grid::kCellSize, 8, [&](const std::byte* bytes, int) { cellSize_ = grid::Load<double>(bytes); }) &&
-         find(grid::kAreaSize, 4, [&](const std::byte* bytes, int) { areaSize_ = grid::Load<std::int32_t>(bytes); }) &&
-         find(grid::kBlockIds, 4, [&](const std::byte* bytes, int length) {
-           blockIds_.resize(static_cast<std::size_t>(length / 4));
-           for (int& id : blockIds_) {
-             id = grid::Load<std::int32_t>(bytes);
-             bytes += 4;
-           }
-         });
+  return ReadGridSettings(window, settings_);
 }
 
 bool DtmFile::ReadAreaIndex() {
@@ -305,13 +268,9 @@ bool DtmFile::ReadAreaIndex() {
   return true;
 }
 
-bool DtmFile::IsPlausiblePlace(int row, int col) const {
-  return row % areaSize_ == 0 && col % areaSize_ == 0 && IsAllowed(row) && IsAllowed(col);
-}
-
 bool DtmFile::IsPlausible(const grid::IndexEntry& entry) const {
   const std::int64_t first = grid::kMagicSize + 2 * grid::kHeaderSize;
-  return IsPlausiblePlace(entry.row, entry.col) && entry.position >= first &&
+  return settings_.IsAreaPlace(entry.row, entry.col) && entry.position >= first &&
          entry.position <= nextWrite_ - smallestBody_;
 }
 
@@ -364,8 +323,8 @@ bool DtmFile::ReadIndexedAreas() {
   for (std::size_t i = 0; i < heldIndex_.size(); ++i) {
     const grid::IndexEntry& entry = heldIndex_[i];
     // Of a place that no cell can have, nothing can be kept, not even a shell.
-    if (IsPlausiblePlace(entry.row, entry.col)) {
-      claims.push_back({DtmAreaPos(areaSize_, entry.row, entry.col), isFalse[i], i});
+    if (settings_.IsAreaPlace(entry.row, entry.col)) {
+      claims.push_back({DtmAreaPos(settings_.areaSize, entry.row, entry.col), isFalse[i], i});
     }
   }
   // By place, the credible first. The map is then filled in the order of its keys, at a fraction of the cost of
@@ -414,10 +373,12 @@ bool DtmFile::ReadAreas() {
   while (walk.Next() && !grid::IsIndexTag(walk.Header().tag)) {
     if (walk.Header().tag == grid::kArea) {
       AreaPlace place;
-      if (!ReadAreaPlace(window, walk.Body(), walk.Header().length, place) || !IsPlausiblePlace(place.row, place.col)) {
+      if (!ReadAreaPlace(window, walk.Body(), walk.Header().length, place) ||
+          !settings_.IsAreaPlace(place.row, place.col)) {
         break;
       }
-      found.push_back({DtmAreaPos(areaSize_, place.row, place.col), place, walk.Header().length, walk.Start()});
+      found.push_back(
+          {DtmAreaPos(settings_.areaSize, place.row, place.col), place, walk.Header().length, walk.Start()});
     }
     nextWrite_ = walk.End();
   }

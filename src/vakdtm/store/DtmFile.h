@@ -15,6 +15,7 @@
 #include "vakdtm/store/DtmAreaPos.h"
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/GridFormat.h"
+#include "vakdtm/store/GridSettings.h"
 
 namespace vak {
 
@@ -60,11 +61,11 @@ class DtmFile {
   bool HasUsableSettings() const;
 
   /// Metres.
-  double CellSize() const { return cellSize_; }
+  double CellSize() const { return settings_.cellSize; }
   /// Cells per side of an area.
-  int AreaSize() const { return areaSize_; }
-  int NumBlockIds() const { return static_cast<int>(blockIds_.size()); }
-  int GetBlockId(int index) const { return blockIds_[static_cast<std::size_t>(index)]; }
+  int AreaSize() const { return settings_.areaSize; }
+  int NumBlockIds() const { return static_cast<int>(settings_.blockIds.size()); }
+  int GetBlockId(int index) const { return settings_.blockIds[static_cast<std::size_t>(index)]; }
   bool HasBlockId(int id) const { return FindBlockSlot(id) >= 0; }
   /// Place of a block id in the file's list, the first where it is listed twice; -1 when it isn't.
   int FindBlockSlot(int id) const {
@@ -137,7 +138,6 @@ class DtmFile {
   bool ReadAttributes();
   /// Works out what follows from cell size, area size and block list. @return false when they can't be a file's.
   bool TakeSettings();
-  std::int64_t CalcSmallestBody() const;
   void SortSlots();
 
   bool ReadAreaIndex();
@@ -159,7 +159,6 @@ class DtmFile {
   const Claim& Choose(ClaimIterator first, ClaimIterator last) const;
   std::unique_ptr<DtmArea> MakeIndexedArea(const grid::IndexEntry& entry, bool isFalse);
   bool IsPlausible(const grid::IndexEntry& entry) const;
-  bool IsPlausiblePlace(int row, int col) const;
   bool IsAreaChunk(const grid::IndexEntry& entry) const;
   bool BelongsAtAnEnd(long long position) const;
 
@@ -177,12 +176,10 @@ class DtmFile {
   void ForgetAreas();
 
   std::unique_ptr<DataStream> stream_;
-  bool creating_;          // guarded by fileMutex_
-  int openCount_ = 0;      // guarded by fileMutex_
-  double cellSize_ = 1.0;  // settings: never change while the file is open
-  int areaSize_ = 64;
-  std::vector<int> blockIds_;
-  std::vector<std::pair<int, int>> slots_;  // id and place, sorted; what blockIds_ says, for searching
+  bool creating_;                           // guarded by fileMutex_
+  int openCount_ = 0;                       // guarded by fileMutex_
+  GridSettings settings_;                   // never change while the file is open
+  std::vector<std::pair<int, int>> slots_;  // id and place, sorted; what settings_.blockIds says, for searching
   int smallestBody_ = 0;
   int largestAllowed_ = 0;
   EntryList heldIndex_;  // guarded by the stream lock, like the two members below

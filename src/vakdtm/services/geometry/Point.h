@@ -1,0 +1,34 @@
+#pragma once
+
+namespace vak {
+
+/// A point, or a vector, in model units; z upwards positive.
+struct Point {
+  constexpr Point() = default;
+  constexpr Point(double px, double py, double pz = 0.0) : x(px), y(py), z(pz) {}
+
+  constexpr Point& operator+=(const Point& other) {
+    x += other.x;
+    y += other.y;
+    z += other.z;
+    return *this;
+  }
+  constexpr Point& operator-=(const Point& other) {
+    x -= other.x;
+    y -= other.y;
+    z -= other.z;
+    return *this;
+  }
+
+  friend constexpr Point operator+(Point a, const Point& b) { return a += b; }
+  friend constexpr Point operator-(Point a, const Point& b) { return a -= b; }
+
+  /// Exact, coordinate by coordinate, z included. A point with a not-a-number equals none, itself included.
+  friend constexpr bool operator==(const Point& a, const Point& b) = default;
+
+  double x = 0.0;
+  double y = 0.0;
+  double z = 0.0;
+};
+
+}  // namespace vak

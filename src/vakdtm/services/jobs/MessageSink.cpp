@@ -1,0 +1,27 @@
+#include "vakdtm/services/jobs/MessageSink.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "vakdtm/services/jobs/Installed.h"
+
+namespace vak {
+namespace {
+
+Installed<MessageSink>& Sink() {
+  static Installed<MessageSink> sink;
+  return sink;
+}
+
+}  // namespace
+
+std::shared_ptr<MessageSink> InstallMessageSink(std::shared_ptr<MessageSink> sink) {
+  return Sink().Exchange(std::move(sink));
+}
+
+void ShowMessage(MessageIcon icon, const std::wstring& text) {
+  if (const auto sink = Sink().Get()) sink->ShowMessage(icon, text);
+}
+
+}  // namespace vak

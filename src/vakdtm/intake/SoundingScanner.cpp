@@ -46,8 +46,6 @@ constexpr std::array<std::uint64_t, kMostDigits + 1> IntegerPowersOfTen() {
 }
 constexpr std::array<std::uint64_t, kMostDigits + 1> kIntegerPowerOfTen = IntegerPowersOfTen();
 
-constexpr std::uint64_t EachByte(unsigned byte) { return byte * 0x0101010101010101U; }
-
 std::uint64_t LoadLittleEndian(const char* bytes) {
   std::uint64_t value;
   std::memcpy(&value, bytes, sizeof value);
@@ -89,6 +87,8 @@ std::uint64_t NonDigitsOf16(const char* bytes) {
 }
 
 #else
+
+constexpr std::uint64_t EachByte(unsigned byte) { return byte * 0x0101010101010101U; }
 
 std::uint64_t NonDigitsOf8(const char* bytes) {
   const std::uint64_t distance = LoadLittleEndian(bytes) ^ EachByte('0');  // 0 to 9 for digits, more for all others

@@ -2,8 +2,10 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <locale.h>
 #include <random>
 #include <string>
@@ -11,6 +13,8 @@
 #include <vector>
 
 #include "vakdtm/intake/SoundingScanner.h"
+
+#include "support/TestFolder.h"
 
 namespace vak {
 namespace {
@@ -395,20 +399,58 @@ TEST(SoundingScanner, TheCallingThreadsLocaleIsGivenBack) {
   freelocale(own);
 }
 
-// With a decimal comma, sscanf would read one number where two stand, and none behind a point.
-TEST(SoundingScanner, ADecimalCommaInTheProcessLocaleChangesNothing) {
-  const std::string previous = setlocale(LC_NUMERIC, nullptr);
-  bool found = false;
-  for (const char* name : {"de_DE.UTF-8", "nl_NL.UTF-8", "fr_FR.UTF-8", "de_DE", "nl_NL"}) {
-    found = found || setlocale(LC_NUMERIC, name) != nullptr;
+namespace {
+
+// The process writes and reads numbers with a decimal comma for a scope. Such a locale is made for it, since a machine
+// may have none.
+class DecimalComma {
+ public:
+  DecimalComma() : previous_(setlocale(LC_NUMERIC, nullptr)) {
+    std::string map = "<escape_char> /\n<code_set_name> PLAIN\n<mb_cur_min> 1\n<mb_cur_max> 1\nCHARMAP\n";
+    for (unsigned code = 0; code < 128; ++code) {
+      char entry[40];
+      std::snprintf(entry, sizeof entry, "<U%04X> /x%02x any\n", code, code);
+      map += entry;
+    }
+    const std::string mapFile = folder_.Write("plain.map", map + "END CHARMAP\n");
+    const std::string source = folder_.Write(
+        "comma.src", "LC_NUMERIC\ndecimal_point \"<U002C>\"\nthousands_sep \"\"\ngrouping -1\nEND LC_NUMERIC\n");
+    const std::string command = "PATH=$PATH:/usr/bin localedef -c -f " + mapFile + " -i " + source + " " +
+                                folder_.File("comma") + " >" + folder_.File("log") + " 2>&1";
+    // It warns of the categories that aren't given, and its status says so; whether the locale is there shows below.
+    [[maybe_unused]] const int status = std::system(command.c_str());
+    setenv("LOCPATH", folder_.Path().c_str(), 1);
+    set_ = setlocale(LC_NUMERIC, "comma") != nullptr;
   }
-  if (!found) GTEST_SKIP() << "no locale with a decimal comma is installed";
-  const PaddedLine slow("0x1.8p0,+2.5,3.25\n", "7");
-  const PaddedLine fast("1.5,2.5,3.25\n", "7");
-  const ScannedSounding bySscanf = Scan(SoundingFormat::kComma, slow);
-  const ScannedSounding byUs = Scan(SoundingFormat::kComma, fast);
-  setlocale(LC_NUMERIC, previous.c_str());
-  for (const ScannedSounding& sounding : {bySscanf, byUs}) {
+
+  ~DecimalComma() {
+    setlocale(LC_NUMERIC, previous_.c_str());
+    unsetenv("LOCPATH");
+  }
+
+  DecimalComma(const DecimalComma&) = delete;
+  DecimalComma& operator=(const DecimalComma&) = delete;
+
+  bool Set() const { return set_; }
+
+ private:
+  test::TestFolder folder_;
+  std::string previous_;
+  bool set_ = false;
+};
+
+}  // namespace
+
+TEST(SoundingScanner, ADecimalCommaInTheProcessLocaleChangesNothing) {
+  const DecimalComma locale;
+  ASSERT_TRUE(locale.Set());
+  double number = 0.0;
+  ASSERT_EQ(std::sscanf("1,5", "%lf", &number), 1);
+  ASSERT_EQ(number, 1.5);  // so it is in force
+  for (const char* line : {"1.5,2.5,3.25\n", "1.5e0,+2.5,3.25\n", "0x1.8p0,+2.5,3.25\n"}) {
+    SCOPED_TRACE(line);
+    const PaddedLine padded(line, "7");
+    const ScannedSounding sounding = Scan(SoundingFormat::kComma, padded);
     EXPECT_EQ(sounding.fields, 3);
     EXPECT_EQ(sounding.x, 1.5);
     EXPECT_EQ(sounding.y, 2.5);

@@ -41,8 +41,10 @@ void CompareScan(vak::SoundingFormat format, std::string_view line, const char* 
   double x = kUntouched;
   double y = kUntouched;
   double z = kUntouched;
+  // NOLINTBEGIN(cert-err34-c): sscanf is the judge here, whatever it makes of a number.
   const int fields = format == vak::SoundingFormat::kComma ? std::sscanf(terminated, "%lf,%lf,%lf", &x, &y, &z)
                                                            : std::sscanf(terminated, "%lf %lf %lf", &x, &y, &z);
+  // NOLINTEND(cert-err34-c)
   vak::ScannedSounding sounding{kUntouched, kUntouched, kUntouched, 0, {}};
   const int scanned = vak::SoundingScanner(format).Scan(line.data(), line.data() + line.size(), sounding);
   Expect(scanned == fields && sounding.fields == fields, "count of fields");

@@ -24,7 +24,7 @@ class LineReader {
   /// That many bytes behind every piece are readable, enough for `SoundingScanner`.
   static constexpr std::size_t kPadding = 128;
 
-  static constexpr std::size_t kBlockSize = 256 * 1024;
+  static constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
 
   /// Reads `stream` from its present position on; `blockSize` bytes at a time, at least `kLongestPiece`.
   explicit LineReader(std::FILE* stream, std::size_t blockSize = kBlockSize);

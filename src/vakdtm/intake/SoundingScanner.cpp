@@ -209,9 +209,11 @@ bool ScanShort(const char* begin, const char* end, ScannedSounding& sounding) {
   const std::uint64_t nonDigits = NonDigits(begin) | ~std::uint64_t{0} << limit;
   unsigned behind = 0;
   const double x = ReadShort(begin, nonDigits, behind);
-  if (std::isnan(x) || behind >= limit || !IsSeparator<format>(begin[behind++])) return false;
+  if (std::isnan(x) || behind >= limit || !IsSeparator<format>(begin[behind])) return false;
+  ++behind;
   const double y = ReadShort(begin, nonDigits, behind);
-  if (std::isnan(y) || behind >= limit || !IsSeparator<format>(begin[behind++])) return false;
+  if (std::isnan(y) || behind >= limit || !IsSeparator<format>(begin[behind])) return false;
+  ++behind;
   const double z = ReadShort(begin, nonDigits, behind);
   if (std::isnan(z) || behind > limit) return false;
   if (!FindUnread(begin + behind, end, sounding.unread)) return false;
@@ -229,7 +231,7 @@ bool ReadDecimal(const char*& at, const char* end, double& number) {
   const bool negative = *at == '-';
   if (negative || *at == '+') ++at;
   // Not the names of infinity and of what is no number, nor a second sign.
-  if (at == end || !(IsDigit(*at) || *at == '.')) return false;
+  if (at == end || (!IsDigit(*at) && *at != '.')) return false;
   double magnitude = 0.0;
   const auto [stop, error] = std::from_chars(at, end, magnitude);
   if (error != std::errc{}) return false;  // no digit, too large or too small
@@ -242,7 +244,9 @@ bool ReadDecimal(const char*& at, const char* end, double& number) {
 
 template <SoundingFormat format>
 bool SkipSeparator(const char*& at, const char* end) {
-  return at != end && IsSeparator<format>(*at++);
+  if (at == end || !IsSeparator<format>(*at)) return false;
+  ++at;
+  return true;
 }
 
 template <SoundingFormat format>
@@ -294,9 +298,12 @@ void ScanAny(const char* begin, const char* end, ScannedSounding& sounding) {
     text = longLine.c_str();
   }
   const NeutralLocale neutral;
+  // strtod would report a number out of range; here the number that sscanf makes of it is what is asked for.
+  // NOLINTBEGIN(cert-err34-c)
   sounding.fields = format == SoundingFormat::kComma
                         ? std::sscanf(text, "%lf,%lf,%lf", &sounding.x, &sounding.y, &sounding.z)
                         : std::sscanf(text, "%lf %lf %lf", &sounding.x, &sounding.y, &sounding.z);
+  // NOLINTEND(cert-err34-c)
   sounding.unread = {begin, length};
 }
 

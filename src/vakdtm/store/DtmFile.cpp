@@ -7,6 +7,7 @@
 #include <limits>
 #include <numeric>
 
+#include "vakdtm/store/AreaIndex.h"
 #include "vakdtm/store/ChunkWalk.h"
 #include "vakdtm/store/DtmUpdater.h"
 #include "vakdtm/store/FloorToInt.h"
@@ -17,8 +18,6 @@ namespace {
 // Where the extents start before there is an area.
 constexpr int kNoLowest = std::numeric_limits<int>::max();
 constexpr int kNoHighest = std::numeric_limits<int>::min();
-
-bool LiesBefore(const grid::IndexEntry& a, const grid::IndexEntry& b) { return a.position < b.position; }
 
 }  // namespace
 
@@ -233,38 +232,13 @@ bool DtmFile::ReadAttributes() {
 }
 
 bool DtmFile::ReadAreaIndex() {
-  std::array<std::byte, grid::kHeaderSize> bytes{};
-  const auto readHeader = [&](grid::ChunkHeader& header) {
-    if (!stream_->Read(bytes.data(), bytes.size())) return false;
-    header = grid::LoadHeader(bytes.data());
-    return true;
-  };
-  grid::ChunkHeader tail;
-  grid::ChunkHeader head;
-  if (!stream_->Seek(-grid::kHeaderSize, DataStream::kFromEnd) || !readHeader(tail)) return false;
-  if (!grid::IsIndexTag(tail.tag) || tail.length < grid::kHeaderSize) return false;
-  const std::int64_t size = stream_->Position();
-  const std::int64_t headAt = size - tail.length - grid::kHeaderSize;
-  if (headAt < grid::kMagicSize || !stream_->Seek(headAt, DataStream::kFromStart) || !readHeader(head)) return false;
-  // The head says one byte more than the tail: that tells a pair from two tags that happen to stand there.
-  if (head.tag != tail.tag || std::int64_t{head.length} != std::int64_t{tail.length} + 1) return false;
-
-  const bool old = tail.tag == grid::kOldIndex;
-  const std::int64_t entrySize = old ? grid::kOldEntrySize : grid::kEntrySize;
-  const auto count = static_cast<std::size_t>((tail.length - grid::kHeaderSize) / entrySize);
-  std::vector<std::byte> raw(count * static_cast<std::size_t>(entrySize));
-  if (!stream_->Read(raw.data(), raw.size())) return false;
-  EntryList entries(count);
-  const std::byte* from = raw.data();
-  for (grid::IndexEntry& entry : entries) {
-    entry = old ? grid::LoadOldEntry(from) : grid::LoadEntry(from);
-    from += entrySize;
-  }
-  heldIndex_ = std::move(entries);
+  AreaIndex index;
+  if (!vak::ReadAreaIndex(*stream_, index)) return false;
+  heldIndex_ = std::move(index.entries);
   indexHeld_ = true;
-  fileSize_ = size;
-  nextWrite_ = headAt;  // whatever is written next goes over the index
-  openedBy_ = old ? DtmOpenedBy::kOldIndex : DtmOpenedBy::kIndex;
+  fileSize_ = index.size;
+  nextWrite_ = index.start;  // whatever is written next goes over the index
+  openedBy_ = index.old ? DtmOpenedBy::kOldIndex : DtmOpenedBy::kIndex;
   return true;
 }
 
@@ -536,36 +510,14 @@ bool DtmFile::WriteAreaIndex() {
 
   const StreamLock lock(*stream_);
   if (indexHeld_ && entries == heldIndex_) return true;
-  // What the index will name has to be on the disk before it is named.
-  if (!stream_->Sync() || !WriteIndexBytes(entries)) return false;
-  EndFileAt(stream_->Position());
+  // What the index will name has to be on the disk before it is named. The next area goes over the index, so the
+  // next-write position stays in front of it.
+  if (!stream_->Sync() || !vak::WriteAreaIndex(*stream_, nextWrite_, entries)) return false;
+  fileSize_ = stream_->Position();
+  EndFileAt(*stream_, fileSize_);
   heldIndex_ = std::move(entries);
   indexHeld_ = true;
   return stream_->Sync();
-}
-
-bool DtmFile::WriteIndexBytes(const EntryList& entries) {
-  const auto count = static_cast<std::int64_t>(entries.size());
-  std::vector<std::byte> bytes(static_cast<std::size_t>(2 * grid::kHeaderSize + grid::kEntrySize * count));
-  std::byte* to =
-      grid::StoreHeader(bytes.data(), {grid::kIndex, static_cast<std::int32_t>(grid::IndexHeadLength(count))});
-  for (const grid::IndexEntry& entry : entries) to = grid::StoreEntry(to, entry);
-  grid::StoreHeader(to, {grid::kIndex, static_cast<std::int32_t>(grid::IndexTailLength(count))});
-  // The next area goes over the index, so the next-write position stays in front of it.
-  return stream_->Seek(nextWrite_, DataStream::kFromStart) && stream_->Write(bytes.data(), bytes.size());
-}
-
-void DtmFile::EndFileAt(long long size) {
-  fileSize_ = size;
-  if (stream_->SetSize(size)) return;
-  // A stream that can't be cut still ends in the old tail, which must not be believed. Without a tail at the end,
-  // readers walk from the front, and the filler tells them where to stop. Nobody could do anything about a failure
-  // here.
-  if (!stream_->Seek(-grid::kHeaderSize, DataStream::kFromEnd) || stream_->Position() < size) return;
-  std::array<std::byte, grid::kHeaderSize> bytes{};
-  if (!stream_->Write(bytes.data(), bytes.size()) || !stream_->Seek(size, DataStream::kFromStart)) return;
-  grid::StoreHeader(bytes.data(), {0, grid::kFillerLength});
-  stream_->Write(bytes.data(), bytes.size());
 }
 
 // ---- Following another process

@@ -167,8 +167,6 @@ class DtmFile {
   bool WriteArea(DtmArea& area);
   bool WritePending(DtmArea& area);
   bool WriteAreaIndex();
-  bool WriteIndexBytes(const EntryList& entries);
-  void EndFileAt(long long size);
   bool RemoveArea(DtmArea& area);
   DtmArea* FindLastLiveArea(long long hole) const;
   bool FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater);

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
+
+#include "vakdtm/services/platform/RecursiveMutex.h"
 
 namespace vak {
 
@@ -55,7 +56,7 @@ class DataStream {
   DataStream() = default;
 
  private:
-  std::recursive_mutex mutex_;
+  RecursiveMutex mutex_;
 };
 
 /// Holds a stream's lock for a scope.

@@ -84,12 +84,12 @@ bool SurveySimulator::Next(SoundingMillimetres& sounding) {
   if (count_ != 0 && made_ == count_) return false;
   // Beams lie closer together below the vessel.
   const double tau = (2.0 * beam_ + 1.0) / kBeams - 1.0;
-  const double reach = kHalfSwath * tau * (0.85 + 0.15 * tau * tau) + 0.12 * random_.Normal();
-  const Place place{vessel_.along + reach * side_.along, vessel_.across + reach * side_.across};
+  const double abeam = kHalfSwath * tau * (0.85 + 0.15 * tau * tau) + 0.12 * random_.Normal();
+  const Place place{vessel_.along + abeam * side_.along, vessel_.across + abeam * side_.across};
 
   const double noise = (0.012 + 0.02 * tau * tau) * random_.Normal();
-  double z = std::max(-1000.0, Bed(place)) + lineLevel_ + noise;
-  if (random_.Chance(6e-5)) z += random_.Chance(0.7) ? random_.Between(0.8, 5.0) : random_.Between(-4.0, -0.8);
+  double z = Bed(place) + lineLevel_ + noise;
+  if (random_.Chance(6e-5)) z += relief_ * (random_.Chance(0.7) ? random_.Between(0.8, 5.0) : random_.Between(-4.0, -0.8));
 
   const double across = place.across + Winding(place.along);
   sounding.x = Millimetres(kEasting + hint_ * (kCosBearing * place.along - kSinBearing * across));
@@ -118,7 +118,7 @@ void SurveySimulator::FindPing() {
         StartLine();
       }
     }
-    if (lostPings_ == 0 && random_.Chance(0.0008)) lostPings_ = static_cast<int>(random_.Between(5.0, 30.0));
+    if (lostPings_ == 0 && random_.Chance(0.001)) lostPings_ = static_cast<int>(random_.Between(3.0, 20.0));
     if (lostPings_ == 0) break;
     --lostPings_;
     pingAlong_ += kPingSpacing;
@@ -163,14 +163,15 @@ double SurveySimulator::HalfWidth(double along) const {
 double SurveySimulator::Bed(const Place& place) const {
   const double t = place.across / HalfWidth(place.along);
   const double bank = std::min(t * t, 1.3);
-  // Crests lie across the stream, bend a little, and lean over seawards.
-  const double bend = 0.35 * Wave(place.across / 140.0 + phases_[3]) + 0.002 * place.across;
+  // Crests lie across the stream, bend, lean over seawards, and grow and fade in groups.
+  const double bend = 0.2 * Wave(place.across / 170.0 + place.along / 1100.0 + phases_[3]) +
+                      0.1 * Wave(place.across / 59.0 - place.along / 430.0 + phases_[4]) + 0.002 * place.across;
   const double shortTurns = place.along / 9.0 + 2.0 * bend + phases_[0];
   const double middleTurns = place.along / 34.0 + bend + phases_[1];
   const double longTurns = place.along / 260.0 + 0.3 * bend + phases_[2];
-  const double middle = Wave(middleTurns + 0.1 * Wave(middleTurns));
-  const double waves = 0.05 * Wave(shortTurns) + 0.30 * middle + 0.45 * Wave(longTurns) +
-                       0.25 * Wave(place.across / 190.0 + place.along / 900.0 + phases_[4]);
+  const double group = 0.6 + 0.4 * Wave(place.along / 370.0 - place.across / 240.0 + phases_[5]);
+  const double waves = group * (0.05 * Wave(shortTurns) + 0.42 * Wave(middleTurns + 0.1 * Wave(middleTurns))) +
+                       0.45 * Wave(longTurns) + 0.25 * Wave(place.across / 190.0 + place.along / 900.0 + phases_[4]);
   const double bed = -12.0 + 6.5 * bank + waves * (1.2 - 0.8 * bank);
   return relief_ * std::min(bed, Trench(place));
 }

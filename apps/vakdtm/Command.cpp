@@ -9,6 +9,7 @@
 #include <sstream>
 #include <vector>
 
+#include "CommandSinks.h"
 #include "ProgressBar.h"
 #include "StopSignals.h"
 
@@ -173,6 +174,7 @@ int RunCommandLine(int argc, const char* const* argv,
   } catch (const CLI::ParseError& error) {
     return ReportMisuse(app, error, context);
   }
+  const CommandSinks sinks(context);
   return context.run();
 }
 

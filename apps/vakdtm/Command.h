@@ -20,7 +20,8 @@ enum ExitStatus : int { kDone = 0, kCouldNotBeDone = 1, kUsedWrongly = 2, kStopp
 /// What all subcommands have in common: the global options, the subcommand that was chosen, and how it speaks.
 ///
 /// Messages are one line each on standard error: "vakdtm import: survey.xyz:1042: 2 columns found - give x, y and z".
-/// Control characters in them, as a file name may have, are shown as '?'. For the main thread.
+/// Control characters in them, as a file name may have, are shown as '?'. Parsing sets the fields, on the main thread;
+/// any thread may print.
 class CommandContext {
  public:
   bool quiet = false;        ///< the user wants to see errors only

@@ -116,12 +116,12 @@ bool OutputFile::Write(std::string_view text) {
 bool OutputFile::WriteOut(const char* from, std::size_t count) {
   while (count > 0) {
     const ssize_t written = write(descriptor_, from, count);
-    if (written < 0) {
-      if (errno != EINTR || StopRequested()) return FailWith(errno);
-      continue;
-    }
-    from += written;
-    count -= static_cast<std::size_t>(written);
+    if (written < 0 && errno != EINTR) return FailWith(errno);
+    const std::size_t done = written > 0 ? static_cast<std::size_t>(written) : 0;
+    // A signal ends a wait for the reader of a pipe; what had gone out until then is told as a short write.
+    if (done < count && StopRequested()) return FailWith(EINTR);
+    from += done;
+    count -= done;
   }
   return true;
 }

@@ -89,7 +89,8 @@ bool SurveySimulator::Next(SoundingMillimetres& sounding) {
 
   const double noise = (0.012 + 0.02 * tau * tau) * random_.Normal();
   double z = Bed(place) + lineLevel_ + noise;
-  if (random_.Chance(6e-5)) z += relief_ * (random_.Chance(0.7) ? random_.Between(0.8, 5.0) : random_.Between(-4.0, -0.8));
+  if (random_.Chance(6e-5))
+    z += relief_ * (random_.Chance(0.7) ? random_.Between(0.8, 5.0) : random_.Between(-4.0, -0.8));
 
   const double across = place.across + Winding(place.along);
   sounding.x = Millimetres(kEasting + hint_ * (kCosBearing * place.along - kSinBearing * across));

@@ -1,0 +1,80 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <signal.h>
+#include <string>
+
+#include "vakdtm/services/jobs/MessageSink.h"
+#include "vakdtm/services/jobs/ProcessThread.h"
+#include "vakdtm/services/jobs/Processor.h"
+#include "vakdtm/services/jobs/ProgressSink.h"
+
+#include "Command.h"
+#include "CommandSinks.h"
+#include "StopSignals.h"
+
+namespace vak {
+namespace {
+
+/// Ends when it is stopped, and only then.
+class Endless final : public Processor {
+ public:
+  bool Process() override {
+    while (!IsStopped()) {
+    }
+    return false;
+  }
+  double GetProgress() const override { return 0.5; }
+};
+
+CommandContext Importing(bool quiet) {
+  CommandContext context;
+  context.quiet = quiet;
+  context.subcommand = "import";
+  return context;
+}
+
+/// What a message of the library looks like on standard error.
+std::string Printed(bool quiet, MessageIcon icon, const std::wstring& text) {
+  const CommandContext context = Importing(quiet);
+  const CommandSinks sinks(context);
+  testing::internal::CaptureStderr();
+  ShowMessage(icon, text);
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(CommandSinks, MessagesOfTheLibraryAreOneLineEach) {
+  EXPECT_EQ(Printed(false, MessageIcon::kError, L"No space\non \u00e4"), "vakdtm import: No space on \xc3\xa4\n");
+  EXPECT_EQ(Printed(false, MessageIcon::kWarning, L"odd"), "vakdtm import: warning: odd\n");
+}
+
+TEST(CommandSinks, QuietLeavesErrors) {
+  EXPECT_EQ(Printed(true, MessageIcon::kError, L"bad"), "vakdtm import: bad\n");
+  EXPECT_EQ(Printed(true, MessageIcon::kWarning, L"odd"), "");
+}
+
+TEST(CommandSinks, NothingIsInstalledAfterwards) {
+  const CommandContext context = Importing(false);
+  {
+    const CommandSinks sinks(context);
+    EXPECT_NE(GetProgressSink(), nullptr);
+  }
+  EXPECT_EQ(GetProgressSink(), nullptr);
+}
+
+TEST(CommandSinksDeathTest, CtrlCStopsAJob) {
+  EXPECT_EXIT(
+      {
+        CatchStopSignals();
+        const CommandContext context = Importing(true);
+        const CommandSinks sinks(context);
+        ProcessThread job(L"", nullptr, false, nullptr, false);
+        job.AddProcessor(std::make_unique<Endless>().release(), L"");
+        raise(SIGINT);
+        _exit(job.DoModal() == ProcessThread::kStopped ? 42 : 43);
+      },
+      testing::ExitedWithCode(42), "");
+}
+
+}  // namespace
+}  // namespace vak

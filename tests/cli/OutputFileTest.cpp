@@ -1,0 +1,124 @@
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "OutputFile.h"
+#include "support/TestFolder.h"
+
+namespace vak {
+namespace {
+
+namespace fs = std::filesystem;
+
+class OutputFileTest : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return folder_.File(name); }
+
+  std::size_t Files() const {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder_.Path()), fs::directory_iterator()));
+  }
+
+  test::TestFolder folder_;
+};
+
+TEST_F(OutputFileTest, NothingAppearsUnderTheNameBeforeItIsComplete) {
+  const std::vector<std::string> parts = {std::string(1000000, 'x'), "end\n"};
+  OutputFile output;
+  ASSERT_TRUE(output.Open(Path("a.xyz")));
+  ASSERT_TRUE(output.Write(parts[0]));
+  EXPECT_FALSE(folder_.Has("a.xyz"));
+  ASSERT_TRUE(output.Write(parts[1]));
+  ASSERT_TRUE(output.Commit());
+  EXPECT_EQ(folder_.Text("a.xyz"), parts[0] + parts[1]);
+  EXPECT_EQ(Files(), 1u);
+}
+
+TEST_F(OutputFileTest, WithoutCommitTheOldFileStaysAndNothingElseIsLeft) {
+  folder_.Write("a.xyz", "old");
+  {
+    OutputFile output;
+    ASSERT_TRUE(output.Open(Path("a.xyz")));
+    ASSERT_TRUE(output.Write("new"));
+  }
+  EXPECT_EQ(folder_.Text("a.xyz"), "old");
+  EXPECT_EQ(Files(), 1u);
+}
+
+TEST_F(OutputFileTest, AReplacedFileKeepsItsPermissions) {
+  folder_.Write("a.xyz", "old");
+  ASSERT_EQ(chmod(Path("a.xyz").c_str(), 0640), 0);
+  OutputFile output;
+  ASSERT_TRUE(output.Open(Path("a.xyz")));
+  ASSERT_TRUE(output.Write("new"));
+  ASSERT_TRUE(output.Commit());
+  EXPECT_EQ(folder_.Text("a.xyz"), "new");
+  EXPECT_EQ(fs::status(Path("a.xyz")).permissions(), fs::perms(0640));
+}
+
+TEST_F(OutputFileTest, ALinkIsFollowedAndStays) {
+  folder_.Write("real.xyz", "old");
+  fs::create_symlink("real.xyz", Path("link.xyz"));
+  OutputFile output;
+  ASSERT_TRUE(output.Open(Path("link.xyz")));
+  ASSERT_TRUE(output.Write("new"));
+  ASSERT_TRUE(output.Commit());
+  EXPECT_TRUE(fs::is_symlink(Path("link.xyz")));
+  EXPECT_EQ(folder_.Text("real.xyz"), "new");
+}
+
+TEST_F(OutputFileTest, ANameAsLongAsNamesMayBeIsWritten) {
+  const std::string name(255, 'n');
+  OutputFile output;
+  ASSERT_TRUE(output.Open(Path(name)));
+  ASSERT_TRUE(output.Commit());
+  EXPECT_EQ(folder_.Text(name), "");
+}
+
+TEST_F(OutputFileTest, WhatCannotBeWrittenSaysWhy) {
+  fs::create_directory(Path("folder"));
+  folder_.Write("file", "");
+  const struct {
+    const char* name;
+    std::string path;
+    const char* error;
+  } cases[] = {
+      {"a folder", Path("folder"), "it is a folder"},
+      {"no such folder", Path("none/a.xyz"), "there is no such folder"},
+      {"a file in place of a folder", Path("file/a.xyz"), "there is no such folder"},
+      {"a folder that isn't there", Path("none/"), "there is no such folder"},
+      {"no name", "", "there is no such folder"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    OutputFile output;
+    EXPECT_FALSE(output.Open(c.path));
+    EXPECT_EQ(output.Error(), c.error);
+    EXPECT_FALSE(output.Write("x"));
+    EXPECT_FALSE(output.Commit());
+  }
+  EXPECT_EQ(Files(), 2u);
+}
+
+TEST_F(OutputFileTest, AReadOnlyFileIsNotReplaced) {
+  if (geteuid() == 0) GTEST_SKIP() << "the superuser may write every file";
+  folder_.Write("a.xyz", "old");
+  ASSERT_EQ(chmod(Path("a.xyz").c_str(), 0444), 0);
+  OutputFile output;
+  EXPECT_FALSE(output.Open(Path("a.xyz")));
+  EXPECT_EQ(output.Error(), "permission denied");
+}
+
+TEST_F(OutputFileTest, AFullDeviceIsReportedByTheWriteThatMeetsIt) {
+  OutputFile output;
+  ASSERT_TRUE(output.Open("/dev/full"));
+  ASSERT_TRUE(output.Write("buffered"));
+  EXPECT_FALSE(output.Commit());
+  EXPECT_EQ(output.Error(), "no space left on the device");
+  EXPECT_TRUE(fs::exists("/dev/full"));
+}
+
+}  // namespace
+}  // namespace vak

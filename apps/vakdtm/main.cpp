@@ -1,7 +1,3 @@
 #include "Command.h"
 
-int main(int argc, char** argv) {
-  return vak::RunCommandLine(argc, argv,
-                             {vak::AddCreateCommand, vak::AddImportCommand, vak::AddInfoCommand, vak::AddCellsCommand,
-                              vak::AddSimulateCommand});
-}
+int main(int argc, char** argv) { return vak::RunCommandLine(argc, argv, {vak::AddSimulateCommand}); }

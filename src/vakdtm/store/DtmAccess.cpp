@@ -149,10 +149,9 @@ DtmArea* DtmAccess::GetArea(int row, int col, bool create) {
 }
 
 int DtmAccess::GetAreaCell(int row, int col, bool create) {
-  if (!file_) return -1;
+  if (!file_ || !file_->IsAllowed(row) || !file_->IsAllowed(col)) return -1;
   DtmArea* const present = CurrentArea();
   if (present && present->IsInArea(row, col)) return present->CalcCell(row, col);
-  if (!file_->IsAllowed(row) || !file_->IsAllowed(col)) return -1;
 
   const int areaRow = CalcAreaIndex(areaSize_, row);
   const int areaCol = CalcAreaIndex(areaSize_, col);

@@ -160,6 +160,7 @@ bool DtmDataBlock::SyncWrite() {
   const StreamLock streamLock(*stream_);
   if (!stream_->Seek(position_, DataStream::kFromStart)) return false;
   if (!WriteCells(stream_)) return false;
+  area_->GetDtmFile()->NoteCellsWritten();
   ClearModified();
   return true;
 }

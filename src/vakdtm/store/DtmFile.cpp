@@ -231,15 +231,14 @@ bool DtmFile::ReadAttributes() {
   return ReadGridSettings(window, settings_);
 }
 
-bool DtmFile::ReadAreaIndex() {
+DtmOpenedBy DtmFile::ReadAreaIndex() {
   AreaIndex index;
-  if (!vak::ReadAreaIndex(*stream_, index)) return false;
+  if (!vak::ReadAreaIndex(*stream_, index)) return DtmOpenedBy::kNothing;
   heldIndex_ = std::move(index.entries);
   indexHeld_ = true;
   fileSize_ = index.size;
   nextWrite_ = index.start;  // whatever is written next goes over the index
-  openedBy_ = index.old ? DtmOpenedBy::kOldIndex : DtmOpenedBy::kIndex;
-  return true;
+  return index.old ? DtmOpenedBy::kOldIndex : DtmOpenedBy::kIndex;
 }
 
 bool DtmFile::IsPlausible(const grid::IndexEntry& entry) const {
@@ -290,7 +289,8 @@ std::vector<bool> DtmFile::FindFalseClaims(const EntryList& entries) const {
 }
 
 bool DtmFile::ReadIndexedAreas() {
-  if (!ReadAreaIndex()) return false;
+  openedBy_ = ReadAreaIndex();
+  if (openedBy_ == DtmOpenedBy::kNothing) return false;
   const std::vector<bool> isFalse = FindFalseClaims(heldIndex_);
   std::vector<Claim> claims;
   claims.reserve(heldIndex_.size());
@@ -413,6 +413,9 @@ void DtmFile::AddArea(std::unique_ptr<DtmArea> area) {
 
 bool DtmFile::WriteArea(DtmArea& area) {
   const StreamLock lock(*stream_);
+  // This goes over the index. Should the area be gone again before the next one is due, the entries would be those held
+  // and yet no longer in the file.
+  indexHeld_ = false;
   if (!stream_->Seek(nextWrite_, DataStream::kFromStart) || !area.WriteArea(stream_.get())) return false;
   nextWrite_ = stream_->Position();
   return true;
@@ -509,15 +512,24 @@ bool DtmFile::WriteAreaIndex() {
   std::stable_sort(entries.begin(), entries.end(), LiesBefore);
 
   const StreamLock lock(*stream_);
-  if (indexHeld_ && entries == heldIndex_) return true;
+  if (indexHeld_ && entries == heldIndex_) return SyncCells();
   // What the index will name has to be on the disk before it is named. The next area goes over the index, so the
   // next-write position stays in front of it.
   if (!stream_->Sync() || !vak::WriteAreaIndex(*stream_, nextWrite_, entries)) return false;
   fileSize_ = stream_->Position();
   EndFileAt(*stream_, fileSize_);
   heldIndex_ = std::move(entries);
-  indexHeld_ = true;
-  return stream_->Sync();
+  // One that may not have reached the disk isn't relied on: the next pass writes it again.
+  indexHeld_ = stream_->Sync();
+  unsynced_ = unsynced_ && !indexHeld_;
+  return indexHeld_;
+}
+
+bool DtmFile::SyncCells() {
+  // Cells changed within one second leave the index as it was.
+  if (!unsynced_) return true;
+  unsynced_ = !stream_->Sync();
+  return !unsynced_;
 }
 
 // ---- Following another process
@@ -527,7 +539,7 @@ bool DtmFile::SyncRead(DtmUpdater* updater) {
   EntryList entries;
   {
     const StreamLock lock(*stream_);
-    if (!stream_->Sync() || !ReadAreaIndex()) return false;
+    if (!stream_->Sync() || ReadAreaIndex() == DtmOpenedBy::kNothing) return false;
     entries = heldIndex_;
     const std::vector<bool> isFalse = FindFalseClaims(entries);
     std::size_t i = 0;

@@ -124,6 +124,8 @@ class DtmFile {
   bool HoldsOtherArea(long long position, int length) const;
   /// Buffer for transfers of at least this size. Requires: stream lock held.
   std::byte* Scratch(std::size_t size);
+  /// To be said when cells went to their place in the file. Requires: stream lock held.
+  void NoteCellsWritten() { unsynced_ = true; }
   void SetLostData() { lostData_.store(true, std::memory_order_relaxed); }
   /// Place of the first block id of the list that is `id` and wanted, else of the first that is `id`, else -1.
   template <typename Wanted>
@@ -140,7 +142,8 @@ class DtmFile {
   bool TakeSettings();
   void SortSlots();
 
-  bool ReadAreaIndex();
+  /// Takes the index at the end of the file as the held one. @return its form, kNothing when there is none.
+  DtmOpenedBy ReadAreaIndex();
   bool ReadIndexedAreas();
   bool ReadAreas();
   /// An index entry's claim to a place in the lattice.
@@ -167,6 +170,7 @@ class DtmFile {
   bool WriteArea(DtmArea& area);
   bool WritePending(DtmArea& area);
   bool WriteAreaIndex();
+  bool SyncCells();
   bool RemoveArea(DtmArea& area);
   DtmArea* FindLastLiveArea(long long hole) const;
   bool FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater);
@@ -180,8 +184,9 @@ class DtmFile {
   std::vector<std::pair<int, int>> slots_;  // id and place, sorted; what settings_.blockIds says, for searching
   int smallestBody_ = 0;
   int largestAllowed_ = 0;
-  EntryList heldIndex_;  // guarded by the stream lock, like the two members below
-  bool indexHeld_ = false;
+  EntryList heldIndex_;     // guarded by the stream lock, like the three members below
+  bool indexHeld_ = false;  // whether heldIndex_ is what the file has
+  bool unsynced_ = false;   // whether cells were written since the last sync
   std::vector<std::byte> scratch_;
   mutable std::recursive_mutex fileMutex_;
   std::int64_t nextWrite_ = 0;                   // guarded by the stream lock: where the next area or index goes

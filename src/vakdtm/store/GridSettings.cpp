@@ -48,8 +48,9 @@ std::int64_t GridSettings::SmallestBody() const {
 int GridSettings::LargestAllowed() const { return static_cast<int>(kLargestLength - 2 * std::int64_t{areaSize}); }
 
 bool GridSettings::IsAreaPlace(int row, int col) const {
+  // An area at the low end may begin up to S - 1 below the lowest cell that is allowed.
   const int largest = LargestAllowed();
-  const auto fits = [&](int value) { return value % areaSize == 0 && value <= largest && value >= -largest; };
+  const auto fits = [&](int value) { return value % areaSize == 0 && value <= largest && value > -largest - areaSize; };
   return fits(row) && fits(col);
 }
 

@@ -86,6 +86,10 @@ CLI::Option* AddByteCount(CLI::App& command, const std::string& names, std::uint
 /// @return false, with `bytes` as it was, for anything else and for 2^64 and above.
 [[nodiscard]] bool ParseByteCount(std::string_view text, std::uint64_t& bytes);
 
+void AddCellsCommand(CLI::App& app, CommandContext& context);
+void AddCreateCommand(CLI::App& app, CommandContext& context);
+void AddImportCommand(CLI::App& app, CommandContext& context);
+void AddInfoCommand(CLI::App& app, CommandContext& context);
 void AddSimulateCommand(CLI::App& app, CommandContext& context);
 
 }  // namespace vak

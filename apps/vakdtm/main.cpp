@@ -1,3 +1,7 @@
 #include "Command.h"
 
-int main(int argc, char** argv) { return vak::RunCommandLine(argc, argv, {vak::AddSimulateCommand}); }
+int main(int argc, char** argv) {
+  return vak::RunCommandLine(argc, argv,
+                             {vak::AddCreateCommand, vak::AddImportCommand, vak::AddInfoCommand, vak::AddCellsCommand,
+                              vak::AddSimulateCommand});
+}

@@ -1,0 +1,56 @@
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <memory>
+
+#include "Command.h"
+#include "ModelFile.h"
+
+namespace vak {
+namespace {
+
+struct CreateOptions {
+  std::string model;
+  double cellSize = 0;
+  std::uint64_t areaSize = 64;
+  std::string blocks;
+  bool force = false;
+};
+
+int Create(const CreateOptions& options, const CommandContext& context) {
+  std::vector<int> blocks = DefaultBlocks();
+  std::string error;
+  if (!options.blocks.empty() && !ParseBlocksToCreate(options.blocks, blocks, error)) {
+    return context.Misuse("--blocks: " + error, "name them as in --blocks VAL,NUM");
+  }
+  std::error_code code;
+  if (!options.force && std::filesystem::exists(options.model, code)) {
+    return context.Fail(options.model, "exists already", "name another file, or say --force to replace it");
+  }
+  ModelFile model = CreateModel(context, options.model, options.cellSize, static_cast<int>(options.areaSize), blocks);
+  if (!model) return kCouldNotBeDone;
+  // The last closing writes the index too, but keeps quiet about it.
+  if (!model->SyncWrite()) return context.Fail(options.model, "cannot be written to the end", "check the disk");
+  return kDone;
+}
+
+}  // namespace
+
+void AddCreateCommand(CLI::App& app, CommandContext& context) {
+  const auto options = std::make_shared<CreateOptions>();
+  CLI::App* command = AddSubcommand(
+      app, context,
+      {"create", "Makes a new, empty model.", "vakdtm create harbour.dtm --cell-size 0.5 --blocks VAL,NUM,SDV"},
+      [options, &context] { return Create(*options, context); });
+  command->add_option("model", options->model, "File to make")->required()->type_name("MODEL");
+  AddNumber(*command, "--cell-size", options->cellSize, "Side of a cell in metres", std::numeric_limits<double>::min())
+      ->required();
+  AddWholeNumber(*command, "--area-size", options->areaSize, "Cells on a side of an area (default 64)", 1, 46340);
+  command
+      ->add_option("--blocks", options->blocks,
+                   "Kinds of value to record, by mnemonic, in this order; MIN and MAX bring their positions (default "
+                   "NUM,VAL,SDV,MIN,MAX,TIM)")
+      ->type_name("LIST");
+  command->add_flag("--force", options->force, "Replace a file that exists");
+}
+
+}  // namespace vak

@@ -1,0 +1,231 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "vakdtm/intake/DtmAsciiImporter.h"
+#include "vakdtm/services/jobs/ProcessThread.h"
+#include "vakdtm/services/text/FormatNumber.h"
+#include "vakdtm/services/text/Utf8.h"
+
+#include "Command.h"
+#include "JobProgress.h"
+#include "ModelFile.h"
+#include "SoundingSource.h"
+#include "StopSignals.h"
+
+namespace vak {
+namespace {
+
+struct ImportOptions {
+  std::string model;
+  std::vector<std::string> files;
+  double cellSize = 0;  // 0: not given
+  std::uint64_t areaSize = 64;
+  std::string blocks;
+  bool clearFirst = false;
+  bool negate = false;
+  bool backup = false;
+  bool json = false;
+  std::uint64_t memory = std::uint64_t{256} << 20;
+};
+
+/// Cells of half a metre make a grid of one cell out of a chart in degrees.
+constexpr double kTooLargeForDegrees = 0.5;
+
+std::string Text(double value) {
+  std::string text;
+  AppendNumber(text, value);
+  return text;
+}
+
+/// What one call does: the sources, the model, and what came of it.
+class Import {
+ public:
+  Import(const ImportOptions& options, const CommandContext& context) : options_(options), context_(context) {}
+
+  int Run() {
+    const auto start = std::chrono::steady_clock::now();
+    if (const int status = LookAtEverything(); status != kDone) return status;
+    if (std::none_of(sources_.begin(), sources_.end(), [](const auto& source) { return source.parses; })) {
+      PrintSummary(ImportTally(1), 0);
+      return kDone;
+    }
+    if (const int status = OpenModel(); status != kDone) return status;
+    ImportTally tally(model_->AreaSize());
+    const int status = Finish(ReadSources(tally));
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    WarnOfRejected(tally);
+    PrintSummary(tally, seconds.count());
+    return status;
+  }
+
+ private:
+  /// Nothing is changed before all of this is known to be good.
+  int LookAtEverything() {
+    std::string error;
+    blocks_ = DefaultBlocks();
+    if (!options_.blocks.empty() && !ParseBlocksToCreate(options_.blocks, blocks_, error)) {
+      return context_.Misuse("--blocks: " + error, "name them as in --blocks VAL,NUM");
+    }
+    if (std::count(options_.files.begin(), options_.files.end(), "-") > 1) {
+      return context_.Misuse("standard input is named twice", "name it once");
+    }
+    std::error_code code;
+    exists_ = std::filesystem::exists(options_.model, code);
+    if (!exists_ && options_.cellSize == 0) {
+      return context_.Fail(options_.model, "no such file", "give --cell-size to make it");
+    }
+    if (exists_) {
+      model_ = OpenForWriting(context_, options_.model);
+      if (!model_) return kCouldNotBeDone;
+      if (options_.cellSize != 0 && options_.cellSize != model_->CellSize()) {
+        return context_.Fail(options_.model, "has cells of " + Text(model_->CellSize()) + " m",
+                             "leave --cell-size out");
+      }
+    }
+    for (const std::string& file : options_.files) {
+      if (!OpenSource(context_, file, sources_.emplace_back())) {
+        return StopRequested() ? context_.Stopped("nothing was changed") : kCouldNotBeDone;
+      }
+      WarnOfStrange(sources_.back());
+    }
+    return kDone;
+  }
+
+  void WarnOfStrange(const SoundingSource& source) const {
+    const double cellSize = model_ ? model_->CellSize() : options_.cellSize;
+    if (!source.parses) {
+      context_.Warn(source.name, "no line holds three numbers; the first is \"" + source.firstLine + "\"",
+                    "give x, y and z parted by commas or blanks");
+    } else if (source.looksLikeDegrees && cellSize >= kTooLargeForDegrees) {
+      context_.Warn(source.name, "the coordinates look like degrees, and a cell is " + Text(cellSize) + " units wide",
+                    "project them first, or use a small cell size");
+    }
+  }
+
+  int OpenModel() {
+    if (model_) return kDone;
+    model_ = CreateModel(context_, options_.model, options_.cellSize, static_cast<int>(options_.areaSize), blocks_);
+    return model_ ? kDone : kCouldNotBeDone;
+  }
+
+  int ReadSources(ImportTally& tally) {
+    InstallProgressSink(std::make_shared<BarProgressSink>(context_));
+    bool backup = options_.backup && exists_;
+    for (SoundingSource& source : sources_) {
+      tally.BeginSource();
+      auto importer = std::make_unique<DtmAsciiImporter>(&*model_, source.file.release(), options_.clearFirst,
+                                                         std::exchange(backup, false), options_.negate);
+      importer->SetCacheSize(AreasInMemory());
+      importer->SetTally(&tally);
+      const DtmAsciiImporter& job = *importer;
+      ProcessThread thread(L"vakdtm import", nullptr, false, nullptr, false);
+      thread.AddProcessor(importer.release(), FromUtf8(source.name));
+      const int result = thread.DoModal();
+      if (result == ProcessThread::kStopped) return kStopped;
+      if (result == ProcessThread::kDone) continue;
+      if (job.InsertFailed()) {
+        return context_.Fail(source.name + ":" + std::to_string(job.CurrentLine()), "the sounding cannot be stored",
+                             "check the disk, then run \"vakdtm verify " + options_.model + "\"");
+      }
+      return context_.Fail(source.name, "cannot be read to its end", "check the file");
+    }
+    return kDone;
+  }
+
+  std::uint64_t AreasInMemory() const {
+    return std::max<std::uint64_t>(1, options_.memory / static_cast<std::uint64_t>(model_->SmallestBody()));
+  }
+
+  /// Writes the model out, whatever came before.
+  int Finish(int status) {
+    const bool written = model_->SyncWrite();
+    const bool lost = model_->HasLostData();
+    model_.Close();
+    if (!written || lost) {
+      return context_.Fail(options_.model,
+                           lost ? "cells were lost because they could not be written" : "cannot be written to the end",
+                           "check the disk, then import again into a copy made before");
+    }
+    if (status == kStopped) return context_.Stopped("the model holds what was imported so far");
+    return status;
+  }
+
+  void WarnOfRejected(const ImportTally& tally) const {
+    for (const ImportTally::RejectedLine& line : tally.RejectedLines()) {
+      const std::string& name = sources_[static_cast<std::size_t>(line.source)].name;
+      const bool outside = line.reason == ImportTally::Reason::kOutside;
+      context_.Warn(
+          name + ":" + std::to_string(line.line),
+          (outside ? "refused, no cell can lie there: \"" : "skipped, three numbers wanted: \"") + line.text + "\"",
+          "");
+    }
+    const auto more = tally.Skipped() + tally.Refused() - static_cast<std::int64_t>(tally.RejectedLines().size());
+    if (more > 0) context_.Warn(options_.model, std::to_string(more) + " more lines were not taken", "");
+  }
+
+  void PrintSummary(const ImportTally& tally, double seconds) const {
+    if (options_.json) return PrintJson(tally, seconds);
+    if (context_.quiet) return;
+    std::string line = std::to_string(tally.Taken()) + " of " + std::to_string(tally.Lines()) + " lines taken (" +
+                       std::to_string(tally.Skipped()) + " skipped, " + std::to_string(tally.Refused()) + " refused, " +
+                       std::to_string(tally.NotANumber()) + " not a number) into " + std::to_string(tally.Cells()) +
+                       " cells in " + std::to_string(tally.Areas()) + " areas";
+    if (tally.Taken() > 0) line += ", z " + Text(tally.LowestZ()) + " to " + Text(tally.HighestZ());
+    line += ", ";
+    AppendFixed(line, seconds, 2);
+    std::printf("%s s\n", line.c_str());
+  }
+
+  static void PrintJson(const ImportTally& tally, double seconds) {
+    nlohmann::ordered_json json;
+    json["lines"] = tally.Lines();
+    json["taken"] = tally.Taken();
+    json["skipped"] = tally.Skipped();
+    json["refused"] = tally.Refused();
+    json["not_a_number"] = tally.NotANumber();
+    json["cells"] = tally.Cells();
+    json["areas"] = tally.Areas();
+    json["z_range"] = nullptr;
+    if (tally.Taken() > 0) json["z_range"] = {tally.LowestZ(), tally.HighestZ()};
+    json["seconds"] = seconds;
+    std::printf("%s\n", json.dump().c_str());
+  }
+
+  const ImportOptions& options_;
+  const CommandContext& context_;
+  std::vector<int> blocks_;
+  std::vector<SoundingSource> sources_;
+  bool exists_ = false;
+  ModelFile model_;
+};
+
+}  // namespace
+
+void AddImportCommand(CLI::App& app, CommandContext& context) {
+  const auto options = std::make_shared<ImportOptions>();
+  CLI::App* command = AddSubcommand(
+      app, context,
+      {"import", "Adds soundings from text files (a line x,y,z or x y z) to a model's cells.",
+       "vakdtm import harbour.dtm survey.xyz --cell-size 1\nzcat lines.xyz.gz | vakdtm import harbour.dtm -"},
+      [options, &context] { return Import(*options, context).Run(); });
+  command->add_option("model", options->model, "Model to add to")->required()->type_name("MODEL");
+  command->add_option("files", options->files, "Texts to read; - for standard input")->required()->type_name("FILE");
+  AddNumber(*command, "--cell-size", options->cellSize,
+            "Makes the model, with cells of this many metres, if it isn't there", std::numeric_limits<double>::min());
+  AddWholeNumber(*command, "--area-size", options->areaSize,
+                 "Of a model to be made: cells on a side of an area (default 64)", 1, 46340);
+  command->add_option("--blocks", options->blocks, "Of a model to be made: kinds of value to record, by mnemonic")
+      ->type_name("LIST");
+  command->add_flag("--clear-first", options->clearFirst, "Empties a cell before each sounding: the last one wins");
+  command->add_flag("--negate", options->negate, "Flips the sign of z, for depths that are positive downwards");
+  command->add_flag("--backup", options->backup, "Keeps the model as it was under its name with the ending bk1");
+  AddByteCount(*command, "--memory", options->memory, "Memory for cells at the most (default 256M)", 1);
+  command->add_flag("--json", options->json, "Prints the summary as JSON");
+}
+
+}  // namespace vak

@@ -1,0 +1,145 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "vakdtm/services/text/FormatNumber.h"
+#include "vakdtm/store/DtmBlockId.h"
+
+#include "Command.h"
+#include "ModelFile.h"
+
+namespace vak {
+namespace {
+
+struct InfoOptions {
+  std::string model;
+  bool json = false;
+};
+
+struct ZRange {
+  float lo = kNoLowestZ;
+  float hi = kNoHighestZ;
+  bool IsKnown() const { return lo <= hi; }
+  void Add(float low, float high) {
+    lo = std::min(lo, low);
+    hi = std::max(hi, high);
+  }
+};
+
+/// The ranges that the areas keep, and for those that keep none, what their heights say; nothing is stored.
+ZRange FindZRange(DtmUpdateFile& model) {
+  ZRange range;
+  for (int i = 0; DtmArea* area = model.GetArea(i); ++i) {
+    float lo = 0;
+    float hi = 0;
+    if (area->GetMinMaxZ(lo, hi)) {
+      range.Add(lo, hi);
+      continue;
+    }
+    for (int slot = 0; slot < model.NumBlockIds(); ++slot) {
+      if (!DtmBlockId(model.GetBlockId(slot)).IsZ()) continue;
+      DtmDataBlock* const block = area->OpenDataBlockAt(slot);
+      if (!block) continue;
+      block->FindMinMax(range.lo, range.hi);
+      block->Close();
+    }
+  }
+  return range;
+}
+
+const char* OpenedByText(DtmOpenedBy openedBy) {
+  switch (openedBy) {
+    case DtmOpenedBy::kIndex:
+      return "index";
+    case DtmOpenedBy::kOldIndex:
+      return "old index";
+    default:
+      return "walk";
+  }
+}
+
+/// As the file keeps it: the shortest text that reads back to the same float.
+std::string FloatText(float value) {
+  std::array<char, 64> text{};
+  return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed).ptr};
+}
+
+std::string Text(double value) {
+  std::string text;
+  AppendNumber(text, value);
+  return text;
+}
+
+void PrintJson(DtmUpdateFile& model) {
+  nlohmann::ordered_json json;
+  json["cell_size"] = model.CellSize();
+  json["area_size"] = model.AreaSize();
+  json["blocks"] = nlohmann::ordered_json::array();
+  for (int i = 0; i < model.NumBlockIds(); ++i) json["blocks"].push_back(BlockLabel(model.GetBlockId(i)));
+  json["areas"] = model.NumAreas();
+  json["extents"] = nullptr;
+  double x0 = 0;
+  double y0 = 0;
+  double x1 = 0;
+  double y1 = 0;
+  if (model.GetAreaExtents(x0, y0, x1, y1)) {
+    json["extents"] = {{"x0", x0}, {"y0", y0}, {"x1", x1}, {"y1", y1}};
+  }
+  const ZRange range = FindZRange(model);
+  json["z_range"] = nullptr;
+  if (range.IsKnown()) json["z_range"] = {range.lo, range.hi};
+  json["opened_by"] = OpenedByText(model.OpenedBy());
+  json["file_size"] = model.FileSize();
+  std::printf("%s\n", json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+}
+
+void PrintText(DtmUpdateFile& model) {
+  std::printf("cell size   %s m\n", Text(model.CellSize()).c_str());
+  std::printf("area size   %d cells\n", model.AreaSize());
+  std::string blocks;
+  for (int i = 0; i < model.NumBlockIds(); ++i) blocks += (i == 0 ? "" : " ") + BlockLabel(model.GetBlockId(i));
+  std::printf("blocks      %s\n", blocks.c_str());
+  std::printf("areas       %d\n", model.NumAreas());
+  double x0 = 0;
+  double y0 = 0;
+  double x1 = 0;
+  double y1 = 0;
+  if (model.GetAreaExtents(x0, y0, x1, y1)) {
+    std::printf("extents     x %s to %s, y %s to %s\n", Text(x0).c_str(), Text(x1).c_str(), Text(y0).c_str(),
+                Text(y1).c_str());
+  }
+  const ZRange range = FindZRange(model);
+  if (range.IsKnown()) std::printf("z range     %s to %s\n", FloatText(range.lo).c_str(), FloatText(range.hi).c_str());
+  std::printf("opened by   %s\n", OpenedByText(model.OpenedBy()));
+  std::printf("file size   %lld bytes\n", model.FileSize());
+}
+
+int Info(const InfoOptions& options, const CommandContext& context) {
+  const ModelFile model = OpenForReading(context, options.model);
+  if (!model) return kCouldNotBeDone;
+  if (model->WalkStoppedAt() >= 0) {
+    context.Warn(options.model,
+                 "damaged at offset " + std::to_string(model->WalkStoppedAt()) + ", what lies behind is not shown",
+                 "run \"vakdtm verify " + options.model + "\"");
+  }
+  options.json ? PrintJson(*model) : PrintText(*model);
+  return kDone;
+}
+
+}  // namespace
+
+void AddInfoCommand(CLI::App& app, CommandContext& context) {
+  const auto options = std::make_shared<InfoOptions>();
+  CLI::App* command = AddSubcommand(app, context,
+                                    {"info", "Tells what a model is like: cell size, blocks, areas, extents, heights.",
+                                     "vakdtm info harbour.dtm --json"},
+                                    [options, &context] { return Info(*options, context); });
+  command->add_option("model", options->model, "Model to look at")->required()->type_name("MODEL");
+  command->add_flag("--json", options->json, "Prints JSON");
+}
+
+}  // namespace vak

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "vakdtm/store/DtmUpdateFile.h"
+
+#include "Command.h"
+
+namespace vak {
+
+/// A model that a subcommand has opened; closed when this goes.
+class ModelFile {
+ public:
+  ModelFile() = default;
+  explicit ModelFile(DtmUpdateFile* model) : model_(model) {}
+  ~ModelFile() { Close(); }
+  ModelFile(ModelFile&& other) noexcept : model_(std::exchange(other.model_, nullptr)) {}
+  ModelFile& operator=(ModelFile&& other) noexcept;
+  ModelFile(const ModelFile&) = delete;
+  ModelFile& operator=(const ModelFile&) = delete;
+
+  explicit operator bool() const { return model_ != nullptr; }
+  DtmUpdateFile* operator->() const { return model_; }
+  DtmUpdateFile& operator*() const { return *model_; }
+
+  void Close();
+
+ private:
+  DtmUpdateFile* model_ = nullptr;
+};
+
+/// Opens a model to look at it: every byte of the file and its times stay as they are. Prints why when it can't.
+ModelFile OpenForReading(const CommandContext& context, const std::string& path);
+
+/// Opens a model to change it. Prints why when it can't, also when the file's chunks couldn't be followed to its end.
+ModelFile OpenForWriting(const CommandContext& context, const std::string& path);
+
+/// Makes a new model, over a file of that name if there is one. Prints why when it can't.
+ModelFile CreateModel(const CommandContext& context, const std::string& path, double cellSize, int areaSize,
+                      const std::vector<int>& blocks);
+
+/// The blocks of a new model that names none.
+std::vector<int> DefaultBlocks();
+
+/// Reads a list of mnemonics, "VAL,NUM". @return false, with the reason in `error`, for an unknown, a repeated or no
+/// name.
+[[nodiscard]] bool ParseBlockList(const std::string& text, std::vector<int>& blocks, std::string& error);
+
+/// The blocks of a new model from a list of mnemonics: MIN brings XMIN and YMIN directly behind it, MAX likewise,
+/// unless the list names them itself.
+[[nodiscard]] bool ParseBlocksToCreate(const std::string& text, std::vector<int>& blocks, std::string& error);
+
+/// The mnemonic of a block id, or its four letters when the table doesn't know it.
+std::string BlockLabel(int id);
+
+}  // namespace vak

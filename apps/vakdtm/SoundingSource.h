@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "Command.h"
+
+namespace vak {
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using FilePointer = std::unique_ptr<std::FILE, CloseFile>;
+
+/// A text of soundings that a subcommand is to read, looked at but not yet used.
+struct SoundingSource {
+  std::string name;               ///< for messages
+  FilePointer file;               ///< seekable, at its start
+  bool parses = false;            ///< some line holds three numbers
+  bool looksLikeDegrees = false;  ///< the first of those lines could all be longitude and latitude
+  std::string firstLine;          ///< for the message that none does
+};
+
+/// Opens a file, or standard input for "-", and looks for the first lines that parse. What can't be read twice
+/// (standard input, a pipe) is copied to a temporary file first. Prints why when it can't.
+/// @return false then, and when the user has stopped the copying.
+[[nodiscard]] bool OpenSource(const CommandContext& context, const std::string& path, SoundingSource& source);
+
+}  // namespace vak

@@ -1,0 +1,159 @@
+#include "vakdtm/store/DtmManager.h"
+
+#include <algorithm>
+#include <cwctype>
+#include <filesystem>
+#include <mutex>
+
+#include "vakdtm/services/files/FileName.h"
+#include "vakdtm/services/files/HugeFileStream.h"
+#include "vakdtm/services/platform/Platform.h"
+#include "vakdtm/services/text/Utf8.h"
+
+namespace vak {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint16_t kShortestSyncTime = 500;
+
+thread_local DtmOpenError lastOpenError = DtmOpenError::kNone;
+
+DtmUpdateFile* Failed(DtmOpenError why) {
+  lastOpenError = why;
+  return nullptr;
+}
+
+fs::path PathOf(const std::wstring& name) { return {ToUtf8(name)}; }
+
+bool EqualButForCase(const std::wstring& a, const std::wstring& b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
+    return std::towlower(static_cast<std::wint_t>(x)) == std::towlower(static_cast<std::wint_t>(y));
+  });
+}
+
+/// Names are compared without regard to case, but two files that differ only in case are two models.
+bool NameSameFile(const std::wstring& a, const std::wstring& b) {
+  if (a == b) return true;
+  if (!EqualButForCase(a, b)) return false;
+  std::error_code error;
+  if (!fs::exists(PathOf(a), error) || !fs::exists(PathOf(b), error)) return true;
+  return fs::equivalent(PathOf(a), PathOf(b), error);
+}
+
+DtmOpenError ReasonOf(StreamError error) {
+  switch (error) {
+    case StreamError::kNone:
+      return DtmOpenError::kNoModel;  // the stream did all it was asked: the bytes are to blame
+    case StreamError::kMissing:
+      return DtmOpenError::kMissing;
+    case StreamError::kNotReadable:
+      return DtmOpenError::kNotReadable;
+    case StreamError::kNotWritable:
+      return DtmOpenError::kNotWritable;
+    case StreamError::kFolder:
+      return DtmOpenError::kFolder;
+    case StreamError::kHeldByWriter:
+      return DtmOpenError::kHeldByWriter;
+    case StreamError::kNoSpace:
+      return DtmOpenError::kNoSpace;
+    default:
+      return DtmOpenError::kOther;
+  }
+}
+
+void ApplySettings(DtmFile& model, const DtmManager::create_params& params) {
+  if (params.areaSize > 0) model.SetAreaSize(params.areaSize);
+  if (params.cellSize > 0) model.SetCellSize(params.cellSize);
+  if (params.blockIds.empty()) return;
+  model.ClearBlockIds();
+  for (const int id : params.blockIds) model.AddBlockId(id);
+}
+
+bool AreUsable(const DtmManager::create_params& params) {
+  DtmFile trial(nullptr, true);
+  ApplySettings(trial, params);
+  return trial.HasUsableSettings();
+}
+
+}  // namespace
+
+DtmManager& DtmManager::GetDtmManager() {
+  static DtmManager manager;
+  return manager;
+}
+
+DtmUpdateFile* DtmManager::OpenDtm(const std::wstring& name, bool readWrite, const create_params* params) {
+  return Open(name, readWrite ? Access::kReadWrite : Access::kRead, params);
+}
+
+DtmUpdateFile* DtmManager::OpenDtmUntouched(const std::wstring& name) {
+  return Open(name, Access::kReadOnlyForGood, nullptr);
+}
+
+DtmOpenError DtmManager::LastOpenError() { return lastOpenError; }
+
+DtmUpdateFile* DtmManager::Open(const std::wstring& name, Access access, const create_params* params) {
+  lastOpenError = DtmOpenError::kNone;
+  const std::scoped_lock lock(mutex_);
+  if (params && !AreUsable(*params)) return Failed(DtmOpenError::kBadSettings);
+  std::wstring wanted = name;
+  if (wanted.empty()) {
+    if (!params) return Failed(DtmOpenError::kNoName);
+    std::wstring folder;
+    if (!GetTempPathW(folder) || !GetTempFileNameW(folder, L"Dtm", wanted)) return Failed(DtmOpenError::kOther);
+  }
+  wanted = GetCanonicalPath(wanted);
+  if (wanted.empty()) return Failed(DtmOpenError::kMissing);
+  if (DtmUpdateFile* const open = FindModel(wanted)) return Share(*open, access, params);
+  return OpenNew(wanted, access, params);
+}
+
+DtmUpdateFile* DtmManager::FindModel(const std::wstring& name) const {
+  const auto found = std::find_if(models_.begin(), models_.end(),
+                                  [&](const auto& model) { return NameSameFile(model->FileName(), name); });
+  return found == models_.end() ? nullptr : found->get();
+}
+
+DtmUpdateFile* DtmManager::Share(DtmUpdateFile& model, Access access, const create_params* params) {
+  // A file in use can't be created anew.
+  if (params) return Failed(DtmOpenError::kInUse);
+  if (access == Access::kReadWrite && !model.IsReadWrite() && !model.MakeReadWrite(true)) {
+    return Failed(DtmOpenError::kHeldByWriter);
+  }
+  return model.Open() ? &model : Failed(DtmOpenError::kOther);
+}
+
+DtmUpdateFile* DtmManager::OpenNew(const std::wstring& name, Access access, const create_params* params) {
+  const bool create = params != nullptr;
+  std::error_code error;
+  const bool existed = fs::exists(PathOf(name), error);
+  auto stream = std::make_unique<HugeFileStream>(name.c_str(), create, access == Access::kReadWrite || create);
+  if (access == Access::kReadOnlyForGood) stream->RefuseWriting();
+  HugeFileStream& watched = *stream;
+  auto model = std::make_unique<DtmUpdateFile>(stream.release(), create);
+  if (params) ApplySettings(*model, *params);
+  if (!model->Open()) {
+    const DtmOpenError why = ReasonOf(watched.LastError());
+    const bool made = create && !existed && watched.IsOpen();
+    model.reset();
+    if (made) DeleteFileW(name);
+    return Failed(why);
+  }
+  return models_.emplace_back(std::move(model)).get();
+}
+
+void DtmManager::RemoveDtm(DtmUpdateFile* model) {
+  const std::wstring name = model->FileName();
+  const bool persists = model->GetFilePersis();
+  std::erase_if(models_, [&](const auto& owned) { return owned.get() == model; });
+  std::wstring temporary;
+  if (!persists && GetTempPathW(temporary) && name.starts_with(temporary)) DeleteFileW(name);
+}
+
+std::uint16_t DtmManager::SetDtmSyncTime(std::uint16_t ms) {
+  const std::scoped_lock lock(mutex_);
+  return std::exchange(syncTime_, std::max(ms, kShortestSyncTime));
+}
+
+}  // namespace vak

@@ -1,0 +1,115 @@
+#include "vakdtm/store/DtmUpdateFile.h"
+
+#include "vakdtm/services/files/FileName.h"
+#include "vakdtm/services/files/HugeFileStream.h"
+#include "vakdtm/services/notify/SubscriptionManager.h"
+#include "vakdtm/services/platform/Platform.h"
+#include "vakdtm/store/DtmManager.h"
+#include "vakdtm/store/DtmRectUpdater.h"
+
+namespace vak {
+namespace {
+
+/// The kind of notification that announces an update rectangle.
+constexpr int kRectChanged = 1;
+
+}  // namespace
+
+DtmUpdateFile::DtmUpdateFile(HugeFileStream* stream, bool create)
+    : DtmFile(stream, create),
+      hugeStream_(stream),
+      fileName_(stream->FileName()),
+      name_(GetTitleFromPath(fileName_)),
+      fileTime_(ReadFileTime()) {}
+
+DtmUpdateFile::~DtmUpdateFile() = default;
+
+bool DtmUpdateFile::Open() {
+  const std::scoped_lock lock(DtmManager::GetDtmManager());
+  return DtmFile::Open();
+}
+
+int DtmUpdateFile::Close() {
+  DtmManager& manager = DtmManager::GetDtmManager();
+  const std::scoped_lock lock(manager);
+  if (OpenCount() == 1) MakeReadWrite(true);
+  const int remaining = DtmFile::Close();
+  if (remaining == 0) manager.RemoveDtm(this);
+  return remaining;
+}
+
+bool DtmUpdateFile::IsReadWrite() const { return hugeStream_->IsReadWrite(); }
+
+double DtmUpdateFile::ReadFileTime() const {
+  double created = 0;
+  double accessed = 0;
+  double modified = 0;
+  hugeStream_->GetFileTimes(created, accessed, modified);
+  return modified;
+}
+
+bool DtmUpdateFile::MakeReadWrite(bool readWrite) {
+  const std::scoped_lock managerLock(DtmManager::GetDtmManager());
+  {
+    const StreamLock lock(*hugeStream_);
+    if (hugeStream_->IsReadWrite() == readWrite) return true;
+    if (!hugeStream_->MakeReadWrite(readWrite)) return false;
+  }
+  const double time = ReadFileTime();
+  if (time != fileTime_) {
+    {
+      DtmRectUpdater updater(this);
+      SyncRead(&updater);
+    }
+    fileTime_ = time;
+    FlushUpdateRect();
+  }
+  return true;
+}
+
+void DtmUpdateFile::AddUpdateRect(const Page& rect, bool flag) {
+  const std::scoped_lock lock(rectMutex_);
+  OnFileModified();
+  if (rectPending_) {
+    updateRect_ |= rect;
+  } else {
+    updateRect_ = rect;
+    rectPending_ = true;
+  }
+  rectFlag_ = rectFlag_ || flag;
+  const std::uint32_t now = timeGetTime();
+  if (now >= lastNotify_ && now - lastNotify_ < kNotifyInterval) return;
+  FlushUpdateRect();
+}
+
+void DtmUpdateFile::FlushUpdateRect() {
+  // Held during the notification: subscribers are called within it and fetch the rectangle.
+  const std::scoped_lock lock(rectMutex_);
+  if (!rectPending_) return;
+  SubscriptionManager::Instance().Notify(kRectChanged, fileName_, nullptr, nullptr);
+  rectPending_ = false;
+  rectFlag_ = false;
+  lastNotify_ = timeGetTime();
+}
+
+bool DtmUpdateFile::GetUpdateRect(Page& rect, bool& flag) const {
+  const std::scoped_lock lock(rectMutex_);
+  if (!rectPending_) return false;
+  rect = updateRect_;
+  flag = rectFlag_;
+  return true;
+}
+
+void DtmUpdateFile::Sync() {
+  const std::scoped_lock lock(DtmManager::GetDtmManager());
+  fileTime_ = ReadFileTime();
+  if (IsReadWrite()) {
+    SyncWrite();
+  } else {
+    DtmRectUpdater updater(this);
+    SyncRead(&updater);
+  }
+  FlushUpdateRect();
+}
+
+}  // namespace vak

@@ -25,15 +25,14 @@ using namespace std::string_view_literals;
 constexpr double kUntouched = -123.456e77;
 
 // What may stand behind a line in memory: more of the same, line ends, NULs, what a number could go on with.
-const std::vector<std::string> kBehind = {"7", ",1,2,3\n", "\n", std::string(1, '\0'), ".5", "e5 ", " 4 5 6", "x-nan"};
+const std::vector<std::string> kBehind = {"7",   ",1,2,3\n", "\n",   std::string(1, '\0'), ".5", ".\n", ". ",
+                                          "e5 ", " 4 5 6",   "x-nan"};
 
 // A line with something behind it, in memory of its own that ends where the scanner may read no further.
 class PaddedLine {
  public:
   PaddedLine(std::string_view line, std::string_view behind) : memory_(line.begin(), line.end()), size_(line.size()) {
-    while (memory_.size() < size_ + SoundingScanner::kPadding)
-      memory_.push_back(behind[memory_.size() % behind.size()]);
-    memory_.resize(size_ + SoundingScanner::kPadding);
+    for (std::size_t i = 0; i < SoundingScanner::kPadding; ++i) memory_.push_back(behind[i % behind.size()]);
     memory_.shrink_to_fit();
   }
 

@@ -30,7 +30,7 @@ namespace {
 constexpr std::uint64_t kExactInteger = std::uint64_t{1} << 53;
 constexpr unsigned kMostDigits = 16;  // more never make an integer up to `kExactInteger`, but for leading zeros
 constexpr unsigned kShortLine = 60;   // bytes of a line that ScanShort looks at; the mask has a few more bits
-static_assert(kShortLine + 2 + kMostDigits <= SoundingScanner::kPadding);
+static_assert(kShortLine + 3 <= 64 && kShortLine + 2 + kMostDigits <= SoundingScanner::kPadding);
 
 constexpr std::array<double, kMostDigits + 1> kPowerOfTen = {1e0, 1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7, 1e8,
                                                              1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16};
@@ -224,7 +224,8 @@ bool ScanShort(const char* begin, const char* end, ScannedSounding& sounding) {
   return true;
 }
 
-// Reads [blanks] [sign] digits [. digits] [e [sign] digits] and moves `at` behind it; false declines the line.
+// Reads [blanks] [sign] digits [. digits] [e [sign] digits] and moves `at` behind it; false declines the line. What it
+// leaves may be more of the number for others, as in "0x1p3" or "1e+": the caller looks for what ends a number.
 bool ReadDecimal(const char*& at, const char* end, double& number) {
   while (at != end && IsBlank(*at)) ++at;
   if (at == end) return false;
@@ -235,8 +236,6 @@ bool ReadDecimal(const char*& at, const char* end, double& number) {
   double magnitude = 0.0;
   const auto [stop, error] = std::from_chars(at, end, magnitude);
   if (error != std::errc{}) return false;  // no digit, too large or too small
-  // What from_chars leaves may be more of the number for others: "0x1p3", "1e+".
-  if (stop != end && !EndsNumber(*stop)) return false;
   number = WithSign(magnitude, negative);
   at = stop;
   return true;

@@ -20,7 +20,9 @@ class BarSink final : public ProgressSink {
   explicit BarSink(const CommandContext& context) : context_(context) {}
 
   void Begin(const JobProgress& /*progress*/) override { bar_.emplace(context_); }
-  void Show(const JobProgress& progress) override { bar_->Show(progress.fraction); }
+  void Show(const JobProgress& progress) override {
+    if (bar_) bar_->Show(progress.fraction);
+  }
   bool WantsStop() override { return StopRequested(); }
   void End(bool /*done*/) override { bar_.reset(); }
 

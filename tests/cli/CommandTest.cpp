@@ -18,7 +18,6 @@ namespace {
 using test::CommandResult;
 using test::RunCommand;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 CommandResult Vakdtm(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), VAKDTM_COMMAND);

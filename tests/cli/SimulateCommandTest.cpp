@@ -1,6 +1,7 @@
+#include <bit>
 #include <charconv>
 #include <chrono>
-#include <cstring>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -69,7 +70,7 @@ TEST_F(SimulateCommand, TheTextReadsBackToTheSimulatorsDoublesToTheBit) {
       double found = 0.0;
       const auto [after, error] = std::from_chars(at, end, found);
       ASSERT_EQ(error, std::errc()) << "line " << lines + 1;
-      ASSERT_EQ(std::memcmp(&found, &wanted, sizeof found), 0) << "line " << lines + 1;
+      ASSERT_EQ(std::bit_cast<std::uint64_t>(found), std::bit_cast<std::uint64_t>(wanted)) << "line " << lines + 1;
       ASSERT_TRUE(after - at >= 5 && after[-4] == '.') << "line " << lines + 1;
       at = after + 1;
     }

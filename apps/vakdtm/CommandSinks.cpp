@@ -19,7 +19,10 @@ class BarSink final : public ProgressSink {
  public:
   explicit BarSink(const CommandContext& context) : context_(context) {}
 
-  void Begin(const JobProgress& /*progress*/) override { bar_.emplace(context_); }
+  void Begin(const JobProgress& progress) override {
+    bar_.emplace(context_);
+    Show(progress);
+  }
   void Show(const JobProgress& progress) override {
     if (bar_) bar_->Show(progress.fraction);
   }

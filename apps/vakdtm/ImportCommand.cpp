@@ -12,7 +12,6 @@
 #include "vakdtm/services/text/Utf8.h"
 
 #include "Command.h"
-#include "JobProgress.h"
 #include "ModelFile.h"
 #include "SoundingSource.h"
 #include "StopSignals.h"
@@ -114,7 +113,6 @@ class Import {
   }
 
   int ReadSources(ImportTally& tally) {
-    InstallProgressSink(std::make_shared<BarProgressSink>(context_));
     bool backup = options_.backup && exists_;
     for (SoundingSource& source : sources_) {
       tally.BeginSource();

@@ -8,7 +8,7 @@ const std::byte* StreamWindow::At(std::int64_t position, std::int64_t count) {
   if (position < 0 || count < 0 || position > end_ - count) return nullptr;
   const auto held = static_cast<std::int64_t>(bytes_.size());
   if (position < start_ || position + count > start_ + held) {
-    const bool near = held > 0 && position >= start_ && position < start_ + held + reach_;
+    const bool near = held > 0 && position >= start_ && position <= start_ + held + reach_;
     reach_ = near ? std::min(kLargest, std::max<std::int64_t>(64, 4 * reach_)) : 0;
     const std::int64_t want = std::min(std::max(count, reach_), end_ - position);
     bytes_.resize(static_cast<std::size_t>(want));

@@ -1,5 +1,6 @@
 #include "vakdtm/store/GridSettings.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -62,6 +63,9 @@ bool ReadGridSettings(StreamWindow& window, GridSettings& settings, std::int32_t
     return false;
   };
   if (!attributes.Find(grid::kAttributes)) return lacks(grid::kAttributes);
+  // All of it in one reading, unless strangers make it larger than these few numbers could.
+  constexpr std::int64_t kUsualLength = 4096;
+  window.At(attributes.Body(), std::min<std::int64_t>(attributes.Header().length, kUsualLength));
   // Each is looked up from the start of the body, so that the order doesn't matter and unknown chunks are passed over.
   std::int64_t length = 0;
   const std::byte* bytes = FindIn(window, attributes, grid::kCellSize, 8, length);

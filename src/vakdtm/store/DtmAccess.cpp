@@ -103,7 +103,8 @@ void DtmAccess::CopyFrom(const DtmAccess& other) {
   cache_ = other.cache_;
   for (OpenList* list : {&current_, &cache_}) {
     for (auto open = list->begin(); open != list->end(); ++open) {
-      open_.emplace(open->area, open);
+      open_.emplace(open->key, open);
+      open->statisticsOpen = false;
       for (DtmDataBlock*& block : open->blocks) {
         // The other holds it open, so nothing has to be read.
         if (block && !block->Open()) block = nullptr;
@@ -161,6 +162,7 @@ int DtmAccess::GetAreaCell(int row, int col, bool create) {
     areaRow_ = areaRow;
     areaCol_ = areaCol;
   }
+  if (moved && ReenterArea()) return CurrentArea()->CalcCell(row, col);
   // A reader of a live model notices here that an area has appeared where there was none.
   if (moved || create || static_cast<std::size_t>(file_->NumAreas()) != areaMap_.size()) {
     EnterArea(GetArea(row, col, create));
@@ -169,24 +171,30 @@ int DtmAccess::GetAreaCell(int row, int col, bool create) {
   return area ? area->CalcCell(row, col) : -1;
 }
 
+std::uint64_t DtmAccess::AreaKey() const {
+  return std::uint64_t{static_cast<std::uint32_t>(areaRow_)} << 32 | static_cast<std::uint32_t>(areaCol_);
+}
+
+bool DtmAccess::ReenterArea() {
+  const auto known = open_.find(AreaKey());
+  if (known == open_.end()) return false;
+  current_.splice(current_.begin(), cache_, known->second);
+  return true;
+}
+
 void DtmAccess::EnterArea(DtmArea* area) {
   if (!area || CurrentArea()) return;
-  const auto known = open_.find(area);
-  if (known != open_.end()) {
-    current_.splice(current_.begin(), cache_, known->second);
-    return;
-  }
   if (spare_.empty()) spare_.emplace_back();
   current_.splice(current_.begin(), spare_, spare_.begin());
   OpenArea& open = current_.front();
+  open.key = AreaKey();
   open.area = area;
   open.blocks.assign(blockIds_.size(), nullptr);
-  open_.emplace(area, current_.begin());
+  open_.emplace(open.key, current_.begin());
 }
 
 void DtmAccess::CloseOldArea() {
   if (current_.empty()) return;
-  statisticsOpen_ = false;
   if (std::exchange(cleared_, false)) CurrentArea()->CheckEmpty();
   cache_.splice(cache_.begin(), current_);
   TrimCache(cacheSize_);
@@ -200,11 +208,12 @@ void DtmAccess::TrimCache(std::uint64_t count) {
 }
 
 void DtmAccess::ReleaseArea(OpenArea& open) {
-  open_.erase(open.area);
+  open_.erase(open.key);
   for (DtmDataBlock* const block : open.blocks) {
     if (block) block->Close();
   }
   open.area = nullptr;
+  open.statisticsOpen = false;
 }
 
 DtmDataBlock* DtmAccess::GetDataBlock(int id) {
@@ -311,15 +320,16 @@ bool DtmAccess::OpenStatistics(int slot, StatisticsBlock<T>& target) {
 }
 
 bool DtmAccess::OpenStatistics() {
-  if (statisticsOpen_) return true;
-  Statistics& s = statistics_;
-  statisticsOpen_ =
+  OpenArea& open = current_.front();
+  if (open.statisticsOpen) return true;
+  Statistics& s = open.statistics;
+  open.statisticsOpen =
       OpenStatistics(slots_.val, s.val) && OpenStatistics(slots_.num, s.num) && OpenStatistics(slots_.sdv, s.sdv) &&
       OpenStatistics(slots_.tim, s.tim) && OpenStatistics(slots_.min, s.min) && OpenStatistics(slots_.max, s.max) &&
       OpenStatistics(slots_.xmn, s.xmn) && OpenStatistics(slots_.ymn, s.ymn) && OpenStatistics(slots_.xmx, s.xmx) &&
       OpenStatistics(slots_.ymx, s.ymx) && OpenStatistics(slots_.tvu, s.tvu) && OpenStatistics(slots_.thu, s.thu) &&
       OpenStatistics(slots_.fct, s.fct);
-  return statisticsOpen_;
+  return open.statisticsOpen;
 }
 
 bool DtmAccess::InsertValue(double x, double y, double z, long long time, const float* tvu, const float* thu,
@@ -339,7 +349,7 @@ bool DtmAccess::InsertValue(double x, double y, double z, long long time, const 
 
 void DtmAccess::AddSounding(int cell, double x, double y, double z, long long time, const float* tvu, const float* thu,
                             int fileIndex) {
-  const Statistics& s = statistics_;
+  const Statistics& s = current_.front().statistics;
   double n = 0;  // soundings so far
   if (s.num) {
     const std::int32_t stored = std::max(0, s.num.Get(cell));
@@ -400,7 +410,7 @@ bool DtmAccess::SetValue(double x, double y, double z, long long time, const flo
 
 void DtmAccess::ReplaceCell(int cell, double x, double y, double z, long long time, const float* tvu, const float* thu,
                             int fileIndex) {
-  const Statistics& s = statistics_;
+  const Statistics& s = current_.front().statistics;
   float dx = 0;
   float dy = 0;
   file_->CalcCellPos(x, y, dx, dy);

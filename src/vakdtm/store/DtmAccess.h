@@ -109,13 +109,6 @@ class DtmAccess {
   bool ClearCellData(int row, int col, int id);
 
  private:
-  /// An area and the blocks open in it, by place in the file's list; owns one open count on each that isn't null.
-  struct OpenArea {
-    DtmArea* area = nullptr;
-    std::vector<DtmDataBlock*> blocks;
-  };
-  using OpenList = std::list<OpenArea>;
-
   /// The places of the 13 blocks of the statistics in the file's list; -1 for those that the file doesn't have.
   struct StatisticsSlots {
     int val, num, sdv, tim, min, max, xmn, ymn, xmx, ymx, tvu, thu, fct;
@@ -137,13 +130,25 @@ class DtmAccess {
     StatisticsBlock<std::uint32_t> fct;
   };
 
+  /// An area and the blocks open in it, by place in the file's list; owns one open count on each that isn't null.
+  struct OpenArea {
+    std::uint64_t key = 0;  ///< of the area's place
+    DtmArea* area = nullptr;
+    std::vector<DtmDataBlock*> blocks;
+    Statistics statistics;
+    bool statisticsOpen = false;  ///< whether `statistics` is worked out
+  };
+  using OpenList = std::list<OpenArea>;
+
   void Attach(DtmFile* file);
   void CopyFrom(const DtmAccess& other);
   void CloseDown();
 
   bool LocateCell(double x, double y, int& row, int& col) const;
   int GetAreaCell(int row, int col, bool create);
+  bool ReenterArea();
   void EnterArea(DtmArea* area);
+  std::uint64_t AreaKey() const;
   void CloseOldArea();
   void TrimCache(std::uint64_t count);
   void ReleaseArea(OpenArea& open);
@@ -152,6 +157,7 @@ class DtmAccess {
   DtmDataBlock* GetDataBlock(int id);
   DtmDataBlock* GetDataBlockAt(int slot);
   bool GetCellValue(int row, int col, int id, double& value);
+  /// Opens the blocks of the statistics in the current area. @return false when one that the file has can't be read.
   bool OpenStatistics();
   template <typename T>
   bool OpenStatistics(int slot, StatisticsBlock<T>& target);
@@ -176,12 +182,10 @@ class DtmAccess {
   OpenList current_;
   OpenList cache_;  // most recent first
   OpenList spare_;
-  std::unordered_map<const DtmArea*, OpenList::iterator> open_;  // every area that is current or in the cache
+  std::unordered_map<std::uint64_t, OpenList::iterator> open_;  // every area that is current or in the cache, by key
   std::uint64_t cacheSize_ = kDefaultCacheSize;
 
-  Statistics statistics_;        // of the current area
-  bool statisticsOpen_ = false;  // whether statistics_ is worked out
-  bool cleared_ = false;         // a cell of the current area was emptied since it was entered
+  bool cleared_ = false;  // a cell of the current area was emptied since it was entered
 };
 
 }  // namespace vak

@@ -97,16 +97,20 @@ DtmUpdateFile* DtmManager::Open(const std::wstring& name, Access access, const c
   lastOpenError = DtmOpenError::kNone;
   const std::scoped_lock lock(mutex_);
   if (params && !AreUsable(*params)) return Failed(DtmOpenError::kBadSettings);
-  std::wstring wanted = name;
-  if (wanted.empty()) {
-    if (!params) return Failed(DtmOpenError::kNoName);
-    std::wstring folder;
-    if (!GetTempPathW(folder) || !GetTempFileNameW(folder, L"Dtm", wanted)) return Failed(DtmOpenError::kOther);
-  }
-  wanted = GetCanonicalPath(wanted);
+  if (name.empty()) return params ? OpenTemporary(*params) : Failed(DtmOpenError::kNoName);
+  const std::wstring wanted = GetCanonicalPath(name);
   if (wanted.empty()) return Failed(DtmOpenError::kMissing);
   if (DtmUpdateFile* const open = FindModel(wanted)) return Share(*open, access, params);
   return OpenNew(wanted, access, params);
+}
+
+DtmUpdateFile* DtmManager::OpenTemporary(const create_params& params) {
+  std::wstring folder;
+  std::wstring name;
+  if (!GetTempPathW(folder) || !GetTempFileNameW(folder, L"Dtm", name)) return Failed(DtmOpenError::kOther);
+  DtmUpdateFile* const model = OpenNew(name, Access::kReadWrite, &params);
+  if (!model) DeleteFileW(name);  // the name was kept for it by an empty file
+  return model;
 }
 
 DtmUpdateFile* DtmManager::FindModel(const std::wstring& name) const {
@@ -119,7 +123,7 @@ DtmUpdateFile* DtmManager::Share(DtmUpdateFile& model, Access access, const crea
   // A file in use can't be created anew.
   if (params) return Failed(DtmOpenError::kInUse);
   if (access == Access::kReadWrite && !model.IsReadWrite() && !model.MakeReadWrite(true)) {
-    return Failed(DtmOpenError::kHeldByWriter);
+    return Failed(ReasonOf(model.LastStreamError()));
   }
   return model.Open() ? &model : Failed(DtmOpenError::kOther);
 }

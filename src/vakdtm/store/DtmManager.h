@@ -82,6 +82,7 @@ class DtmManager {
   ~DtmManager() = default;
 
   DtmUpdateFile* Open(const std::wstring& name, Access access, const create_params* params);
+  DtmUpdateFile* OpenTemporary(const create_params& params);
   DtmUpdateFile* OpenNew(const std::wstring& name, Access access, const create_params* params);
   DtmUpdateFile* Share(DtmUpdateFile& model, Access access, const create_params* params);
   DtmUpdateFile* FindModel(const std::wstring& name) const;

@@ -40,6 +40,8 @@ int DtmUpdateFile::Close() {
 
 bool DtmUpdateFile::IsReadWrite() const { return hugeStream_->IsReadWrite(); }
 
+StreamError DtmUpdateFile::LastStreamError() const { return hugeStream_->LastError(); }
+
 double DtmUpdateFile::ReadFileTime() const {
   double created = 0;
   double accessed = 0;

@@ -12,6 +12,7 @@
 namespace vak {
 
 class HugeFileStream;
+enum class StreamError;
 
 /// A grid model as a process shares it: one object for everybody who opened the same file, counted.
 ///
@@ -40,6 +41,8 @@ class DtmUpdateFile final : public DtmFile {
   /// Changes the mode. To read-write fails, with nothing changed, while another process has it; a model that becomes
   /// writable first catches up with what was written meanwhile. Going to read-only writes nothing: call `Sync` before.
   bool MakeReadWrite(bool readWrite);
+  /// Why the stream's last failed operation failed.
+  StreamError LastStreamError() const;
 
   /// Marks the model as one that the next pass of syncing has work for.
   void OnFileModified() { modified_.store(true, std::memory_order_relaxed); }

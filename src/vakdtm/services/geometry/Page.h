@@ -54,7 +54,8 @@ class Page {
   constexpr bool ClipRect(Page& other) const {
     const Page common(std::max(left_, other.left_), std::max(bottom_, other.bottom_), std::min(right_, other.right_),
                       std::min(top_, other.top_));
-    if (!IsValid() || !other.IsValid() || !(common.left_ < common.right_ && common.bottom_ < common.top_)) return false;
+    const bool hasArea = common.left_ < common.right_ && common.bottom_ < common.top_;
+    if (!hasArea || !IsValid() || !other.IsValid()) return false;
     other = common;
     return true;
   }

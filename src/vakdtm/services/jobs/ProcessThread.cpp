@@ -104,7 +104,7 @@ class ProcessThread::Job {
 
   Result Wait() {
     std::unique_lock lock(mutex_);
-    ended_.wait(lock, [this] { return result_.has_value(); });
+    while (!result_.has_value()) ended_.wait(lock);
     return *result_;
   }
 

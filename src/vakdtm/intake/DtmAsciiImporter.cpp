@@ -1,8 +1,8 @@
 #include "vakdtm/intake/DtmAsciiImporter.h"
 
-#include <cmath>
 #include <string>
 
+#include "vakdtm/intake/SoundingAhead.h"
 #include "vakdtm/services/jobs/MessageSink.h"
 #include "vakdtm/services/platform/Platform.h"
 #include "vakdtm/services/text/StringTable.h"
@@ -75,48 +75,48 @@ bool DtmAsciiImporter::DetectFormat(LineReader& lines, SoundingFormat& format, S
 bool DtmAsciiImporter::Process() {
   SoundingFormat format = SoundingFormat::kComma;
   DetectFormat(lines_, format);
-  scanner_ = SoundingScanner(format);
   size_.store(lines_.Size(), std::memory_order_relaxed);
   if (!lines_.Rewind()) return false;
 
-  ScannedSounding sounding;
-  std::string_view line;
-  while (lines_.Next(line)) {
-    if (IsStopped()) return false;
-    if (TakeLine(line, sounding) == Step::kFailed) {
-      insertFailed_ = true;
-      if (backup_) TellWhereBackupIs();
-      return false;
+  SoundingAhead ahead(lines_, SoundingScanner(format));
+  while (const SoundingBatch* const batch = ahead.Next()) {
+    for (const SoundingLine& line : batch->lines) {
+      if (IsStopped()) return false;
+      currentLine_ = line.number;
+      if (!TakeLine(line, *batch)) {
+        insertFailed_ = true;
+        if (backup_) TellWhereBackupIs();
+        return false;
+      }
+      position_.store(line.position, std::memory_order_relaxed);
     }
-    position_.store(lines_.Position(), std::memory_order_relaxed);
   }
   return !lines_.Failed();
 }
 
-DtmAsciiImporter::Step DtmAsciiImporter::TakeLine(std::string_view line, ScannedSounding& sounding) {
-  const int fields = scanner_.Scan(line.data(), line.data() + line.size(), sounding);
-  if (fields != 3 || !std::isfinite(sounding.x) || !std::isfinite(sounding.y) || std::isinf(sounding.z)) {
-    if (tally_) tally_->CountSkipped(lines_.LineNumber(), line);
-    return Step::kGoOn;
+bool DtmAsciiImporter::TakeLine(const SoundingLine& line, const SoundingBatch& batch) {
+  if (line.kind == SoundingLine::Kind::kNotParsed) {
+    if (tally_) tally_->CountSkipped(line.number, batch.TextOf(line));
+    return true;
   }
-  const double z = negateZ_ ? -sounding.z : sounding.z;
   const DtmFile& model = *access_.GetDtmFile();
   int row = 0;
   int col = 0;
-  model.CalcRowCol(sounding.x, sounding.y, row, col);
+  model.CalcRowCol(line.x, line.y, row, col);
   if (!model.IsAllowed(row) || !model.IsAllowed(col)) {
-    if (tally_) tally_->CountRefused(lines_.LineNumber(), line);
-    return Step::kGoOn;
+    if (tally_) tally_->CountRefused(line.number, batch.TextOf(line));
+    return true;
   }
   if (clearCellFirst_) access_.MakeCellEmpty(row, col);
   ++linesTaken_;
-  if (std::isnan(z) || HoldsMarker(sounding)) {
+  if (line.kind == SoundingLine::Kind::kNotANumber) {
     if (tally_) tally_->CountNotANumber();
-    return Step::kGoOn;
+    return true;
   }
-  if (!access_.InsertValue(sounding.x, sounding.y, z, _time64(nullptr), nullptr, nullptr, 0)) return Step::kFailed;
+  const double z = negateZ_ ? -line.z : line.z;
+  if (!access_.InsertValue(line.x, line.y, z, _time64(nullptr), nullptr, nullptr, 0)) return false;
   if (tally_) tally_->CountTaken(row, col, z);
-  return Step::kGoOn;
+  return true;
 }
 
 void DtmAsciiImporter::TellWhereBackupIs() const {

@@ -15,6 +15,8 @@
 namespace vak {
 
 class DtmUpdateFile;
+struct SoundingBatch;
+struct SoundingLine;
 
 /// Job that reads soundings from a text file into an open grid model, a line a sounding: x, y and z, parted by commas
 /// or by blanks. Every sounding is stamped with the moment of its import.
@@ -51,17 +53,16 @@ class DtmAsciiImporter final : public Processor {
   bool InsertFailed() const { return insertFailed_; }
   bool ReadFailed() const { return lines_.Failed(); }
   /// Number of the line last read, from 1.
-  std::int64_t CurrentLine() const { return lines_.LineNumber(); }
+  std::int64_t CurrentLine() const { return currentLine_; }
 
   /// Finds the format of a text: that of the first line that yields three numbers. @return false, and the comma format,
   /// when no line does. The reader stands behind the line found.
   static bool DetectFormat(LineReader& lines, SoundingFormat& format, ScannedSounding* first = nullptr);
 
  private:
-  enum class Step { kGoOn, kFailed };
-
   bool BackupDTM();
-  Step TakeLine(std::string_view line, ScannedSounding& sounding);
+  /// @return false when a sounding couldn't be stored.
+  bool TakeLine(const SoundingLine& line, const SoundingBatch& batch);
   void TellWhereBackupIs() const;
 
   DtmAccess access_;
@@ -71,9 +72,9 @@ class DtmAsciiImporter final : public Processor {
   bool backup_;
   bool negateZ_;
   FileName modelName_;
-  SoundingScanner scanner_;
   std::atomic<std::int64_t> size_{0};      // bytes
   std::atomic<std::int64_t> position_{0};  // bytes
+  std::int64_t currentLine_ = 0;
   std::int64_t linesTaken_ = 0;
   ImportTally* tally_ = nullptr;
   bool insertFailed_ = false;

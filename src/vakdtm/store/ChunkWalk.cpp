@@ -1,6 +1,7 @@
 #include "vakdtm/store/ChunkWalk.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace vak {
 
@@ -36,8 +37,11 @@ bool ChunkWalk::Next() {
   return true;
 }
 
-bool ChunkWalk::Find(std::int32_t tag) {
-  while (Next()) {
+bool ChunkWalk::Find(std::int32_t tag) { return Find(tag, std::numeric_limits<int>::max()); }
+
+bool ChunkWalk::Find(std::int32_t tag, int most) {
+  // A body of 31 bits has fewer chunks than an int can count.
+  for (; most > 0 && Next(); --most) {
     if (header_.tag == tag) return true;
   }
   return false;
@@ -45,22 +49,30 @@ bool ChunkWalk::Find(std::int32_t tag) {
 
 namespace {
 
-bool ReadInt(StreamWindow& window, const ChunkWalk& attributes, std::int32_t tag, std::int32_t& value) {
+bool ReadInt(StreamWindow& window, const ChunkWalk& attributes, std::int32_t tag, int most, std::int32_t& value) {
   ChunkWalk walk(window, attributes.Body(), attributes.Header().length);
-  if (!walk.Find(tag) || walk.Header().length < 4) return false;
+  if (!walk.Find(tag, most) || walk.Header().length < 4) return false;
   const std::byte* bytes = window.At(walk.Body(), 4);
   if (!bytes) return false;
   value = grid::Load<std::int32_t>(bytes);
   return true;
 }
 
+bool ReadAreaPlace(StreamWindow& window, std::int64_t body, std::int64_t length, int most, AreaPlace& place) {
+  ChunkWalk attributes(window, body, length);
+  if (!attributes.Find(grid::kAttributes, most)) return false;
+  return ReadInt(window, attributes, grid::kBottomLeftRow, most, place.row) &&
+         ReadInt(window, attributes, grid::kBottomLeftCol, most, place.col);
+}
+
 }  // namespace
 
 bool ReadAreaPlace(StreamWindow& window, std::int64_t body, std::int64_t length, AreaPlace& place) {
-  ChunkWalk attributes(window, body, length);
-  if (!attributes.Find(grid::kAttributes)) return false;
-  return ReadInt(window, attributes, grid::kBottomLeftRow, place.row) &&
-         ReadInt(window, attributes, grid::kBottomLeftCol, place.col);
+  return ReadAreaPlace(window, body, length, std::numeric_limits<int>::max(), place);
+}
+
+bool ReadAreaPlaceNearby(StreamWindow& window, std::int64_t body, std::int64_t length, AreaPlace& place) {
+  return ReadAreaPlace(window, body, length, 16, place);
 }
 
 }  // namespace vak

@@ -47,6 +47,8 @@ class ChunkWalk {
   bool Next();
   /// Goes on to the next chunk with this tag.
   bool Find(std::int32_t tag);
+  /// The same, but not further than `most` chunks.
+  bool Find(std::int32_t tag, int most);
 
   const grid::ChunkHeader& Header() const { return header_; }
   /// Offset of the present chunk's body.
@@ -72,5 +74,9 @@ struct AreaPlace {
 
 /// Looks row and column up in an area's body. @return false when `attr`, `blrw` or `blcl` isn't there.
 bool ReadAreaPlace(StreamWindow& window, std::int64_t body, std::int64_t length, AreaPlace& place);
+
+/// The same at a small cost whatever the bytes are: each of the three has to be among the first few chunks where it
+/// belongs, as in every area that was ever written.
+bool ReadAreaPlaceNearby(StreamWindow& window, std::int64_t body, std::int64_t length, AreaPlace& place);
 
 }  // namespace vak

@@ -189,7 +189,7 @@ void DtmAccess::EnterArea(DtmArea* area) {
   OpenArea& open = current_.front();
   open.key = AreaKey();
   open.area = area;
-  open.blocks.assign(blockIds_.size(), nullptr);
+  open.blocks.clear();
   open_.emplace(open.key, current_.begin());
 }
 
@@ -217,14 +217,24 @@ void DtmAccess::ReleaseArea(OpenArea& open) {
 }
 
 DtmDataBlock* DtmAccess::GetDataBlock(int id) {
+  // A few are looked through faster than searched.
+  constexpr std::size_t kFew = 32;
+  if (blockIds_.size() > kFew) {
+    const int slot = file_->FindBlockSlot(id);
+    return slot < 0 ? nullptr : GetDataBlockAt(slot);
+  }
   const auto found = std::find(blockIds_.begin(), blockIds_.end(), id);
   return found == blockIds_.end() ? nullptr : GetDataBlockAt(static_cast<int>(found - blockIds_.begin()));
 }
 
 DtmDataBlock* DtmAccess::GetDataBlockAt(int slot) {
   OpenArea& open = current_.front();
-  DtmDataBlock*& block = open.blocks[static_cast<std::size_t>(slot)];
-  if (!block) block = open.area->OpenDataBlockAt(slot);
+  const auto place = static_cast<std::size_t>(slot);
+  if (!open.blocks.empty() && open.blocks[place]) return open.blocks[place];
+  DtmDataBlock* const block = open.area->OpenDataBlockAt(slot);
+  // An area that can't be read takes no room for its blocks, of which a hostile file may list millions.
+  if (block && open.blocks.empty()) open.blocks.resize(blockIds_.size());
+  if (block) open.blocks[place] = block;
   return block;
 }
 

@@ -91,32 +91,35 @@ bool DtmArea::ReadOwnHeader(StreamWindow& window) {
   const std::byte* bytes = window.At(position_ - grid::kHeaderSize, grid::kAreaPrefixSize + grid::kHeaderSize);
   if (!bytes) return false;
   const grid::ChunkHeader header = grid::LoadHeader(bytes);
-  if (header.tag != grid::kArea || header.length < 1 || header.length > window.End() - position_) return false;
-  // Every block has to fit in, nobody else's area may lie inside, and the chunk has to say that it is this area's: an
-  // index that lies, or one older than a move, must not bring one area's cells under another's rows and columns.
-  if (header.length < file_->SmallestBody() || file_->HoldsOtherArea(position_, header.length)) return false;
+  if (header.tag != grid::kArea || header.length < file_->SmallestBody()) return false;
+  // Every block has to fit in before memory is taken for any, and the chunk has to say that it is this area's: an index
+  // that lies, or one older than a move, must not bring one area's cells under another's rows and columns.
+  const std::int64_t own = std::min(file_->OwnLength(position_, header.length), window.End() - position_);
   AreaPlace place;
-  if (!ReadAreaPlace(window, position_, header.length, place)) return false;
+  if (own < file_->SmallestBody() || !ReadAreaPlace(window, position_, own, place)) return false;
   if (place.row != bottomLeftRow_ || place.col != bottomLeftCol_) return false;
   bodyLength_ = header.length;
   return true;
 }
 
 bool DtmArea::FindBlocks(StreamWindow& window) {
-  ChunkWalk walk(window, position_, bodyLength_);
-  std::vector<bool> placed(blocks_.size());
+  ChunkWalk walk(window, position_, file_->OwnLength(position_, bodyLength_));
+  std::vector<std::size_t> met(blocks_.size());  // chunks with an id, counted at the id's first place in the list
   std::size_t missing = blocks_.size();
   // Everything behind the last block is none of this area's business.
   while (missing > 0 && walk.Next()) {
-    const int slot =
-        file_->FindBlockSlot(walk.Header().tag, [&](int i) { return !placed[static_cast<std::size_t>(i)]; });
-    if (slot < 0) continue;
-    DtmDataBlock& block = *blocks_[static_cast<std::size_t>(slot)];
+    const auto slots = file_->FindBlockSlots(walk.Header().tag);
+    if (slots.empty()) continue;
+    // An id that is listed twice has its chunks in the order of the list.
+    std::size_t& count = met[static_cast<std::size_t>(slots.front().second)];
+    const bool isSurplus = count == slots.size();
+    DtmDataBlock& block = *blocks_[static_cast<std::size_t>(slots[isSurplus ? 0 : count].second)];
     if (walk.Header().length != block.BlockSize()) return false;
     block.SetBlockPosition(stream_, walk.Body());
     block.ClearEmpty();  // it may hold data
-    if (!placed[static_cast<std::size_t>(slot)]) --missing;
-    placed[static_cast<std::size_t>(slot)] = true;
+    if (isSurplus) continue;
+    ++count;
+    --missing;
   }
   return missing == 0;
 }

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
+#include <tuple>
 
 #include "vakdtm/store/AreaIndex.h"
 #include "vakdtm/store/ChunkWalk.h"
@@ -53,9 +54,7 @@ int DtmFile::Close() {
   const std::scoped_lock lock(fileMutex_);
   if (openCount_ >= 2) return --openCount_;
   if (openCount_ == 1) {
-    const bool pendingWritten =
-        std::all_of(areas_.begin(), areas_.end(), [&](const auto& area) { return WritePending(*area); });
-    if (pendingWritten) WriteAreaIndex();
+    WriteAll();
     ForgetAreas();
     openCount_ = 0;
   }
@@ -119,14 +118,19 @@ DtmArea* DtmFile::GetArea(int row, int col, bool create) {
   if (!IsAllowed(row) || !IsAllowed(col)) return nullptr;
   const std::scoped_lock lock(fileMutex_);
   const DtmAreaPos pos(settings_.areaSize, row, col);
-  const auto found = areaMap_.find(pos);
-  if (found != areaMap_.end()) return found->second;
-  if (!create) return nullptr;
+  DtmArea* const present = FindArea(pos);
+  if (present || !create) return present;
   auto area = std::make_unique<DtmArea>(this, settings_.areaSize * pos.AreaRow(), settings_.areaSize * pos.AreaCol());
   if (!WriteArea(*area)) return nullptr;
   DtmArea* const added = area.get();
   AddArea(std::move(area));
   return added;
+}
+
+DtmArea* DtmFile::FindArea(DtmAreaPos pos) const {
+  const std::scoped_lock lock(fileMutex_);
+  const auto found = areaMap_.find(pos);
+  return found == areaMap_.end() ? nullptr : found->second;
 }
 
 void DtmFile::GetAreaMap(std::map<DtmAreaPos, DtmArea*>& out) const {
@@ -171,11 +175,19 @@ std::byte* DtmFile::Scratch(std::size_t size) {
   return scratch_.data();
 }
 
-bool DtmFile::HoldsOtherArea(long long position, int length) const {
-  if (length == smallestBody_) return false;  // what overlaps one of the usual length was told apart at the opening
-  return std::any_of(heldIndex_.begin(), heldIndex_.end(), [&](const grid::IndexEntry& entry) {
-    return entry.position > position && entry.position < position + length;
-  });
+std::span<const std::pair<int, int>> DtmFile::FindBlockSlots(int id) const {
+  const auto first = std::lower_bound(slots_.begin(), slots_.end(), std::pair(id, 0));
+  const auto last = std::upper_bound(first, slots_.end(), std::pair(id, std::numeric_limits<int>::max()));
+  return {first, last};
+}
+
+std::int64_t DtmFile::OwnLength(std::int64_t position, int length) const {
+  if (length == smallestBody_) return length;  // what overlaps one of the usual length was told apart at the opening
+  std::int64_t end = position + length;
+  if (position <= settings_.start) end = std::min(end, settings_.start);
+  const auto next = std::upper_bound(indexedPositions_.begin(), indexedPositions_.end(), position);
+  if (next != indexedPositions_.end()) end = std::min(end, *next - grid::kHeaderSize);
+  return end - position;
 }
 
 // ---- Opening and creating
@@ -206,6 +218,8 @@ bool DtmFile::WriteDtm() {
   const StreamLock lock(*stream_);
   if (!stream_->Seek(0, DataStream::kFromStart) || !stream_->Write(bytes.data(), bytes.size())) return false;
   nextWrite_ = fileSize_ = stream_->Position();
+  settings_.start = grid::kMagicSize;
+  settings_.end = nextWrite_;
   openedBy_ = DtmOpenedBy::kCreation;
   return true;
 }
@@ -234,6 +248,8 @@ bool DtmFile::ReadAttributes() {
 DtmOpenedBy DtmFile::ReadAreaIndex() {
   AreaIndex index;
   if (!vak::ReadAreaIndex(*stream_, index)) return DtmOpenedBy::kNothing;
+  // The next area would go over what every area is read by.
+  if (index.start < settings_.end) return DtmOpenedBy::kNothing;
   heldIndex_ = std::move(index.entries);
   indexHeld_ = true;
   fileSize_ = index.size;
@@ -242,36 +258,41 @@ DtmOpenedBy DtmFile::ReadAreaIndex() {
 }
 
 bool DtmFile::IsPlausible(const grid::IndexEntry& entry) const {
-  const std::int64_t first = grid::kMagicSize + 2 * grid::kHeaderSize;
-  return settings_.IsAreaPlace(entry.row, entry.col) && entry.position >= first &&
-         entry.position <= nextWrite_ - smallestBody_;
+  if (!settings_.IsAreaPlace(entry.row, entry.col)) return false;
+  if (entry.position < grid::kMagicSize + grid::kHeaderSize || entry.position > nextWrite_ - smallestBody_)
+    return false;
+  const std::int64_t start = entry.position - grid::kHeaderSize;
+  return start >= settings_.end || entry.position + smallestBody_ <= settings_.start;
 }
 
-bool DtmFile::IsAreaChunk(const grid::IndexEntry& entry) const {
-  StreamWindow window(*stream_, nextWrite_);
+bool DtmFile::IsAreaChunk(StreamWindow& window, const grid::IndexEntry& entry) const {
   const std::byte* bytes = window.At(entry.position - grid::kHeaderSize, grid::kAreaPrefixSize);
   if (!bytes) return false;
   const grid::ChunkHeader header = grid::LoadHeader(bytes);
   AreaPlace place;
-  return header.tag == grid::kArea && header.length >= smallestBody_ && header.length <= nextWrite_ - entry.position &&
-         ReadAreaPlace(window, entry.position, header.length, place) && place.row == entry.row &&
+  return header.tag == grid::kArea && header.length >= smallestBody_ &&
+         ReadAreaPlaceNearby(window, entry.position, header.length, place) && place.row == entry.row &&
          place.col == entry.col;
 }
 
-std::vector<bool> DtmFile::FindFalseClaims(const EntryList& entries) const {
-  // An index is believed without a look at the areas, except where it contradicts itself: entries that overlap, or two
-  // for one place. There the chunks decide, and where both chunks agree, the first of them. An honest index costs one
-  // pass.
-  std::vector<bool> isFalse(entries.size());
-  std::vector<std::size_t> order(entries.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  const auto before = [&](std::size_t a, std::size_t b) { return LiesBefore(entries[a], entries[b]); };
-  if (!std::is_sorted(entries.begin(), entries.end(), LiesBefore)) std::stable_sort(order.begin(), order.end(), before);
+DtmFile::ClaimList DtmFile::SortClaims(const EntryList& entries) const {
+  ClaimList claims;
+  claims.reserve(entries.size());
+  for (std::uint32_t i = 0; i < entries.size(); ++i) {
+    const grid::IndexEntry& entry = entries[i];
+    // Of a place that no cell can have, nothing can be kept, not even a shell.
+    if (!settings_.IsAreaPlace(entry.row, entry.col)) continue;
+    claims.push_back({DtmAreaPos(settings_.areaSize, entry.row, entry.col), i});
+  }
+  std::sort(claims.begin(), claims.end());
+  return claims;
+}
 
+std::vector<bool> DtmFile::FindDoubtfulEntries(const EntryList& entries, const std::vector<std::uint32_t>& order,
+                                               const ClaimList& claims, const std::vector<bool>& isFalse) const {
   std::vector<bool> doubtful(entries.size());
   std::size_t previous = entries.size();
-  for (const std::size_t i : order) {
-    isFalse[i] = !IsPlausible(entries[i]);
+  for (const std::uint32_t i : order) {
     if (isFalse[i]) continue;
     if (previous < entries.size() &&
         entries[i].position - entries[previous].position < smallestBody_ + grid::kHeaderSize) {
@@ -279,11 +300,45 @@ std::vector<bool> DtmFile::FindFalseClaims(const EntryList& entries) const {
     }
     previous = i;
   }
+  for (std::size_t k = 1; k < claims.size(); ++k) {
+    if (claims[k].pos == claims[k - 1].pos) doubtful[claims[k].index] = doubtful[claims[k - 1].index] = true;
+  }
+  return doubtful;
+}
+
+std::vector<bool> DtmFile::FindFalseClaims(const EntryList& entries, const ClaimList& claims) {
+  // An index is believed without a look at the areas, except where it contradicts itself: entries that overlap, or two
+  // for one place. There the chunks decide, and where both chunks agree, the first of them. An honest index costs one
+  // pass. Chunks are looked at in the order of the file, and none for long, so that no index takes more than a few
+  // passes.
+  std::vector<bool> isFalse(entries.size());
+  for (std::size_t i = 0; i < entries.size(); ++i) isFalse[i] = !IsPlausible(entries[i]);
+  std::vector<std::uint32_t> order(entries.size());
+  std::iota(order.begin(), order.end(), std::uint32_t{0});
+  if (!std::is_sorted(entries.begin(), entries.end(), LiesBefore)) {
+    std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+      return std::pair(entries[a].position, a) < std::pair(entries[b].position, b);
+    });
+  }
+  const std::vector<bool> doubtful = FindDoubtfulEntries(entries, order, claims, isFalse);
+  StreamWindow window(*stream_, nextWrite_);
+  indexedPositions_.clear();
+  indexedPositions_.reserve(entries.size());
   std::int64_t end = 0;
-  for (const std::size_t i : order) {
+  for (const std::uint32_t i : order) {
     if (isFalse[i]) continue;
-    if (doubtful[i]) isFalse[i] = entries[i].position < end || !IsAreaChunk(entries[i]);
-    if (!isFalse[i]) end = entries[i].position + smallestBody_ + grid::kHeaderSize;
+    if (doubtful[i]) isFalse[i] = entries[i].position < end || !IsAreaChunk(window, entries[i]);
+    if (isFalse[i]) continue;
+    end = entries[i].position + smallestBody_ + grid::kHeaderSize;
+    indexedPositions_.push_back(entries[i].position);
+  }
+  for (auto claim = claims.begin(); claim != claims.end();) {
+    bool found = false;
+    const DtmAreaPos pos = claim->pos;
+    for (; claim != claims.end() && claim->pos == pos; ++claim) {
+      if (found) isFalse[claim->index] = true;
+      found = found || !isFalse[claim->index];
+    }
   }
   return isFalse;
 }
@@ -291,39 +346,24 @@ std::vector<bool> DtmFile::FindFalseClaims(const EntryList& entries) const {
 bool DtmFile::ReadIndexedAreas() {
   openedBy_ = ReadAreaIndex();
   if (openedBy_ == DtmOpenedBy::kNothing) return false;
-  const std::vector<bool> isFalse = FindFalseClaims(heldIndex_);
-  std::vector<Claim> claims;
-  claims.reserve(heldIndex_.size());
-  for (std::size_t i = 0; i < heldIndex_.size(); ++i) {
-    const grid::IndexEntry& entry = heldIndex_[i];
-    // Of a place that no cell can have, nothing can be kept, not even a shell.
-    if (settings_.IsAreaPlace(entry.row, entry.col)) {
-      claims.push_back({DtmAreaPos(settings_.areaSize, entry.row, entry.col), isFalse[i], i});
-    }
-  }
-  // By place, the credible first. The map is then filled in the order of its keys, at a fraction of the cost of
-  // searching.
-  std::sort(claims.begin(), claims.end());
+  const ClaimList claims = SortClaims(heldIndex_);
+  const std::vector<bool> isFalse = FindFalseClaims(heldIndex_, claims);
+  // The claims are in the order of the map's keys, so it is filled without searching. Of several for one place the one
+  // that is believed counts, else the first.
   areas_.resize(heldIndex_.size());
   for (auto claim = claims.begin(); claim != claims.end();) {
-    const auto next = std::find_if(claim, claims.end(), [&](const Claim& other) { return other.pos != claim->pos; });
-    const Claim& chosen = Choose(claim, next);
-    auto area = MakeIndexedArea(heldIndex_[chosen.index], chosen.isFalse);
+    Claim chosen = *claim;
+    for (; claim != claims.end() && claim->pos == chosen.pos; ++claim) {
+      if (!isFalse[claim->index]) chosen = *claim;
+    }
+    auto area = MakeIndexedArea(heldIndex_[chosen.index], isFalse[chosen.index]);
     areaMap_.emplace_hint(areaMap_.end(), chosen.pos, area.get());
     areas_[chosen.index] = std::move(area);
-    claim = next;
   }
   std::erase(areas_, nullptr);
   for (const auto& area : areas_) NoteExtents(*area);
   areaCount_.store(static_cast<int>(areas_.size()), std::memory_order_release);
   return true;
-}
-
-const DtmFile::Claim& DtmFile::Choose(ClaimIterator first, ClaimIterator last) const {
-  if (last - first == 1) return *first;
-  const auto found = std::find_if(
-      first, last, [&](const Claim& claim) { return !claim.isFalse && IsAreaChunk(heldIndex_[claim.index]); });
-  return found == last ? *first : *found;
 }
 
 std::unique_ptr<DtmArea> DtmFile::MakeIndexedArea(const grid::IndexEntry& entry, bool isFalse) {
@@ -383,6 +423,7 @@ bool DtmFile::ReadAreas() {
   areaCount_.store(static_cast<int>(areas_.size()), std::memory_order_release);
   openedBy_ = DtmOpenedBy::kWalk;
   walkStoppedAt_ = BelongsAtAnEnd(nextWrite_) ? -1 : nextWrite_;
+  nextWrite_ = std::max(nextWrite_, settings_.end);  // the walk may have ended in front of the settings
   return true;
 }
 
@@ -429,23 +470,31 @@ void DtmFile::ForgetAreas() {
   highestRow_ = highestCol_ = kNoHighest;
   heldIndex_.clear();
   indexHeld_ = false;
+  indexedPositions_.clear();
 }
 
 // ---- Writing out
 
-bool DtmFile::SyncWrite() {
-  if (OpenCount() < 1) return false;
+bool DtmFile::SyncWrite() { return OpenCount() >= 1 && WriteAll(); }
+
+bool DtmFile::WriteAll() {
+  bool allDone = true;
   for (int i = 0; DtmArea* area = GetArea(i); ++i) {
-    if (!WritePending(*area)) return false;
+    const Done done = WritePending(*area);
+    if (done == Done::kFailed) return false;
+    allDone = allDone && done == Done::kAll;
   }
-  return WriteAreaIndex();
+  // The index is written also when a damaged area had to stay: new areas may have gone over the old one, and a walk
+  // doesn't get past such an area.
+  return WriteAreaIndex() && allDone;
 }
 
-bool DtmFile::WritePending(DtmArea& area) {
+DtmFile::Done DtmFile::WritePending(DtmArea& area) {
+  const auto all = [](bool written) { return written ? Done::kAll : Done::kFailed; };
   const std::scoped_lock lock(area.Mutex());
-  if (!area.IsWritten()) return area.IsEmpty() || WriteArea(area);
-  if (area.HasReadError()) return true;  // its bytes stay as they are
-  return area.IsEmpty() ? RemoveArea(area) : area.SyncWrite();
+  if (!area.IsWritten()) return all(area.IsEmpty() || WriteArea(area));
+  if (area.HasReadError()) return Done::kAll;  // its bytes stay as they are
+  return area.IsEmpty() ? RemoveArea(area) : all(area.SyncWrite());
 }
 
 DtmArea* DtmFile::FindLastLiveArea(long long hole) const {
@@ -460,7 +509,7 @@ DtmArea* DtmFile::FindLastLiveArea(long long hole) const {
   return last;
 }
 
-bool DtmFile::RemoveArea(DtmArea& area) {
+DtmFile::Done DtmFile::RemoveArea(DtmArea& area) {
   const std::int64_t hole = area.BlockPosition();
   DtmArea* const last = FindLastLiveArea(hole);
   std::unique_lock<RecursiveMutex> lastLock;
@@ -469,15 +518,12 @@ bool DtmFile::RemoveArea(DtmArea& area) {
     lastLock = std::unique_lock(last->Mutex());
     last->CreateDataBlocks();
     // An area that can't be read can't be moved: the emptied one stays where it is, and no other comes to harm.
-    if (last->HasReadError()) return area.SyncWrite();
-    if (last->BlockSize() != area.BlockSize()) {
-      area.SyncWrite();
-      return false;
-    }
+    if (last->HasReadError()) return area.SyncWrite() ? Done::kAll : Done::kFailed;
+    if (last->BlockSize() != area.BlockSize()) return area.SyncWrite() ? Done::kPart : Done::kFailed;
     end = last->BlockPosition();
-    if (!last->MakeUnwritten()) return false;
+    if (!last->MakeUnwritten()) return Done::kFailed;
   }
-  if (!area.MakeUnwritten()) return false;
+  if (!area.MakeUnwritten()) return Done::kFailed;
   // Emptied areas behind the last one with data have no more place in the file.
   for (int i = 0; DtmArea* other = GetArea(i); ++i) {
     const std::scoped_lock lock(other->Mutex());
@@ -485,10 +531,10 @@ bool DtmFile::RemoveArea(DtmArea& area) {
   }
   const StreamLock lock(*stream_);
   if (last && (!stream_->Seek(hole - grid::kHeaderSize, DataStream::kFromStart) || !last->WriteArea(stream_.get()))) {
-    return false;
+    return Done::kFailed;
   }
   nextWrite_ = end - grid::kHeaderSize;
-  return true;
+  return Done::kAll;
 }
 
 bool DtmFile::WriteAreaIndex() {
@@ -509,7 +555,10 @@ bool DtmFile::WriteAreaIndex() {
     }
     entries.push_back(entry);
   }
-  std::stable_sort(entries.begin(), entries.end(), LiesBefore);
+  // Only false claims can share a position.
+  std::sort(entries.begin(), entries.end(), [](const grid::IndexEntry& one, const grid::IndexEntry& other) {
+    return std::tie(one.position, one.row, one.col) < std::tie(other.position, other.row, other.col);
+  });
 
   const StreamLock lock(*stream_);
   if (indexHeld_ && entries == heldIndex_) return SyncCells();
@@ -541,7 +590,7 @@ bool DtmFile::SyncRead(DtmUpdater* updater) {
     const StreamLock lock(*stream_);
     if (!stream_->Sync() || ReadAreaIndex() == DtmOpenedBy::kNothing) return false;
     entries = heldIndex_;
-    const std::vector<bool> isFalse = FindFalseClaims(entries);
+    const std::vector<bool> isFalse = FindFalseClaims(entries, SortClaims(entries));
     std::size_t i = 0;
     std::erase_if(entries, [&](const grid::IndexEntry&) { return isFalse[i++]; });
   }
@@ -553,7 +602,7 @@ bool DtmFile::SyncRead(DtmUpdater* updater) {
 }
 
 bool DtmFile::FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater) {
-  DtmArea* const area = GetArea(entry.row, entry.col, false);
+  DtmArea* const area = FindArea(DtmAreaPos(settings_.areaSize, entry.row, entry.col));
   if (!area) {
     const std::scoped_lock lock(fileMutex_);
     AddArea(MakeIndexedArea(entry, false));
@@ -569,7 +618,7 @@ bool DtmFile::FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater) {
 }
 
 void DtmFile::SyncRemoved(EntryList entries, DtmUpdater* updater) {
-  std::stable_sort(entries.begin(), entries.end(), LiesBefore);
+  std::sort(entries.begin(), entries.end(), LiesBefore);
   for (int i = 0; DtmArea* area = GetArea(i); ++i) {
     {
       const std::scoped_lock lock(area->Mutex());

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -20,6 +20,7 @@
 namespace vak {
 
 class DtmUpdater;
+class StreamWindow;
 
 /// How the areas of a file were found when it was opened.
 enum class DtmOpenedBy { kNothing, kCreation, kIndex, kOldIndex, kWalk };
@@ -69,7 +70,8 @@ class DtmFile {
   bool HasBlockId(int id) const { return FindBlockSlot(id) >= 0; }
   /// Place of a block id in the file's list, the first where it is listed twice; -1 when it isn't.
   int FindBlockSlot(int id) const {
-    return FindBlockSlot(id, [](int) { return true; });
+    const auto slots = FindBlockSlots(id);
+    return slots.empty() ? -1 : slots.front().second;
   }
   int NumAreas() const { return areaCount_.load(std::memory_order_acquire); }
   int OpenCount() const;
@@ -119,17 +121,16 @@ class DtmFile {
   int BlockSize(int id) const;
   /// Body length of an area that holds the file's blocks and nothing else.
   int SmallestBody() const { return smallestBody_; }
-  /// Whether an area of the held index begins within this body, which then can't be an area's. Requires: stream lock
-  /// held.
-  bool HoldsOtherArea(long long position, int length) const;
+  /// How much of an area's body is its own, whatever its header says: the next area that the index tells of ends it.
+  /// Requires: stream lock held.
+  std::int64_t OwnLength(std::int64_t position, int length) const;
   /// Buffer for transfers of at least this size. Requires: stream lock held.
   std::byte* Scratch(std::size_t size);
   /// To be said when cells went to their place in the file. Requires: stream lock held.
   void NoteCellsWritten() { unsynced_ = true; }
   void SetLostData() { lostData_.store(true, std::memory_order_relaxed); }
-  /// Place of the first block id of the list that is `id` and wanted, else of the first that is `id`, else -1.
-  template <typename Wanted>
-  int FindBlockSlot(int id, Wanted wanted) const;
+  /// All places of a block id in the file's list, ascending, each behind the id.
+  std::span<const std::pair<int, int>> FindBlockSlots(int id) const;
 
  private:
   using EntryList = std::vector<grid::IndexEntry>;
@@ -149,29 +150,33 @@ class DtmFile {
   /// An index entry's claim to a place in the lattice.
   struct Claim {
     DtmAreaPos pos;
-    bool isFalse = false;
-    std::size_t index = 0;  ///< in the held index
-    bool operator<(const Claim& other) const {
-      return pos == other.pos ? std::pair(isFalse, index) < std::pair(other.isFalse, other.index) : pos < other.pos;
-    }
+    std::uint32_t index = 0;  ///< of the entry
+    bool operator<(const Claim& other) const { return pos == other.pos ? index < other.index : pos < other.pos; }
   };
-  using ClaimIterator = std::vector<Claim>::const_iterator;
+  using ClaimList = std::vector<Claim>;
 
+  /// The claims of all entries with a place that an area can have, by place.
+  ClaimList SortClaims(const EntryList& entries) const;
   /// Of entries that can't all be true, those that aren't believed.
-  std::vector<bool> FindFalseClaims(const EntryList& entries) const;
-  const Claim& Choose(ClaimIterator first, ClaimIterator last) const;
+  std::vector<bool> FindFalseClaims(const EntryList& entries, const ClaimList& claims);
+  std::vector<bool> FindDoubtfulEntries(const EntryList& entries, const std::vector<std::uint32_t>& order,
+                                        const ClaimList& claims, const std::vector<bool>& isFalse) const;
   std::unique_ptr<DtmArea> MakeIndexedArea(const grid::IndexEntry& entry, bool isFalse);
   bool IsPlausible(const grid::IndexEntry& entry) const;
-  bool IsAreaChunk(const grid::IndexEntry& entry) const;
+  bool IsAreaChunk(StreamWindow& window, const grid::IndexEntry& entry) const;
+  DtmArea* FindArea(DtmAreaPos pos) const;
   bool BelongsAtAnEnd(long long position) const;
 
   void AddArea(std::unique_ptr<DtmArea> area);
   void NoteExtents(const DtmArea& area);
   bool WriteArea(DtmArea& area);
-  bool WritePending(DtmArea& area);
+  /// Of what had to be written: all, all that can be, or not even that.
+  enum class Done { kAll, kPart, kFailed };
+  bool WriteAll();
+  Done WritePending(DtmArea& area);
   bool WriteAreaIndex();
   bool SyncCells();
-  bool RemoveArea(DtmArea& area);
+  Done RemoveArea(DtmArea& area);
   DtmArea* FindLastLiveArea(long long hole) const;
   bool FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater);
   void SyncRemoved(EntryList entries, DtmUpdater* updater);
@@ -184,9 +189,10 @@ class DtmFile {
   std::vector<std::pair<int, int>> slots_;  // id and place, sorted; what settings_.blockIds says, for searching
   int smallestBody_ = 0;
   int largestAllowed_ = 0;
-  EntryList heldIndex_;     // guarded by the stream lock, like the three members below
-  bool indexHeld_ = false;  // whether heldIndex_ is what the file has
-  bool unsynced_ = false;   // whether cells were written since the last sync
+  EntryList heldIndex_;                         // guarded by the stream lock, like the four members below
+  bool indexHeld_ = false;                      // whether heldIndex_ is what the file has
+  bool unsynced_ = false;                       // whether cells were written since the last sync
+  std::vector<std::int64_t> indexedPositions_;  // of the entries believed when an index was last read, ascending
   std::vector<std::byte> scratch_;
   mutable std::recursive_mutex fileMutex_;
   std::int64_t nextWrite_ = 0;                   // guarded by the stream lock: where the next area or index goes
@@ -199,16 +205,5 @@ class DtmFile {
   long long walkStoppedAt_ = -1;
   std::atomic<bool> lostData_{false};
 };
-
-template <typename Wanted>
-int DtmFile::FindBlockSlot(int id, Wanted wanted) const {
-  int first = -1;
-  for (auto slot = std::lower_bound(slots_.begin(), slots_.end(), std::pair(id, 0));
-       slot != slots_.end() && slot->first == id; ++slot) {
-    if (first < 0) first = slot->second;
-    if (wanted(slot->second)) return slot->second;
-  }
-  return first;
-}
 
 }  // namespace vak

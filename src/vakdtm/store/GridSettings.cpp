@@ -63,6 +63,8 @@ bool ReadGridSettings(StreamWindow& window, GridSettings& settings, std::int32_t
     return false;
   };
   if (!attributes.Find(grid::kAttributes)) return lacks(grid::kAttributes);
+  read.start = attributes.Start();
+  read.end = attributes.End();
   // All of it in one reading, unless strangers make it larger than these few numbers could.
   constexpr std::int64_t kUsualLength = 4096;
   window.At(attributes.Body(), std::min<std::int64_t>(attributes.Header().length, kUsualLength));

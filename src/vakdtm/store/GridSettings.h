@@ -15,6 +15,8 @@ struct GridSettings {
   double cellSize = 1.0;                  ///< metres
   int areaSize = 64;                      ///< cells per side of an area
   std::vector<int> blockIds{dVAL, iNUM};  ///< in the order in which every area holds them; an id may stand twice
+  std::int64_t start = 0;                 ///< offset of the `attr` chunk that says so
+  std::int64_t end = 0;                   ///< offset behind that chunk
 
   /// Whether a model can have these: cell size finite and above 0, area size at least 1, some block, areas that fit 31
   /// bits.
@@ -26,7 +28,8 @@ struct GridSettings {
   /// The largest row or column that a cell may have, and the smallest negated: area and neighbours fit the type.
   /// Requires: usable.
   int LargestAllowed() const;
-  /// Whether an area may have its bottom-left cell here. Requires: usable.
+  /// Whether an area may have its bottom-left cell here: on the lattice, and some cell of it allowed. Requires:
+  /// usable.
   bool IsAreaPlace(int row, int col) const;
 };
 

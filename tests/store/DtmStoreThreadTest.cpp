@@ -1,0 +1,213 @@
+// Cursors of several threads on one model. Every test ends by a count.
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <functional>
+#include <future>
+#include <gtest/gtest.h>
+#include <latch>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "vakdtm/store/DtmAccess.h"
+#include "vakdtm/store/DtmFile.h"
+
+#include "support/GridStreamLog.h"
+#include "support/LongForm.h"
+#include "support/TestGrid.h"
+
+namespace vak::test {
+namespace {
+
+// A height that tells its cell, so that a torn one or a foreign one shows.
+double HeightOf(int row, int col) { return 1000.0 * row + col + 0.25; }
+
+TEST(DtmFileThreadTest, GetAreaMapWithNothingNewTakesNoLock) {
+  const auto memory = std::make_shared<MemoryFile>();
+  const auto log = std::make_shared<StreamLog>();
+  DtmFile file(new LoggedStream(memory, log), true);
+  ASSERT_TRUE(file.Open());
+  ASSERT_NE(file.GetArea(0, 0, true), nullptr);
+  std::map<DtmAreaPos, DtmArea*> map;
+  file.GetAreaMap(map);
+  // While an area is made, the file lock is held: another thread asks in the middle of it.
+  std::future<void> asking;
+  bool answered = false;
+  log->before = [&](const StreamCall& call) {
+    if (call.what != 'w' || asking.valid()) return;
+    asking = std::async(std::launch::async, [&] { file.GetAreaMap(map); });
+    answered = asking.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  };
+  ASSERT_NE(file.GetArea(9999, 0, true), nullptr);
+  log->before = nullptr;
+  asking.wait();
+  EXPECT_TRUE(answered);
+  EXPECT_EQ(map.size(), 1u);
+  file.Close();
+}
+
+TEST(DtmAccessThreadTest, WhoeverHoldsTheAreaLockNeverSeesAHitCountWithoutItsMean) {
+  const int looks = LongForm(200, 5000);  // in the midst of the writing
+  TestGrid grid;
+  grid.File().GetArea(0, 0, true);
+  std::atomic<bool> done{false};
+  std::atomic<int> seen{0};
+  std::thread reader([&] {
+    DtmAccess access(&grid.File());
+    DtmArea* const area = access.GetArea(0, 0, false);
+    do {
+      const std::scoped_lock lock(area->Mutex());
+      double count = 0;
+      double mean = 0;
+      if (!access.GetDoubleValue(0, 0, iNUM, count) || !access.GetDoubleValue(0, 0, dVAL, mean)) continue;
+      if (IsEmptyValue(count)) continue;
+      // Sounding n has height n, so the mean of the first n is (n + 1) / 2.
+      if (std::abs(mean - (count + 1) / 2) > 0.1) ADD_FAILURE() << count << " " << mean;
+      ++seen;
+    } while (!done.load());
+  });
+  int soundings = 0;
+  while (seen.load() < looks) EXPECT_TRUE(grid.Sound(0.5, 0.5, ++soundings));
+  done = true;
+  reader.join();
+  EXPECT_EQ(grid.Get(0, 0, iNUM), soundings);
+}
+
+// A run of one writer and some readers over cells that prove themselves; the same scaffold without threads first.
+void WriteAll(DtmFile& file, int side) {
+  DtmAccess access(&file);
+  access.SetCacheSize(1);
+  for (int row = -side; row < side; ++row) {
+    for (int col = -side; col < side; ++col) {
+      ASSERT_TRUE(access.SetDoubleValue(row, col, dVAL, HeightOf(row, col), true));
+    }
+  }
+}
+
+int ReadAll(DtmFile& file, int side) {
+  DtmAccess access(&file);
+  access.SetCacheSize(2);
+  int found = 0;
+  for (int row = -side; row < side; ++row) {
+    for (int col = -side; col < side; ++col) {
+      double value = 0;
+      if (!access.GetDoubleValue(row, col, dVAL, value) || IsEmptyValue(value)) continue;
+      EXPECT_EQ(value, HeightOf(row, col));
+      ++found;
+    }
+  }
+  return found;
+}
+
+TEST(DtmAccessThreadTest, OneThreadReadsWhatItWrote) {
+  TestGrid grid;
+  WriteAll(grid.File(), 8);
+  EXPECT_EQ(ReadAll(grid.File(), 8), 256);
+}
+
+TEST(DtmAccessThreadTest, ReadersSeeWholeValuesOfTheRightCellsWhileOneWritesAndSyncs) {
+  const int passes = LongForm(20, 500);  // of the readers, in the midst of the writing
+  TestGrid grid;
+  std::atomic<bool> done{false};
+  std::atomic<int> read{0};
+  std::atomic<int> synced{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      while (!done.load()) {
+        ReadAll(grid.File(), 8);
+        ++read;
+      }
+    });
+  }
+  threads.emplace_back([&] {
+    while (!done.load()) {
+      EXPECT_TRUE(grid.File().SyncWrite());
+      ++synced;
+    }
+  });
+  while (read.load() < passes || synced.load() < passes) WriteAll(grid.File(), 8);
+  done = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(ReadAll(grid.File(), 8), 256);
+  grid.Reopen();
+  EXPECT_EQ(ReadAll(grid.File(), 8), 256);
+}
+
+TEST(DtmAccessThreadTest, WritersInTheSameAreasLoseNoSounding) {
+  constexpr int kThreads = 4;
+  const int soundings = LongForm(20000, 500000);
+  TestGrid grid({.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL, iNUM, dMIN, dMAX}});
+  std::latch start(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      DtmAccess access(&grid.File());
+      start.arrive_and_wait();
+      access.SetCacheSize(static_cast<std::uint64_t>(t));
+      for (int i = 0; i < soundings; ++i) {
+        ASSERT_TRUE(access.InsertValue(i % 6, i % 5, -10.0 - t, 0, nullptr, nullptr, 0));
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  double total = 0;
+  for (int row = 0; row < 5; ++row) {
+    for (int col = 0; col < 6; ++col) {
+      total += grid.Get(row, col, iNUM);
+      EXPECT_EQ(grid.Get(row, col, dMIN), -10 - (kThreads - 1));
+      EXPECT_EQ(grid.Get(row, col, dMAX), -10);
+    }
+  }
+  EXPECT_EQ(total, double{kThreads} * soundings);
+}
+
+TEST(DtmAccessThreadTest, CopiesGoToOtherThreadsAndAreClosedThere) {
+  TestGrid grid;
+  WriteAll(grid.File(), 8);
+  double value = 0;
+  ASSERT_TRUE(grid.Access().GetDoubleValue(0, 0, dVAL, value));
+  std::atomic<int> right{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&right, copy = std::make_unique<DtmAccess>(grid.Access())] {
+      for (int at = -8; at < 8; ++at) {
+        double own = 0;
+        if (copy->GetDoubleValue(at, at, dVAL, own) && own == HeightOf(at, at)) ++right;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(right, 64);
+}
+
+TEST(DtmAccessThreadTest, ReaderFollowsAWriterInPlace) {
+  const int rounds = LongForm(200, 5000);
+  TestGrid writer({.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL}});
+  for (int col = 0; col < 4; ++col) ASSERT_TRUE(writer.Set(0, col, dVAL, HeightOf(0, col)));
+  ASSERT_TRUE(writer.File().SyncWrite());
+  DtmFile reader(new MemoryStream(writer.Bytes()), false);
+  ASSERT_TRUE(reader.Open());
+  // Refreshing goes over resident cells that other threads look at.
+  std::atomic<bool> done{false};
+  std::thread looking([&] {
+    DtmAccess access(&reader);
+    while (!done.load()) {
+      for (int col = 0; col < 4; ++col) {
+        double value = 0;
+        EXPECT_TRUE(access.GetDoubleValue(0, col, dVAL, value));
+        EXPECT_EQ(value, HeightOf(0, col));
+      }
+    }
+  });
+  for (int i = 0; i < rounds; ++i) EXPECT_TRUE(reader.GetArea(i % 2)->SyncRead(i));
+  done = true;
+  looking.join();
+  reader.Close();
+}
+
+}  // namespace
+}  // namespace vak::test

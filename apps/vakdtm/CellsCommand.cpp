@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -145,13 +144,12 @@ void AddCellsCommand(CLI::App& app, CommandContext& context) {
                                     {"cells", "Writes x, y and the values of every cell that has one, a line each.",
                                      "vakdtm cells harbour.dtm --blocks VAL,NUM,SDV -o cells.txt"},
                                     [options, &context] { return Cells(*options, context); });
-  command->add_option("model", options->model, "Model to read")->required()->type_name("MODEL");
-  command->add_option("--blocks", options->blocks, "Kinds of value, by mnemonic (default VAL); nan where there is none")
-      ->type_name("LIST");
+  Required(AddText(*command, "model", options->model, "MODEL", "Model to read"));
+  AddText(*command, "--blocks", options->blocks, "LIST",
+          "Kinds of value, by mnemonic (default VAL); nan where there is none");
   AddWholeNumber(*command, "--digits", options->digits,
                  "Decimals of every number (default: the shortest text that reads back to the same number)", 0, 99);
-  command->add_option("-o,--output", options->output, "File to write; - for standard output (default)")
-      ->type_name("FILE");
+  AddText(*command, "-o,--output", options->output, "FILE", "File to write; - for standard output (default)");
 }
 
 }  // namespace vak

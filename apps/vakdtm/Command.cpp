@@ -192,6 +192,22 @@ CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const Subcommand
   return command;
 }
 
+CLI::Option* Required(CLI::Option* option) { return option->required(); }
+
+CLI::Option* AddText(CLI::App& command, const std::string& names, std::string& value, const std::string& typeName,
+                     const std::string& description) {
+  return command.add_option(names, value, description)->type_name(typeName);
+}
+
+CLI::Option* AddTexts(CLI::App& command, const std::string& names, std::vector<std::string>& values,
+                      const std::string& typeName, const std::string& description) {
+  return command.add_option(names, values, description)->type_name(typeName);
+}
+
+CLI::Option* AddFlag(CLI::App& command, const std::string& names, bool& value, const std::string& description) {
+  return command.add_flag(names, value, description);
+}
+
 CLI::Option* AddWholeNumber(CLI::App& command, const std::string& names, std::uint64_t& value,
                             const std::string& description, std::uint64_t lowest, std::uint64_t highest) {
   return AddRanged(command, names, value, description, lowest, highest, "whole number", "N");

@@ -6,7 +6,10 @@
 #include <limits>
 #include <string>
 #include <string_view>
+#include <vector>
 
+// The parser's header costs ten seconds a source: Command.cpp alone includes it, subcommands say what they take by the
+// functions below.
 namespace CLI {
 class App;
 class Option;
@@ -65,8 +68,22 @@ struct SubcommandText {
 /// @return the subcommand, owned by `app`, for its own options.
 CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const SubcommandText& text, std::function<int()> run);
 
-/// Adds an option with a whole number of `lowest` to `highest`. Anything else in the argument is wrong use. `value`
-/// must live until the command line has been parsed; the same holds for the options below.
+/// Says that the command line is wrong without it. @return the option.
+CLI::Option* Required(CLI::Option* option);
+
+/// Adds an argument or an option whose text is taken as it is; the help calls it `typeName`. `value` must live until
+/// the command line has been parsed; the same holds for what is added below.
+CLI::Option* AddText(CLI::App& command, const std::string& names, std::string& value, const std::string& typeName,
+                     const std::string& description);
+
+/// The same for any number of texts.
+CLI::Option* AddTexts(CLI::App& command, const std::string& names, std::vector<std::string>& values,
+                      const std::string& typeName, const std::string& description);
+
+/// Adds an option without a value; `value` becomes true where it is given.
+CLI::Option* AddFlag(CLI::App& command, const std::string& names, bool& value, const std::string& description);
+
+/// Adds an option with a whole number of `lowest` to `highest`. Anything else in the argument is wrong use.
 CLI::Option* AddWholeNumber(CLI::App& command, const std::string& names, std::uint64_t& value,
                             const std::string& description, std::uint64_t lowest = 0,
                             std::uint64_t highest = std::numeric_limits<std::uint64_t>::max());

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
 
@@ -41,16 +40,14 @@ void AddCreateCommand(CLI::App& app, CommandContext& context) {
       app, context,
       {"create", "Makes a new, empty model.", "vakdtm create harbour.dtm --cell-size 0.5 --blocks VAL,NUM,SDV"},
       [options, &context] { return Create(*options, context); });
-  command->add_option("model", options->model, "File to make")->required()->type_name("MODEL");
-  AddNumber(*command, "--cell-size", options->cellSize, "Side of a cell in metres", std::numeric_limits<double>::min())
-      ->required();
+  Required(AddText(*command, "model", options->model, "MODEL", "File to make"));
+  Required(AddNumber(*command, "--cell-size", options->cellSize, "Side of a cell in metres",
+                     std::numeric_limits<double>::min()));
   AddWholeNumber(*command, "--area-size", options->areaSize, "Cells on a side of an area (default 64)", 1, 46340);
-  command
-      ->add_option("--blocks", options->blocks,
-                   "Kinds of value to record, by mnemonic, in this order; MIN and MAX bring their positions (default "
-                   "NUM,VAL,SDV,MIN,MAX,TIM)")
-      ->type_name("LIST");
-  command->add_flag("--force", options->force, "Replace a file that exists");
+  AddText(*command, "--blocks", options->blocks, "LIST",
+          "Kinds of value to record, by mnemonic, in this order; MIN and MAX bring their positions (default "
+          "NUM,VAL,SDV,MIN,MAX,TIM)");
+  AddFlag(*command, "--force", options->force, "Replace a file that exists");
 }
 
 }  // namespace vak

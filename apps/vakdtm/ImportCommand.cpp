@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -211,19 +210,19 @@ void AddImportCommand(CLI::App& app, CommandContext& context) {
       {"import", "Adds soundings from text files (a line x,y,z or x y z) to a model's cells.",
        "vakdtm import harbour.dtm survey.xyz --cell-size 1\nzcat lines.xyz.gz | vakdtm import harbour.dtm -"},
       [options, &context] { return Import(*options, context).Run(); });
-  command->add_option("model", options->model, "Model to add to")->required()->type_name("MODEL");
-  command->add_option("files", options->files, "Texts to read; - for standard input")->required()->type_name("FILE");
+  Required(AddText(*command, "model", options->model, "MODEL", "Model to add to"));
+  Required(AddTexts(*command, "files", options->files, "FILE", "Texts to read; - for standard input"));
   AddNumber(*command, "--cell-size", options->cellSize,
             "Makes the model, with cells of this many metres, if it isn't there", std::numeric_limits<double>::min());
   AddWholeNumber(*command, "--area-size", options->areaSize,
                  "Of a model to be made: cells on a side of an area (default 64)", 1, 46340);
-  command->add_option("--blocks", options->blocks, "Of a model to be made: kinds of value to record, by mnemonic")
-      ->type_name("LIST");
-  command->add_flag("--clear-first", options->clearFirst, "Empties a cell before each sounding: the last one wins");
-  command->add_flag("--negate", options->negate, "Flips the sign of z, for depths that are positive downwards");
-  command->add_flag("--backup", options->backup, "Keeps the model as it was under its name with the ending bk1");
+  AddText(*command, "--blocks", options->blocks, "LIST",
+          "Of a model to be made: kinds of value to record, by mnemonic");
+  AddFlag(*command, "--clear-first", options->clearFirst, "Empties a cell before each sounding: the last one wins");
+  AddFlag(*command, "--negate", options->negate, "Flips the sign of z, for depths that are positive downwards");
+  AddFlag(*command, "--backup", options->backup, "Keeps the model as it was under its name with the ending bk1");
   AddByteCount(*command, "--memory", options->memory, "Memory for cells at the most (default 256M)", 1);
-  command->add_flag("--json", options->json, "Prints the summary as JSON");
+  AddFlag(*command, "--json", options->json, "Prints the summary as JSON");
 }
 
 }  // namespace vak

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -138,8 +137,8 @@ void AddInfoCommand(CLI::App& app, CommandContext& context) {
                                     {"info", "Tells what a model is like: cell size, blocks, areas, extents, heights.",
                                      "vakdtm info harbour.dtm --json"},
                                     [options, &context] { return Info(*options, context); });
-  command->add_option("model", options->model, "Model to look at")->required()->type_name("MODEL");
-  command->add_flag("--json", options->json, "Prints JSON");
+  Required(AddText(*command, "model", options->model, "MODEL", "Model to look at"));
+  AddFlag(*command, "--json", options->json, "Prints JSON");
 }
 
 }  // namespace vak

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <charconv>
 #include <memory>
 #include <string_view>
@@ -75,10 +74,8 @@ void AddSimulateCommand(CLI::App& app, CommandContext& context) {
                     {"simulate", "Makes up a lifelike multibeam survey: lines of x,y,z in metres, z upwards positive.",
                      "vakdtm simulate -o survey.xyz --count 1000000 --seed 7"},
                     [options, &context] { return Simulate(*options, context); });
-  command->add_option("-o,--output", options->output, "File to write; - for standard output")
-      ->required()
-      ->type_name("FILE");
-  AddWholeNumber(*command, "--count", options->survey.count, "Number of soundings", 1)->required();
+  Required(AddText(*command, "-o,--output", options->output, "FILE", "File to write; - for standard output"));
+  Required(AddWholeNumber(*command, "--count", options->survey.count, "Number of soundings", 1));
   AddWholeNumber(*command, "--seed", options->survey.seed,
                  "The same seed makes the same survey, and a longer one begins with it (default 1)");
   AddNumber(*command, "--cell-size-hint", options->survey.cellSizeHint,

@@ -108,5 +108,6 @@ void AddCreateCommand(CLI::App& app, CommandContext& context);
 void AddImportCommand(CLI::App& app, CommandContext& context);
 void AddInfoCommand(CLI::App& app, CommandContext& context);
 void AddSimulateCommand(CLI::App& app, CommandContext& context);
+void AddVerifyCommand(CLI::App& app, CommandContext& context);
 
 }  // namespace vak

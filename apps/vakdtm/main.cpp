@@ -3,5 +3,5 @@
 int main(int argc, char** argv) {
   return vak::RunCommandLine(argc, argv,
                              {vak::AddCreateCommand, vak::AddImportCommand, vak::AddInfoCommand, vak::AddCellsCommand,
-                              vak::AddSimulateCommand});
+                              vak::AddVerifyCommand, vak::AddSimulateCommand});
 }

@@ -230,7 +230,8 @@ void DtmArea::FindMinMaxZ(const int* ids, int count) {
 bool DtmArea::SyncWrite() {
   const std::scoped_lock lock(mutex_);
   if (!stream_) return false;
-  if (!IsModified()) return true;
+  if (std::none_of(blocks_.begin(), blocks_.end(), [](const auto& block) { return block->NeedsWriting(); }))
+    return true;
   for (const auto& block : blocks_) {
     if (!block->SyncWrite()) return false;
   }

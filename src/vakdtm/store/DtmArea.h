@@ -110,7 +110,7 @@ class DtmArea {
   /// Works the range out from the cells of these blocks and marks it valid.
   void FindMinMaxZ(const int* ids, int count);
 
-  /// Writes the modified blocks to their places. @return false when unwritten or a write failed.
+  /// Writes the blocks that differ from the file to their places. @return false when unwritten or a write failed.
   bool SyncWrite();
   /// Reads the resident blocks afresh over the present cells. @param time becomes the last-written time.
   /// @return false when a block has no place or a read failed.

@@ -85,8 +85,10 @@ void DtmDataBlock::MakeEmpty() {
   if (cells_) {
     FillCells();
     state_.store(kModified | kEmpty, std::memory_order_relaxed);
-  } else {
-    SetEmpty();
+  } else if (!IsEmpty()) {
+    // Were the cells left in the file and the area kept for what comes into its other blocks, they would be back after
+    // the next opening.
+    state_.fetch_or(stream_ ? kEmpty | kStale : kEmpty, std::memory_order_relaxed);
   }
 }
 
@@ -104,7 +106,7 @@ bool DtmDataBlock::Open() {
       ClearFlags();
     } else {
       std::memset(cells.get(), FillByte(), static_cast<std::size_t>(size_));
-      state_.store(kEmpty, std::memory_order_relaxed);
+      state_.store((state_.load(std::memory_order_relaxed) & kStale) | kEmpty, std::memory_order_relaxed);
     }
     cells_ = std::move(cells);
   }
@@ -134,7 +136,11 @@ bool DtmDataBlock::WriteCells(DataStream* stream) const {
   std::byte* const scratch = area_->GetDtmFile()->Scratch(std::min(total, kScratchSize));
   for (std::size_t done = 0; done < total;) {
     const std::size_t piece = std::min(total - done, kScratchSize);
-    LoadCells(BytesPerCell(), cells_.get() + done, scratch, piece);
+    if (cells_) {
+      LoadCells(BytesPerCell(), cells_.get() + done, scratch, piece);
+    } else {
+      std::memset(scratch, FillByte(), piece);
+    }
     if (!stream->Write(scratch, piece)) return false;
     done += piece;
   }
@@ -156,7 +162,7 @@ bool DtmDataBlock::ReadCells(DataStream* stream) {
 bool DtmDataBlock::SyncWrite() {
   const std::scoped_lock lock(area_->Mutex());
   if (!stream_) return false;
-  if (!IsModified() || !cells_) return true;
+  if (!NeedsWriting() || (IsModified() && !cells_)) return true;
   const StreamLock streamLock(*stream_);
   if (!stream_->Seek(position_, DataStream::kFromStart)) return false;
   if (!WriteCells(stream_)) return false;

@@ -54,7 +54,8 @@ class DtmDataBlock {
   bool IsEmpty() const { return (state_.load(std::memory_order_relaxed) & kEmpty) != 0; }
   /// Sets the empty flag, cells untouched.
   void SetEmpty() { state_.fetch_or(kEmpty, std::memory_order_relaxed); }
-  /// Resident cells are filled with the fill byte and count as modified; otherwise only the flag is set.
+  /// Resident cells are filled with the fill byte and count as modified; otherwise only the flag is set, and what the
+  /// file has is emptied when the area is next written.
   void MakeEmpty();
 
   /// Makes the cells resident, reading them unless the block is unwritten or empty, and adds an open count.
@@ -65,8 +66,8 @@ class DtmDataBlock {
   /// the cells. A write that fails loses them; `DtmFile::HasLostData` then answers true.
   void Close();
 
-  /// Writes modified resident cells to their place. @return false when the block has no place or the write failed (the
-  /// flag stays set); true when there was nothing to write.
+  /// Writes modified resident cells to their place, and empty ones over those that the block was emptied of. @return
+  /// false when the block has no place or the write failed (the flag stays set); true when there was nothing to write.
   bool SyncWrite();
 
   /// Reads resident cells afresh over the present ones, where they are; the open counts stay.
@@ -98,15 +99,18 @@ class DtmDataBlock {
  private:
   static constexpr std::uint8_t kModified = 1;
   static constexpr std::uint8_t kEmpty = 2;
+  static constexpr std::uint8_t kStale = 4;  // the file still has the cells that this block was emptied of
 
   friend class DtmArea;
 
   void ClearEmpty() { state_.fetch_and(kModified, std::memory_order_relaxed); }
   void ClearModified() { state_.fetch_and(kEmpty, std::memory_order_relaxed); }
+  bool NeedsWriting() const { return (state_.load(std::memory_order_relaxed) & (kModified | kStale)) != 0; }
   void ClearFlags() { state_.store(0, std::memory_order_relaxed); }
   /// Frees or writes the cells if nobody holds them. Requires: area lock held.
   void Release();
   void FillCells();
+  /// The cells, or as many empty ones when none are resident.
   bool WriteCells(DataStream* stream) const;
   bool ReadCells(DataStream* stream);
 

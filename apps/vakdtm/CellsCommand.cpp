@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <memory>
 
 #include "vakdtm/services/text/FormatNumber.h"
@@ -112,6 +113,10 @@ int Cells(const CellsOptions& options, const CommandContext& context) {
     if (!model->HasBlockId(id)) {
       return context.Fail(options.model, "records no " + BlockLabel(id), "ask \"vakdtm info\" which kinds it has");
     }
+  }
+  std::error_code code;
+  if (options.output != "-" && std::filesystem::equivalent(options.output, options.model, code)) {
+    return context.Misuse("the model would be replaced by its own cells", "name another file with -o");
   }
   OutputFile output;
   if (!output.Open(options.output)) return FailWriting(context, output);

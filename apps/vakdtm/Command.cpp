@@ -142,6 +142,12 @@ int CommandContext::Stopped(std::string_view state) const {
   return kStopped;
 }
 
+int CommandContext::PrintResult(std::string_view text) const {
+  EraseProgressLine();
+  const bool taken = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+  return taken ? kDone : Fail("", "cannot write to standard output", "");
+}
+
 void CommandContext::Warn(std::string_view where, std::string_view what, std::string_view remedy) const {
   if (!quiet) Print("warning: ", where, what, remedy);
 }

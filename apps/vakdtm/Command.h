@@ -46,6 +46,10 @@ class CommandContext {
   /// @return kStopped.
   int Stopped(std::string_view state) const;
 
+  /// Prints a result of the subcommand on standard output, all of it before this returns.
+  /// @return kDone, or as `Fail` when standard output doesn't take it.
+  int PrintResult(std::string_view text) const;
+
   /// Prints something that the user should look at, though the work goes on. Nothing when quiet.
   void Warn(std::string_view where, std::string_view what, std::string_view remedy) const;
 

@@ -22,7 +22,9 @@ int Create(const CreateOptions& options, const CommandContext& context) {
     return context.Misuse("--blocks: " + error, "name them as in --blocks VAL,NUM");
   }
   std::error_code code;
-  if (!options.force && std::filesystem::exists(options.model, code)) {
+  // What is said about a folder is said below: --force doesn't replace one.
+  if (!options.force && std::filesystem::exists(options.model, code) &&
+      !std::filesystem::is_directory(options.model, code)) {
     return context.Fail(options.model, "exists already", "name another file, or say --force to replace it");
   }
   ModelFile model = CreateModel(context, options.model, options.cellSize, static_cast<int>(options.areaSize), blocks);

@@ -1,11 +1,12 @@
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "vakdtm/intake/DtmAsciiImporter.h"
+#include "vakdtm/services/files/FileName.h"
+#include "vakdtm/services/files/HugeFileStream.h"
 #include "vakdtm/services/jobs/ProcessThread.h"
 #include "vakdtm/services/text/FormatNumber.h"
 #include "vakdtm/services/text/Utf8.h"
@@ -49,16 +50,16 @@ class Import {
     const auto start = std::chrono::steady_clock::now();
     if (const int status = LookAtEverything(); status != kDone) return status;
     if (std::none_of(sources_.begin(), sources_.end(), [](const auto& source) { return source.parses; })) {
-      PrintSummary(ImportTally(1), 0);
-      return kDone;
+      return PrintSummary(CountUnparsable(), 0);
     }
     if (const int status = OpenModel(); status != kDone) return status;
     ImportTally tally(model_->AreaSize());
     const int status = Finish(ReadSources(tally));
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
     WarnOfRejected(tally);
-    PrintSummary(tally, seconds.count());
-    return status;
+    if (status == kCouldNotBeDone) return status;  // what the counts say isn't all in the model
+    const int printed = PrintSummary(tally, seconds.count());
+    return status == kDone ? printed : status;
   }
 
  private:
@@ -72,31 +73,33 @@ class Import {
     if (std::count(options_.files.begin(), options_.files.end(), "-") > 1) {
       return context_.Misuse("standard input is named twice", "name it once");
     }
+    if (options_.model.empty()) return context_.Fail("''", "is no name for a model", "name a file");
     std::error_code code;
     exists_ = std::filesystem::exists(options_.model, code);
     if (!exists_ && options_.cellSize == 0) {
       return context_.Fail(options_.model, "no such file", "give --cell-size to make it");
     }
     if (exists_) {
-      model_ = OpenForWriting(context_, options_.model);
-      if (!model_) return kCouldNotBeDone;
-      if (options_.cellSize != 0 && options_.cellSize != model_->CellSize()) {
-        return context_.Fail(options_.model, "has cells of " + Text(model_->CellSize()) + " m",
-                             "leave --cell-size out");
+      held_ = HoldForWriting(context_, options_.model);
+      if (!held_) return kCouldNotBeDone;
+      if (options_.cellSize != 0 && options_.cellSize != held_.CellSize()) {
+        return context_.Fail(options_.model, "has cells of " + Text(held_.CellSize()) + " m", "leave --cell-size out");
       }
     }
     for (const std::string& file : options_.files) {
       if (!OpenSource(context_, file, sources_.emplace_back())) {
         return StopRequested() ? context_.Stopped("nothing was changed") : kCouldNotBeDone;
       }
-      WarnOfStrange(sources_.back());
     }
+    for (const SoundingSource& source : sources_) WarnOfStrange(source);
     return kDone;
   }
 
   void WarnOfStrange(const SoundingSource& source) const {
-    const double cellSize = model_ ? model_->CellSize() : options_.cellSize;
-    if (!source.parses) {
+    const double cellSize = exists_ ? held_.CellSize() : options_.cellSize;
+    if (!source.parses && source.isEmpty) {
+      context_.Warn(source.name, "is empty", "");
+    } else if (!source.parses) {
       context_.Warn(source.name, "no line holds three numbers; the first is \"" + source.firstLine + "\"",
                     "give x, y and z parted by commas or blanks");
     } else if (source.looksLikeDegrees && cellSize >= kTooLargeForDegrees) {
@@ -106,50 +109,100 @@ class Import {
   }
 
   int OpenModel() {
-    if (model_) return kDone;
-    model_ = CreateModel(context_, options_.model, options_.cellSize, static_cast<int>(options_.areaSize), blocks_);
+    model_ = exists_ ? held_.Open(context_)
+                     : CreateModel(context_, options_.model, options_.cellSize, static_cast<int>(options_.areaSize),
+                                   blocks_);
     return model_ ? kDone : kCouldNotBeDone;
   }
 
-  int ReadSources(ImportTally& tally) {
-    bool backup = options_.backup && exists_;
-    for (SoundingSource& source : sources_) {
+  /// What went wrong while the sources were read; told when it is known what became of the model.
+  struct Outcome {
+    int status = kDone;
+    std::string where;
+    std::string what;
+    std::string remedy;
+  };
+
+  Outcome ReadSources(ImportTally& tally) {
+    for (std::size_t i = 0; i < sources_.size(); ++i) {
+      SoundingSource& source = sources_[i];
       tally.BeginSource();
-      auto importer = std::make_unique<DtmAsciiImporter>(&*model_, source.file.release(), options_.clearFirst,
-                                                         std::exchange(backup, false), options_.negate);
+      const bool backup = options_.backup && exists_ && i == 0;
+      auto importer = std::make_unique<DtmAsciiImporter>(&*model_, source.file.release(), options_.clearFirst, backup,
+                                                         options_.negate);
+      if (backup && !HasBackup()) {
+        return {kCouldNotBeDone, BackupName(), "no backup can be made, nothing was imported", "check its folder"};
+      }
       importer->SetCacheSize(AreasInMemory());
       importer->SetTally(&tally);
       const DtmAsciiImporter& job = *importer;
       ProcessThread thread(L"vakdtm import", nullptr, false, nullptr, false);
       thread.AddProcessor(importer.release(), FromUtf8(source.name));
       const int result = thread.DoModal();
-      if (result == ProcessThread::kStopped) return kStopped;
+      if (result == ProcessThread::kStopped) return {kStopped, "", "", ""};
       if (result == ProcessThread::kDone) continue;
-      if (job.InsertFailed()) {
-        return context_.Fail(source.name + ":" + std::to_string(job.CurrentLine()), "the sounding cannot be stored",
-                             "check the disk, then run \"vakdtm verify " + options_.model + "\"");
-      }
-      return context_.Fail(source.name, "cannot be read to its end", "check the file");
+      if (!job.InsertFailed()) return {kCouldNotBeDone, source.name, "cannot be read to its end", "check the file"};
+      const bool full = model_->LastStreamError() == StreamError::kNoSpace;
+      return {kCouldNotBeDone, source.name + ":" + std::to_string(job.CurrentLine()),
+              full ? "the sounding cannot be stored, no space left on the disk" : "the sounding cannot be stored",
+              WhatToDo()};
     }
-    return kDone;
+    return {};
+  }
+
+  std::string BackupName() const {
+    vak::FileName name;
+    name.Set(model_->FileName());
+    name.SetExtension(L"bk1");
+    return ToUtf8(name.c_str());
+  }
+
+  /// Whether the backup is there: the copy has the time of what it was made of.
+  bool HasBackup() const {
+    namespace fs = std::filesystem;
+    std::error_code code;
+    const fs::path model = ToUtf8(model_->FileName());
+    const fs::path backup = BackupName();
+    return backup != model && fs::file_size(backup, code) == fs::file_size(model, code) && !code &&
+           fs::last_write_time(backup, code) == fs::last_write_time(model, code) && !code;
+  }
+
+  /// When the model couldn't be written.
+  std::string WhatToDo() const {
+    return options_.backup && exists_
+               ? "put " + BackupName() + " in the place of the model"
+               : "make room or check the disk, then run \"vakdtm verify " + options_.model + "\"";
   }
 
   std::uint64_t AreasInMemory() const {
     return std::max<std::uint64_t>(1, options_.memory / static_cast<std::uint64_t>(model_->SmallestBody()));
   }
 
-  /// Writes the model out, whatever came before.
-  int Finish(int status) {
+  /// Writes the model out, whatever came before, and tells what went wrong in one line.
+  int Finish(Outcome outcome) {
     const bool written = model_->SyncWrite();
     const bool lost = model_->HasLostData();
-    model_.Close();
-    if (!written || lost) {
-      return context_.Fail(options_.model,
-                           lost ? "cells were lost because they could not be written" : "cannot be written to the end",
-                           "check the disk, then import again into a copy made before");
+    if (outcome.status != kCouldNotBeDone && (!written || lost)) {
+      const bool full = model_->LastStreamError() == StreamError::kNoSpace;
+      outcome = {kCouldNotBeDone, options_.model,
+                 std::string(lost ? "cells were lost because they cannot be written" : "cannot be written to the end") +
+                     (full ? ", no space left on the disk" : ""),
+                 WhatToDo()};
     }
-    if (status == kStopped) return context_.Stopped("the model holds what was imported so far");
-    return status;
+    model_.Close();
+    if (outcome.status == kStopped) return context_.Stopped("the model holds what was imported so far");
+    return outcome.status == kDone ? kDone : context_.Fail(outcome.where, outcome.what, outcome.remedy);
+  }
+
+  /// Counts texts of which no line holds three numbers.
+  ImportTally CountUnparsable() {
+    ImportTally tally(1);
+    for (const SoundingSource& source : sources_) {
+      tally.BeginSource();
+      LineReader lines(source.file.get());
+      for (std::string_view line; lines.Next(line);) tally.CountSkipped(lines.LineNumber(), line);
+    }
+    return tally;
   }
 
   void WarnOfRejected(const ImportTally& tally) const {
@@ -165,9 +218,9 @@ class Import {
     if (more > 0) context_.Warn(options_.model, std::to_string(more) + " more lines were not taken", "");
   }
 
-  void PrintSummary(const ImportTally& tally, double seconds) const {
-    if (options_.json) return PrintJson(tally, seconds);
-    if (context_.quiet) return;
+  int PrintSummary(const ImportTally& tally, double seconds) const {
+    if (options_.json) return context_.PrintResult(JsonOf(tally, seconds));
+    if (context_.quiet) return kDone;
     std::string line = std::to_string(tally.Taken()) + " of " + std::to_string(tally.Lines()) + " lines taken (" +
                        std::to_string(tally.Skipped()) + " skipped, " + std::to_string(tally.Refused()) + " refused, " +
                        std::to_string(tally.NotANumber()) + " not a number) into " + std::to_string(tally.Cells()) +
@@ -175,10 +228,10 @@ class Import {
     if (tally.Taken() > 0) line += ", z " + Text(tally.LowestZ()) + " to " + Text(tally.HighestZ());
     line += ", ";
     AppendFixed(line, seconds, 2);
-    std::printf("%s s\n", line.c_str());
+    return context_.PrintResult(line + " s\n");
   }
 
-  static void PrintJson(const ImportTally& tally, double seconds) {
+  static std::string JsonOf(const ImportTally& tally, double seconds) {
     nlohmann::ordered_json json;
     json["lines"] = tally.Lines();
     json["taken"] = tally.Taken();
@@ -190,7 +243,7 @@ class Import {
     json["z_range"] = nullptr;
     if (tally.Taken() > 0) json["z_range"] = {tally.LowestZ(), tally.HighestZ()};
     json["seconds"] = seconds;
-    std::printf("%s\n", json.dump().c_str());
+    return json.dump() + "\n";
   }
 
   const ImportOptions& options_;
@@ -198,6 +251,7 @@ class Import {
   std::vector<int> blocks_;
   std::vector<SoundingSource> sources_;
   bool exists_ = false;
+  HeldModel held_;  // while it exists and isn't open yet
   ModelFile model_;
 };
 

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -73,7 +72,7 @@ std::string Text(double value) {
   return text;
 }
 
-void PrintJson(DtmUpdateFile& model) {
+std::string JsonOf(DtmUpdateFile& model) {
   nlohmann::ordered_json json;
   json["cell_size"] = model.CellSize();
   json["area_size"] = model.AreaSize();
@@ -93,28 +92,25 @@ void PrintJson(DtmUpdateFile& model) {
   if (range.IsKnown()) json["z_range"] = {range.lo, range.hi};
   json["opened_by"] = OpenedByText(model.OpenedBy());
   json["file_size"] = model.FileSize();
-  std::printf("%s\n", json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+  return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-void PrintText(DtmUpdateFile& model) {
-  std::printf("cell size   %s m\n", Text(model.CellSize()).c_str());
-  std::printf("area size   %d cells\n", model.AreaSize());
+std::string TextOf(DtmUpdateFile& model) {
   std::string blocks;
   for (int i = 0; i < model.NumBlockIds(); ++i) blocks += (i == 0 ? "" : " ") + BlockLabel(model.GetBlockId(i));
-  std::printf("blocks      %s\n", blocks.c_str());
-  std::printf("areas       %d\n", model.NumAreas());
+  std::string text = "cell size   " + Text(model.CellSize()) + " m\narea size   " + std::to_string(model.AreaSize()) +
+                     " cells\nblocks      " + blocks + "\nareas       " + std::to_string(model.NumAreas()) + "\n";
   double x0 = 0;
   double y0 = 0;
   double x1 = 0;
   double y1 = 0;
   if (model.GetAreaExtents(x0, y0, x1, y1)) {
-    std::printf("extents     x %s to %s, y %s to %s\n", Text(x0).c_str(), Text(x1).c_str(), Text(y0).c_str(),
-                Text(y1).c_str());
+    text += "extents     x " + Text(x0) + " to " + Text(x1) + ", y " + Text(y0) + " to " + Text(y1) + "\n";
   }
   const ZRange range = FindZRange(model);
-  if (range.IsKnown()) std::printf("z range     %s to %s\n", FloatText(range.lo).c_str(), FloatText(range.hi).c_str());
-  std::printf("opened by   %s\n", OpenedByText(model.OpenedBy()));
-  std::printf("file size   %lld bytes\n", model.FileSize());
+  if (range.IsKnown()) text += "z range     " + FloatText(range.lo) + " to " + FloatText(range.hi) + "\n";
+  return text + "opened by   " + OpenedByText(model.OpenedBy()) + "\nfile size   " + std::to_string(model.FileSize()) +
+         " bytes\n";
 }
 
 int Info(const InfoOptions& options, const CommandContext& context) {
@@ -125,8 +121,7 @@ int Info(const InfoOptions& options, const CommandContext& context) {
                  "damaged at offset " + std::to_string(model->WalkStoppedAt()) + ", what lies behind is not shown",
                  "run \"vakdtm verify " + options.model + "\"");
   }
-  options.json ? PrintJson(*model) : PrintText(*model);
-  return kDone;
+  return context.PrintResult(options.json ? JsonOf(*model) : TextOf(*model));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "vakdtm/services/files/HugeFileStream.h"
 #include "vakdtm/services/text/Utf8.h"
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/DtmManager.h"
@@ -32,6 +33,8 @@ Words Explain(DtmOpenError error, bool create) {
       return {"no space left on the disk", "make room and try again"};
     case DtmOpenError::kInUse:
       return {"is in use", "close it first"};
+    case DtmOpenError::kNoName:
+      return {"is no name for a model", "name a file"};
     case DtmOpenError::kBadSettings:
       return {"no model can have this cell size, area size and blocks", "areas must stay below 2 GiB"};
     default:
@@ -82,21 +85,42 @@ ModelFile OpenForReading(const CommandContext& context, const std::string& path)
   return Opened(context, path, DtmManager::GetDtmManager().OpenDtmUntouched(FromUtf8(path)), false);
 }
 
-ModelFile OpenForWriting(const CommandContext& context, const std::string& path) {
-  // Looked at first without being able to write, so that a damaged file stays as it is.
-  ModelFile looked = OpenForReading(context, path);
+HeldModel::HeldModel(std::string path, double cellSize, std::unique_ptr<HugeFileStream> stream)
+    : path_(std::move(path)), cellSize_(cellSize), stream_(std::move(stream)) {}
+HeldModel::~HeldModel() = default;
+HeldModel::HeldModel(HeldModel&& other) noexcept = default;
+HeldModel& HeldModel::operator=(HeldModel&& other) noexcept = default;
+
+ModelFile HeldModel::Open(const CommandContext& context) {
+  stream_.reset();  // the model's own stream takes the lock
+  return Opened(context, path_, DtmManager::GetDtmManager().OpenDtm(FromUtf8(path_), true, nullptr), false);
+}
+
+HeldModel HoldForWriting(const CommandContext& context, const std::string& path) {
+  // Looked at without being able to write, so that a damaged file stays as it is.
+  const ModelFile looked = OpenForReading(context, path);
   if (!looked) return {};
+  auto stream = std::make_unique<HugeFileStream>(looked->FileName().c_str(), false, true);
+  if (!stream->IsOpen()) {
+    const bool held = stream->LastError() == StreamError::kHeldByWriter;
+    const Words words = Explain(held ? DtmOpenError::kHeldByWriter : DtmOpenError::kNotWritable, false);
+    context.Fail(path, words.what, words.remedy);
+    return {};
+  }
   if (looked->WalkStoppedAt() >= 0) {
     context.Fail(path, "damaged at offset " + std::to_string(looked->WalkStoppedAt()) + ", nothing was changed",
                  "run \"vakdtm verify --repair " + path + "\" first");
     return {};
   }
-  looked.Close();
-  return Opened(context, path, DtmManager::GetDtmManager().OpenDtm(FromUtf8(path), true, nullptr), false);
+  return {path, looked->CellSize(), std::move(stream)};
 }
 
 ModelFile CreateModel(const CommandContext& context, const std::string& path, double cellSize, int areaSize,
                       const std::vector<int>& blocks) {
+  if (path.empty()) {
+    context.Fail("''", "is no name for a model", "name a file");
+    return {};
+  }
   const DtmManager::create_params params{areaSize, cellSize, blocks};
   return Opened(context, path, DtmManager::GetDtmManager().OpenDtm(FromUtf8(path), true, &params), true);
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vakdtm/store/DtmUpdateFile.h"
@@ -8,6 +10,8 @@
 #include "Command.h"
 
 namespace vak {
+
+class HugeFileStream;
 
 /// A model that a subcommand has opened; closed when this goes.
 class ModelFile {
@@ -33,8 +37,31 @@ class ModelFile {
 /// Opens a model to look at it: every byte of the file and its times stay as they are. Prints why when it can't.
 ModelFile OpenForReading(const CommandContext& context, const std::string& path);
 
-/// Opens a model to change it. Prints why when it can't, also when the file's chunks couldn't be followed to its end.
-ModelFile OpenForWriting(const CommandContext& context, const std::string& path);
+/// A model that is to be changed once everything else has been looked at: found good and kept from other writers, with
+/// every byte as it was.
+class HeldModel {
+ public:
+  HeldModel() = default;
+  HeldModel(std::string path, double cellSize, std::unique_ptr<HugeFileStream> stream);
+  ~HeldModel();
+  HeldModel(HeldModel&& other) noexcept;
+  HeldModel& operator=(HeldModel&& other) noexcept;
+
+  explicit operator bool() const { return stream_ != nullptr; }
+  /// Metres.
+  double CellSize() const { return cellSize_; }
+  /// Opens the model read-write and holds it no longer otherwise. Prints why when it can't.
+  ModelFile Open(const CommandContext& context);
+
+ private:
+  std::string path_;
+  double cellSize_ = 0;
+  std::unique_ptr<HugeFileStream> stream_;  // read-write, for the lock
+};
+
+/// Holds a model for changing it. Prints why when it can't, also when the file's chunks couldn't be followed to its
+/// end.
+HeldModel HoldForWriting(const CommandContext& context, const std::string& path);
 
 /// Makes a new model, over a file of that name if there is one. Prints why when it can't.
 ModelFile CreateModel(const CommandContext& context, const std::string& path, double cellSize, int areaSize,

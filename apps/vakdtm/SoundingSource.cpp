@@ -3,7 +3,9 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "vakdtm/intake/DtmAsciiImporter.h"
@@ -15,6 +17,25 @@ namespace {
 
 constexpr int kLinesLookedAt = 100;
 
+bool FailReading(const CommandContext& context, const SoundingSource& source) {
+  context.Fail(source.name, "cannot be read to its end", "check the file");
+  return false;
+}
+
+bool FailSpooling(const CommandContext& context, const SoundingSource& source) {
+  context.Fail(source.name, "the temporary copy cannot be written", "make room in the temporary folder");
+  return false;
+}
+
+/// A stream of its own on what standard input is, at the place where it stands.
+FilePointer OpenStandardInput() {
+  const int own = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+  if (own < 0) return nullptr;
+  FilePointer file(fdopen(own, "rb"));
+  if (!file) close(own);
+  return file;
+}
+
 bool Spool(const CommandContext& context, SoundingSource& source) {
   FilePointer copy(std::tmpfile());
   if (!copy) {
@@ -25,15 +46,12 @@ bool Spool(const CommandContext& context, SoundingSource& source) {
   while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), source.file.get())) {
     if (StopRequested()) return false;
     if (std::fwrite(buffer.data(), 1, count, copy.get()) != count) {
-      context.Fail(source.name, "the temporary copy cannot be written", "make room in the temporary folder");
-      return false;
+      return FailSpooling(context, source);
     }
   }
   if (StopRequested()) return false;
-  if (std::ferror(source.file.get())) {
-    context.Fail(source.name, "cannot be read to its end", "check it");
-    return false;
-  }
+  if (std::ferror(source.file.get())) return FailReading(context, source);
+  if (std::fflush(copy.get()) != 0) return FailSpooling(context, source);
   std::rewind(copy.get());
   source.file = std::move(copy);
   return true;
@@ -43,13 +61,16 @@ bool CouldBeDegrees(const ScannedSounding& sounding) {
   return std::abs(sounding.x) <= 360.0 && std::abs(sounding.y) <= 90.0;
 }
 
-void LookAtLines(SoundingSource& source) {
+/// @return false when the text can't be read.
+bool LookAtLines(SoundingSource& source) {
   LineReader lines(source.file.get());
   std::string_view line;
-  if (lines.Next(line)) source.firstLine = line.substr(0, line.find_last_not_of("\r\n") + 1);
+  source.isEmpty = !lines.Next(line);
+  if (!source.isEmpty) source.firstLine = line.substr(0, line.find_last_not_of("\r\n") + 1);
   SoundingFormat format = SoundingFormat::kComma;
   ScannedSounding sounding;
-  if (lines.Rewind()) source.parses = DtmAsciiImporter::DetectFormat(lines, format, &sounding);
+  if (!lines.Rewind()) return false;
+  source.parses = DtmAsciiImporter::DetectFormat(lines, format, &sounding);
   source.looksLikeDegrees = source.parses && CouldBeDegrees(sounding);
   const SoundingScanner scanner(format);
   for (int i = 0; i < kLinesLookedAt && source.looksLikeDegrees && lines.Next(line); ++i) {
@@ -57,7 +78,9 @@ void LookAtLines(SoundingSource& source) {
       source.looksLikeDegrees = false;
     }
   }
+  if (lines.Failed()) return false;
   std::rewind(source.file.get());
+  return true;
 }
 
 }  // namespace
@@ -65,10 +88,13 @@ void LookAtLines(SoundingSource& source) {
 bool OpenSource(const CommandContext& context, const std::string& path, SoundingSource& source) {
   const bool standardInput = path == "-";
   source.name = standardInput ? "standard input" : path;
-  source.file.reset(std::fopen(standardInput ? "/dev/stdin" : path.c_str(), "rbe"));
+  source.file = standardInput ? OpenStandardInput() : FilePointer(std::fopen(path.c_str(), "rbe"));
   if (!source.file) {
-    context.Fail(source.name, errno == ENOENT ? "no such file" : "cannot be read",
-                 errno == ENOENT ? "check the name" : "check the file's permissions");
+    const bool missing = !standardInput && (errno == ENOENT || errno == ENOTDIR);
+    context.Fail(source.name, missing ? "no such file" : "cannot be read",
+                 missing         ? "check the name"
+                 : standardInput ? "is it closed?"
+                                 : "check the file's permissions");
     return false;
   }
   struct stat status{};
@@ -77,8 +103,7 @@ bool OpenSource(const CommandContext& context, const std::string& path, Sounding
     return false;
   }
   if ((standardInput || !S_ISREG(status.st_mode)) && !Spool(context, source)) return false;
-  LookAtLines(source);
-  return true;
+  return LookAtLines(source) || FailReading(context, source);
 }
 
 }  // namespace vak

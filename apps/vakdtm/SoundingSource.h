@@ -19,6 +19,7 @@ struct SoundingSource {
   FilePointer file;               ///< seekable, at its start
   bool parses = false;            ///< some line holds three numbers
   bool looksLikeDegrees = false;  ///< the first of those lines could all be longitude and latitude
+  bool isEmpty = false;           ///< there isn't a single byte
   std::string firstLine;          ///< for the message that none does
 };
 

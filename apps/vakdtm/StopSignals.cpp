@@ -37,8 +37,9 @@ extern "C" void OnStopSignal(int number) {
   errno = savedError;
 }
 
-// Unlike SIG_IGN, a handler isn't handed down to the programs that this one starts.
-extern "C" void OnBrokenPipe(int /*signal*/) {}
+// For signals that come with a failed write, whose answer says the same. Unlike SIG_IGN, a handler isn't handed down to
+// the programs that this one starts.
+extern "C" void OnFailedWrite(int /*signal*/) {}
 
 void Catch(int number, void (*handler)(int), int flags) {
   struct sigaction action = {};
@@ -55,7 +56,8 @@ void Catch(int number, void (*handler)(int), int flags) {
 void CatchStopSignals() {
   Catch(SIGINT, OnStopSignal, 0);
   Catch(SIGTERM, OnStopSignal, 0);
-  Catch(SIGPIPE, OnBrokenPipe, SA_RESTART);
+  Catch(SIGPIPE, OnFailedWrite, SA_RESTART);
+  Catch(SIGXFSZ, OnFailedWrite, SA_RESTART);
 }
 
 bool StopRequested() { return stopRequested.load(std::memory_order_relaxed); }

@@ -55,9 +55,9 @@ struct Place {
 /// The values of one area, by place in the block list and cell; all that a model knows about it.
 struct PlainArea {
   std::vector<std::vector<Bits>> blocks;
-  /// For values that `SetValue` stored without marking their block: what the file has instead. Which of the two a later
-  /// look finds depends on what else happens to the block.
-  std::map<std::pair<std::size_t, std::size_t>, Bits> other;
+  /// For values that `SetValue` stored without marking their block: what was there before. Which of them a later look
+  /// finds depends on when the block was last written, and on what else happens to it.
+  std::map<std::pair<std::size_t, std::size_t>, std::vector<Bits>> other;
 
   bool IsEmpty(const std::vector<int>& ids) const {
     for (std::size_t slot = 0; slot < ids.size(); ++slot) {
@@ -69,7 +69,7 @@ struct PlainArea {
   bool IsRight(std::size_t slot, std::size_t cell, Bits found) const {
     if (blocks[slot][cell] == found) return true;
     const auto kept = other.find({slot, cell});
-    return kept != other.end() && kept->second == found;
+    return kept != other.end() && std::find(kept->second.begin(), kept->second.end(), found) != kept->second.end();
   }
 };
 
@@ -205,7 +205,7 @@ class PlainGrid {
   void SetUnmarked(Place cell, int id, Bits bits) {
     Bits* const value = Value(cell, id);
     if (!value) return;
-    Touch(cell).other.try_emplace({static_cast<std::size_t>(Slot(id)), IndexOf(cell)}, *value);
+    Touch(cell).other[{static_cast<std::size_t>(Slot(id)), IndexOf(cell)}].push_back(*value);
     *value = bits;
   }
 
@@ -703,8 +703,8 @@ class World {
       }
       const Bits bits = grid_.Get(cell, slot);
       if (BitsOf(value) == Shown(slot, bits)) continue;
-      const auto other = area->second.other.find({slot, grid_.IndexOf(cell)});
-      if (other != area->second.other.end() && BitsOf(value) == Shown(slot, other->second)) continue;
+      // Only a `d` value can be one of several, and it is shown as it is stored.
+      if (area->second.IsRight(slot, grid_.IndexOf(cell), BitsOf(value))) continue;
       std::ostringstream out;
       out.precision(17);
       out << "cell " << cell.row << ' ' << cell.col << ' ' << NameOf(grid_.ids[slot]) << " is " << value << ", not "

@@ -33,7 +33,7 @@ class DtmManager {
  public:
   /// What a new model is made with. A value that isn't positive, or an empty list, keeps the default: areas of 64
   /// cells, cells of 1 m, `dVAL` and `iNUM`.
-  struct create_params {
+  struct create_params {  // NOLINT(readability-identifier-naming): the name that applications know
     int areaSize = 0;
     double cellSize = 0;
     std::vector<int> blockIds;

@@ -70,7 +70,7 @@ class DtmArea {
            Offset(col, bottomLeftCol_) < static_cast<unsigned>(areaSize_);
   }
   /// Index of a cell in the blocks; not checked, the cell must lie in the area.
-  int CalcCell(int row, int col) const { return (row - bottomLeftRow_) * areaSize_ - bottomLeftCol_ + col; }
+  int CalcCell(int row, int col) const { return (row - bottomLeftRow_) * areaSize_ + (col - bottomLeftCol_); }
   /// The inverse of `CalcCell`.
   void CalcRowCol(int cell, int& row, int& col) const {
     row = bottomLeftRow_ + cell / areaSize_;

@@ -33,7 +33,8 @@ class SurveyText {
     std::FILE* const file = std::fopen(path_.c_str(), "wb");
     for (int i = 0; file && i < kLines; ++i) {
       const int ping = i / 128;
-      const double x = 500000.0 + ping / 1024 * 45.0 + i % 128 * 0.5 + wobble(random);
+      const int line = ping / 1024;
+      const double x = 500000.0 + line * 45.0 + i % 128 * 0.5 + wobble(random);
       const double y = 5800000.0 + ping % 1024 * 0.6 + wobble(random);
       std::fprintf(file, "%.3f,%.3f,%.3f\n", x, y, depth(random));
     }

@@ -28,7 +28,7 @@ bool ParseAll(std::string_view text, Number& value) {
 
 /// Adds an option whose text is handed to `take`, which answers what is wrong with it, or nothing.
 CLI::Option* AddChecked(CLI::App& command, const std::string& names, const std::string& description,
-                        const std::string& typeName, std::function<std::string(const std::string&)> take) {
+                        const std::string& typeName, const std::function<std::string(const std::string&)>& take) {
   CLI::Option* option = command.add_option_function<std::string>(
       names,
       [take, names](const std::string& text) {

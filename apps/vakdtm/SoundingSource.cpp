@@ -52,7 +52,7 @@ bool Spool(const CommandContext& context, SoundingSource& source) {
   if (StopRequested()) return false;
   if (std::ferror(source.file.get())) return FailReading(context, source);
   if (std::fflush(copy.get()) != 0) return FailSpooling(context, source);
-  std::rewind(copy.get());
+  if (std::fseek(copy.get(), 0, SEEK_SET) != 0) return FailSpooling(context, source);
   source.file = std::move(copy);
   return true;
 }
@@ -79,8 +79,7 @@ bool LookAtLines(SoundingSource& source) {
     }
   }
   if (lines.Failed()) return false;
-  std::rewind(source.file.get());
-  return true;
+  return std::fseek(source.file.get(), 0, SEEK_SET) == 0;
 }
 
 }  // namespace

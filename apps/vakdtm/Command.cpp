@@ -7,6 +7,7 @@
 #include <iostream>
 #include <memory>
 #include <sstream>
+#include <type_traits>
 #include <vector>
 
 #include "CommandSinks.h"
@@ -49,6 +50,10 @@ template <typename Number>
 std::string RangeText(Number lowest, Number highest) {
   const bool hasLowest = lowest != std::numeric_limits<Number>::lowest();
   const bool hasHighest = highest != std::numeric_limits<Number>::max();
+  // The smallest positive double stands for "anything but 0", which is what a user can do something with.
+  if (std::is_floating_point_v<Number> && lowest == std::numeric_limits<Number>::min() && !hasHighest) {
+    return " above 0";
+  }
   if (hasLowest && hasHighest) return " from " + Shortest(lowest) + " to " + Shortest(highest);
   if (hasLowest) return " from " + Shortest(lowest) + " up";
   return hasHighest ? " up to " + Shortest(highest) : std::string();

@@ -30,7 +30,7 @@ using vak::test::MemoryFile;
 using vak::test::MemoryStream;
 
 constexpr std::size_t kLargestInput = 1 << 15;
-constexpr int kLargestWrittenBody = 1 << 20;  // beyond it an area would only cost time
+constexpr int kLargestWrittenBody = 1 << 16;  // beyond it an area would only cost time
 constexpr int kAreasLookedAt = 64;
 constexpr int kLargestEmptied = 4096;  // cells
 

@@ -72,7 +72,8 @@ bool ReadAreaPlace(StreamWindow& window, std::int64_t body, std::int64_t length,
 }
 
 bool ReadAreaPlaceNearby(StreamWindow& window, std::int64_t body, std::int64_t length, AreaPlace& place) {
-  return ReadAreaPlace(window, body, length, 16, place);
+  constexpr int kFew = 4;
+  return ReadAreaPlace(window, body, length, kFew, place);
 }
 
 }  // namespace vak

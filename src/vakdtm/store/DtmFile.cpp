@@ -20,6 +20,22 @@ namespace {
 constexpr int kNoLowest = std::numeric_limits<int>::max();
 constexpr int kNoHighest = std::numeric_limits<int>::min();
 
+/// Sorts by the first numbers, leaving equal ones in their order: by one byte after the other, since a file may list
+/// millions of ids.
+void SortByFirst(std::vector<std::pair<int, int>>& pairs) {
+  std::vector<std::pair<int, int>> sorted(pairs.size());
+  for (int shift = 0; shift < 32; shift += 8) {
+    const auto digit = [&](const std::pair<int, int>& pair) {
+      return ((static_cast<std::uint32_t>(pair.first) ^ 0x80000000U) >> shift) & 0xFFU;
+    };
+    std::array<std::size_t, 256> starts{};
+    for (const auto& pair : pairs) ++starts[digit(pair)];
+    std::exclusive_scan(starts.begin(), starts.end(), starts.begin(), std::size_t{0});
+    for (const auto& pair : pairs) sorted[starts[digit(pair)]++] = pair;
+    pairs.swap(sorted);
+  }
+}
+
 }  // namespace
 
 DtmFile::DtmFile(DataStream* stream, bool create)
@@ -95,7 +111,7 @@ void DtmFile::SortSlots() {
   slots_.clear();
   slots_.reserve(settings_.blockIds.size());
   for (int i = 0; i < NumBlockIds(); ++i) slots_.emplace_back(GetBlockId(i), i);
-  std::sort(slots_.begin(), slots_.end());
+  SortByFirst(slots_);
 }
 
 int DtmFile::OpenCount() const {
@@ -288,17 +304,13 @@ DtmFile::ClaimList DtmFile::SortClaims(const EntryList& entries) const {
   return claims;
 }
 
-std::vector<bool> DtmFile::FindDoubtfulEntries(const EntryList& entries, const std::vector<std::uint32_t>& order,
-                                               const ClaimList& claims, const std::vector<bool>& isFalse) const {
-  std::vector<bool> doubtful(entries.size());
-  std::size_t previous = entries.size();
-  for (const std::uint32_t i : order) {
-    if (isFalse[i]) continue;
-    if (previous < entries.size() &&
-        entries[i].position - entries[previous].position < smallestBody_ + grid::kHeaderSize) {
-      doubtful[i] = doubtful[previous] = true;
+std::vector<bool> DtmFile::FindDoubtfulEntries(std::size_t count, const PositionList& order,
+                                               const ClaimList& claims) const {
+  std::vector<bool> doubtful(count);
+  for (std::size_t k = 1; k < order.size(); ++k) {
+    if (order[k].first - order[k - 1].first < smallestBody_ + grid::kHeaderSize) {
+      doubtful[order[k].second] = doubtful[order[k - 1].second] = true;
     }
-    previous = i;
   }
   for (std::size_t k = 1; k < claims.size(); ++k) {
     if (claims[k].pos == claims[k - 1].pos) doubtful[claims[k].index] = doubtful[claims[k - 1].index] = true;
@@ -312,25 +324,23 @@ std::vector<bool> DtmFile::FindFalseClaims(const EntryList& entries, const Claim
   // pass. Chunks are looked at in the order of the file, and none for long, so that no index takes more than a few
   // passes.
   std::vector<bool> isFalse(entries.size());
-  for (std::size_t i = 0; i < entries.size(); ++i) isFalse[i] = !IsPlausible(entries[i]);
-  std::vector<std::uint32_t> order(entries.size());
-  std::iota(order.begin(), order.end(), std::uint32_t{0});
-  if (!std::is_sorted(entries.begin(), entries.end(), LiesBefore)) {
-    std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
-      return std::pair(entries[a].position, a) < std::pair(entries[b].position, b);
-    });
+  PositionList order;
+  order.reserve(entries.size());
+  for (std::uint32_t i = 0; i < entries.size(); ++i) {
+    isFalse[i] = !IsPlausible(entries[i]);
+    if (!isFalse[i]) order.emplace_back(entries[i].position, i);
   }
-  const std::vector<bool> doubtful = FindDoubtfulEntries(entries, order, claims, isFalse);
+  if (!std::is_sorted(order.begin(), order.end())) std::sort(order.begin(), order.end());
+  const std::vector<bool> doubtful = FindDoubtfulEntries(entries.size(), order, claims);
   StreamWindow window(*stream_, nextWrite_);
   indexedPositions_.clear();
-  indexedPositions_.reserve(entries.size());
+  indexedPositions_.reserve(order.size());
   std::int64_t end = 0;
-  for (const std::uint32_t i : order) {
+  for (const auto& [position, i] : order) {
+    if (doubtful[i]) isFalse[i] = position < end || !IsAreaChunk(window, entries[i]);
     if (isFalse[i]) continue;
-    if (doubtful[i]) isFalse[i] = entries[i].position < end || !IsAreaChunk(window, entries[i]);
-    if (isFalse[i]) continue;
-    end = entries[i].position + smallestBody_ + grid::kHeaderSize;
-    indexedPositions_.push_back(entries[i].position);
+    end = position + smallestBody_ + grid::kHeaderSize;
+    indexedPositions_.push_back(position);
   }
   for (auto claim = claims.begin(); claim != claims.end();) {
     bool found = false;
@@ -348,22 +358,32 @@ bool DtmFile::ReadIndexedAreas() {
   if (openedBy_ == DtmOpenedBy::kNothing) return false;
   const ClaimList claims = SortClaims(heldIndex_);
   const std::vector<bool> isFalse = FindFalseClaims(heldIndex_, claims);
-  // The claims are in the order of the map's keys, so it is filled without searching. Of several for one place the one
-  // that is believed counts, else the first.
-  areas_.resize(heldIndex_.size());
+  // Of several claims to one place the one that is believed counts, else the first.
+  std::vector<bool> isChosen(heldIndex_.size());
   for (auto claim = claims.begin(); claim != claims.end();) {
     Claim chosen = *claim;
     for (; claim != claims.end() && claim->pos == chosen.pos; ++claim) {
       if (!isFalse[claim->index]) chosen = *claim;
     }
-    auto area = MakeIndexedArea(heldIndex_[chosen.index], isFalse[chosen.index]);
-    areaMap_.emplace_hint(areaMap_.end(), chosen.pos, area.get());
-    areas_[chosen.index] = std::move(area);
+    isChosen[chosen.index] = true;
+  }
+  areas_.resize(heldIndex_.size());
+  for (std::size_t i = 0; i < heldIndex_.size(); ++i) {
+    if (isChosen[i]) areas_[i] = MakeIndexedArea(heldIndex_[i], isFalse[i]);
+  }
+  EnterAreas(claims);
+  return true;
+}
+
+void DtmFile::EnterAreas(const ClaimList& claims) {
+  // The claims are in the order of the map's keys, so it is filled without searching.
+  for (const Claim& claim : claims) {
+    if (claim.index >= areas_.size() || !areas_[claim.index]) continue;
+    areaMap_.emplace_hint(areaMap_.end(), claim.pos, areas_[claim.index].get());
   }
   std::erase(areas_, nullptr);
   for (const auto& area : areas_) NoteExtents(*area);
   areaCount_.store(static_cast<int>(areas_.size()), std::memory_order_release);
-  return true;
 }
 
 std::unique_ptr<DtmArea> DtmFile::MakeIndexedArea(const grid::IndexEntry& entry, bool isFalse) {
@@ -375,12 +395,12 @@ std::unique_ptr<DtmArea> DtmFile::MakeIndexedArea(const grid::IndexEntry& entry,
 
 bool DtmFile::ReadAreas() {
   struct Found {
-    DtmAreaPos pos;
     AreaPlace place;
     int length;
     std::int64_t start;
   };
   std::vector<Found> found;
+  ClaimList claims;
   StreamWindow window(*stream_, fileSize_);
   ChunkWalk walk(window, grid::kMagicSize, fileSize_ - grid::kMagicSize);
   nextWrite_ = grid::kMagicSize;
@@ -391,36 +411,30 @@ bool DtmFile::ReadAreas() {
           !settings_.IsAreaPlace(place.row, place.col)) {
         break;
       }
-      found.push_back(
-          {DtmAreaPos(settings_.areaSize, place.row, place.col), place, walk.Header().length, walk.Start()});
+      claims.push_back(
+          {DtmAreaPos(settings_.areaSize, place.row, place.col), static_cast<std::uint32_t>(found.size())});
+      found.push_back({place, walk.Header().length, walk.Start()});
     }
     nextWrite_ = walk.End();
   }
 
   // Two areas for one place: the first counts, and the walk ends at the second. Told by sorting, which also gives the
   // map its order.
-  std::vector<std::size_t> order(found.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-    return found[a].pos == found[b].pos ? a < b : found[a].pos < found[b].pos;
-  });
+  std::sort(claims.begin(), claims.end());
   std::size_t end = found.size();
-  for (std::size_t i = 1; i < order.size(); ++i) {
-    if (found[order[i]].pos == found[order[i - 1]].pos) end = std::min(end, order[i]);
+  for (std::size_t i = 1; i < claims.size(); ++i) {
+    if (claims[i].pos == claims[i - 1].pos) end = std::min<std::size_t>(end, claims[i].index);
   }
   if (end < found.size()) nextWrite_ = found[end].start;
 
   areas_.resize(end);
-  for (const std::size_t i : order) {
-    if (i >= end) continue;
+  for (std::size_t i = 0; i < end; ++i) {
     const Found& one = found[i];
     areas_[i] =
         std::make_unique<DtmArea>(this, one.place.row, one.place.col, stream_.get(), one.start + grid::kHeaderSize, 0);
     areas_[i]->bodyLength_ = one.length;
-    areaMap_.emplace_hint(areaMap_.end(), one.pos, areas_[i].get());
   }
-  for (const auto& area : areas_) NoteExtents(*area);
-  areaCount_.store(static_cast<int>(areas_.size()), std::memory_order_release);
+  EnterAreas(claims);
   openedBy_ = DtmOpenedBy::kWalk;
   walkStoppedAt_ = BelongsAtAnEnd(nextWrite_) ? -1 : nextWrite_;
   nextWrite_ = std::max(nextWrite_, settings_.end);  // the walk may have ended in front of the settings

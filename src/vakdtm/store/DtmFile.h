@@ -154,13 +154,16 @@ class DtmFile {
     bool operator<(const Claim& other) const { return pos == other.pos ? index < other.index : pos < other.pos; }
   };
   using ClaimList = std::vector<Claim>;
+  using PositionList = std::vector<std::pair<std::int64_t, std::uint32_t>>;  // and the entry's index
 
   /// The claims of all entries with a place that an area can have, by place.
   ClaimList SortClaims(const EntryList& entries) const;
   /// Of entries that can't all be true, those that aren't believed.
   std::vector<bool> FindFalseClaims(const EntryList& entries, const ClaimList& claims);
-  std::vector<bool> FindDoubtfulEntries(const EntryList& entries, const std::vector<std::uint32_t>& order,
-                                        const ClaimList& claims, const std::vector<bool>& isFalse) const;
+  std::vector<bool> FindDoubtfulEntries(std::size_t count, const PositionList& order, const ClaimList& claims) const;
+  /// Fills map, extents and count from `areas_`, which may have gaps, and closes these.
+  /// @param claims  of the areas, by their index there.
+  void EnterAreas(const ClaimList& claims);
   std::unique_ptr<DtmArea> MakeIndexedArea(const grid::IndexEntry& entry, bool isFalse);
   bool IsPlausible(const grid::IndexEntry& entry) const;
   bool IsAreaChunk(StreamWindow& window, const grid::IndexEntry& entry) const;

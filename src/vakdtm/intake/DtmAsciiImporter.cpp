@@ -108,13 +108,14 @@ bool DtmAsciiImporter::TakeLine(const SoundingLine& line, const SoundingBatch& b
     return true;
   }
   if (clearCellFirst_) access_.MakeCellEmpty(row, col);
-  ++linesTaken_;
   if (line.kind == SoundingLine::Kind::kNotANumber) {
+    ++linesTaken_;
     if (tally_) tally_->CountNotANumber();
     return true;
   }
   const double z = negateZ_ ? -line.z : line.z;
   if (!access_.InsertValue(line.x, line.y, z, _time64(nullptr), nullptr, nullptr, 0)) return false;
+  ++linesTaken_;
   if (tally_) tally_->CountTaken(row, col, z);
   return true;
 }

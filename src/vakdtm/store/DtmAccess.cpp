@@ -79,9 +79,9 @@ DtmAccess& DtmAccess::operator=(const DtmAccess& other) {
 DtmAccess::~DtmAccess() { CloseDown(); }
 
 void DtmAccess::Attach(DtmFile* file) {
+  // Of a file that can't be opened there are no cells, and no count to give back.
+  if (!file || !file->Open()) return;
   file_ = file;
-  if (!file_) return;
-  file_->Open();
   areaSize_ = file_->AreaSize();
   cellSize_ = file_->CellSize();
   blockIds_.resize(static_cast<std::size_t>(file_->NumBlockIds()));
@@ -290,6 +290,7 @@ bool DtmAccess::SetDoubleValue(int row, int col, int id, double value, bool upda
   {
     DtmArea* const area = CurrentArea();
     const std::scoped_lock lock(area->Mutex());
+    if (area->HasReadErrorLocked()) return false;
     if (letter == 'd') {
       StoreCell(CellsOf<double>(*block) + cell, value);
     } else if (letter == 'f') {
@@ -351,6 +352,7 @@ bool DtmAccess::InsertValue(double x, double y, double z, long long time, const 
   if (cell < 0 || !OpenStatistics()) return false;
   {
     const std::scoped_lock lock(CurrentArea()->Mutex());
+    if (CurrentArea()->HasReadErrorLocked()) return false;
     AddSounding(cell, x, y, z, time, tvu, thu, fileIndex);
   }
   FinishUpdate(row, col, false);
@@ -412,6 +414,7 @@ bool DtmAccess::SetValue(double x, double y, double z, long long time, const flo
   if (cell < 0 || !OpenStatistics()) return false;
   {
     const std::scoped_lock lock(CurrentArea()->Mutex());
+    if (CurrentArea()->HasReadErrorLocked()) return false;
     ReplaceCell(cell, x, y, z, time, tvu, thu, fileIndex);
   }
   FinishUpdate(row, col, false);

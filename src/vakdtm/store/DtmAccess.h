@@ -34,7 +34,7 @@ class DtmAccess {
  public:
   static constexpr std::uint64_t kDefaultCacheSize = 9;
 
-  /// @param file  opened here; may be null. The caller keeps it alive.
+  /// @param file  opened here; may be null. The caller keeps it alive. One that can't be opened counts as null.
   explicit DtmAccess(DtmFile* file);
   DtmAccess(const DtmAccess& other);
   DtmAccess& operator=(const DtmAccess& other);

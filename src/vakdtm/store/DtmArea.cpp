@@ -106,8 +106,8 @@ bool DtmArea::FindBlocks(StreamWindow& window) {
   ChunkWalk walk(window, position_, file_->OwnLength(position_, bodyLength_));
   std::vector<std::size_t> met(blocks_.size());  // chunks with an id, counted at the id's first place in the list
   std::size_t missing = blocks_.size();
-  // Everything behind the last block is none of this area's business.
-  while (missing > 0 && walk.Next()) {
+  while (walk.Next()) {
+    if (walk.Header().tag == grid::kAttributes) continue;
     const auto slots = file_->FindBlockSlots(walk.Header().tag);
     if (slots.empty()) continue;
     // An id that is listed twice has its chunks in the order of the list.
@@ -178,13 +178,22 @@ void DtmArea::SetBlockPosition(DataStream* stream, long long position) {
     return;
   }
   readError_ = false;
-  if (!blocks_.empty()) readError_ = !ReadDataBlocks();
+  if (blocks_.empty() || ReadDataBlocks()) return;
+  readError_ = true;
+  // Whoever still has a block open must not reach what lies at its old place now.
+  for (const auto& block : blocks_) block->SetBlockPosition(nullptr, -1);
 }
 
 bool DtmArea::MakeUnwritten() {
   const std::scoped_lock lock(mutex_);
   CreateDataBlocks();
   if (readError_) return false;
+  // All in memory before the first is cut off: an area is written or unwritten as a whole.
+  std::vector<BlockHold> holds;
+  holds.reserve(blocks_.size());
+  for (const auto& block : blocks_) {
+    if (!block->IsEmpty() && !holds.emplace_back(block.get())) return false;
+  }
   for (const auto& block : blocks_) {
     if (!block->MakeUnwritten()) return false;
   }

@@ -56,6 +56,8 @@ class DtmArea {
   bool IsModified() const;
   /// Whether reading the blocks' headers failed: no block can be opened, and the area's bytes stay as they are.
   bool HasReadError() const;
+  /// The same for a caller that holds the area lock.
+  bool HasReadErrorLocked() const { return readError_; }
 
   bool Lock() {
     mutex_.lock();

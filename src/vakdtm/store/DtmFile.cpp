@@ -44,9 +44,7 @@ DtmFile::DtmFile(DataStream* stream, bool create)
       lowestRow_(kNoLowest),
       highestRow_(kNoHighest),
       lowestCol_(kNoLowest),
-      highestCol_(kNoHighest) {
-  SortSlots();
-}
+      highestCol_(kNoHighest) {}
 
 DtmFile::~DtmFile() = default;
 
@@ -55,8 +53,12 @@ bool DtmFile::Open() {
   if (openCount_ < 1) {
     lostData_ = false;
     walkStoppedAt_ = -1;
+    const GridSettings former = settings_;
     if (!(creating_ ? WriteDtm() : ReadDtm())) {
       ForgetAreas();
+      settings_ = former;
+      largestAllowed_ = -1;
+      ForgetSlots();
       return false;
     }
     creating_ = false;
@@ -70,8 +72,9 @@ int DtmFile::Close() {
   const std::scoped_lock lock(fileMutex_);
   if (openCount_ >= 2) return --openCount_;
   if (openCount_ == 1) {
-    WriteAll();
+    if (!WriteAll()) SetLostData();
     ForgetAreas();
+    largestAllowed_ = -1;
     openCount_ = 0;
   }
   return 0;
@@ -95,7 +98,7 @@ bool DtmFile::ClearBlockIds() {
   const std::scoped_lock lock(fileMutex_);
   if (openCount_ > 0) return false;
   settings_.blockIds.clear();
-  SortSlots();
+  ForgetSlots();
   return true;
 }
 
@@ -103,15 +106,8 @@ bool DtmFile::AddBlockId(int id) {
   const std::scoped_lock lock(fileMutex_);
   if (openCount_ > 0) return false;
   settings_.blockIds.push_back(id);
-  SortSlots();
+  ForgetSlots();
   return true;
-}
-
-void DtmFile::SortSlots() {
-  slots_.clear();
-  slots_.reserve(settings_.blockIds.size());
-  for (int i = 0; i < NumBlockIds(); ++i) slots_.emplace_back(GetBlockId(i), i);
-  SortByFirst(slots_);
 }
 
 int DtmFile::OpenCount() const {
@@ -135,7 +131,7 @@ DtmArea* DtmFile::GetArea(int row, int col, bool create) {
   const std::scoped_lock lock(fileMutex_);
   const DtmAreaPos pos(settings_.areaSize, row, col);
   DtmArea* const present = FindArea(pos);
-  if (present || !create) return present;
+  if (present || !create || openCount_ < 1) return present;
   auto area = std::make_unique<DtmArea>(this, settings_.areaSize * pos.AreaRow(), settings_.areaSize * pos.AreaCol());
   if (!WriteArea(*area)) return nullptr;
   DtmArea* const added = area.get();
@@ -192,6 +188,12 @@ std::byte* DtmFile::Scratch(std::size_t size) {
 }
 
 std::span<const std::pair<int, int>> DtmFile::FindBlockSlots(int id) const {
+  std::call_once(*slotsSorted_, [this] {
+    slots_.clear();
+    slots_.reserve(settings_.blockIds.size());
+    for (int i = 0; i < NumBlockIds(); ++i) slots_.emplace_back(GetBlockId(i), i);
+    SortByFirst(slots_);
+  });
   const auto first = std::lower_bound(slots_.begin(), slots_.end(), std::pair(id, 0));
   const auto last = std::upper_bound(first, slots_.end(), std::pair(id, std::numeric_limits<int>::max()));
   return {first, last};
@@ -214,12 +216,14 @@ bool DtmFile::TakeSettings() {
   if (!HasUsableSettings()) return false;
   smallestBody_ = static_cast<int>(settings_.SmallestBody());
   largestAllowed_ = settings_.LargestAllowed();
-  SortSlots();
+  ForgetSlots();
   return true;
 }
 
 bool DtmFile::WriteDtm() {
-  if (!TakeSettings()) return false;
+  // A chunk with one of these tags would never be found again: one ends every walk, the other is the area's own.
+  const auto isNoBlock = [](int id) { return id == 0 || id == grid::kAttributes; };
+  if (std::any_of(settings_.blockIds.begin(), settings_.blockIds.end(), isNoBlock) || !TakeSettings()) return false;
   const auto ids = static_cast<std::int64_t>(settings_.blockIds.size());
   std::vector<std::byte> bytes(static_cast<std::size_t>(grid::kMagicSize + grid::FileAttributesSize(ids)));
   std::byte* to = bytes.data();
@@ -489,7 +493,10 @@ void DtmFile::ForgetAreas() {
 
 // ---- Writing out
 
-bool DtmFile::SyncWrite() { return OpenCount() >= 1 && WriteAll(); }
+bool DtmFile::SyncWrite() {
+  const std::scoped_lock lock(writeMutex_);
+  return OpenCount() >= 1 && WriteAll();
+}
 
 bool DtmFile::WriteAll() {
   bool allDone = true;
@@ -524,6 +531,8 @@ DtmArea* DtmFile::FindLastLiveArea(long long hole) const {
 }
 
 DtmFile::Done DtmFile::RemoveArea(DtmArea& area) {
+  // Nobody may add an area while the end of the file moves.
+  const std::scoped_lock fileLock(fileMutex_);
   const std::int64_t hole = area.BlockPosition();
   DtmArea* const last = FindLastLiveArea(hole);
   std::unique_lock<RecursiveMutex> lastLock;
@@ -535,7 +544,7 @@ DtmFile::Done DtmFile::RemoveArea(DtmArea& area) {
     if (last->HasReadError()) return area.SyncWrite() ? Done::kAll : Done::kFailed;
     if (last->BlockSize() != area.BlockSize()) return area.SyncWrite() ? Done::kPart : Done::kFailed;
     end = last->BlockPosition();
-    if (!last->MakeUnwritten()) return Done::kFailed;
+    if (!last->MakeUnwritten()) return area.SyncWrite() ? Done::kPart : Done::kFailed;
   }
   if (!area.MakeUnwritten()) return Done::kFailed;
   // Emptied areas behind the last one with data have no more place in the file.
@@ -552,6 +561,31 @@ DtmFile::Done DtmFile::RemoveArea(DtmArea& area) {
 }
 
 bool DtmFile::WriteAreaIndex() {
+  for (;;) {
+    std::int64_t end = 0;
+    {
+      const StreamLock lock(*stream_);
+      end = nextWrite_;
+    }
+    EntryList entries = GatherEntries();
+    const StreamLock lock(*stream_);
+    // An area was added meanwhile: an index that doesn't name it would hide it.
+    if (nextWrite_ != end) continue;
+    if (indexHeld_ && entries == heldIndex_) return SyncCells();
+    // What the index will name has to be on the disk before it is named. The next area goes over the index, so the
+    // next-write position stays in front of it.
+    if (!stream_->Sync() || !vak::WriteAreaIndex(*stream_, nextWrite_, entries)) return false;
+    fileSize_ = stream_->Position();
+    EndFileAt(*stream_, fileSize_);
+    heldIndex_ = std::move(entries);
+    // One that may not have reached the disk isn't relied on: the next pass writes it again.
+    indexHeld_ = stream_->Sync();
+    unsynced_ = unsynced_ && !indexHeld_;
+    return indexHeld_;
+  }
+}
+
+DtmFile::EntryList DtmFile::GatherEntries() const {
   EntryList entries;
   entries.reserve(static_cast<std::size_t>(NumAreas()));
   for (int i = 0; const DtmArea* area = GetArea(i); ++i) {
@@ -573,19 +607,7 @@ bool DtmFile::WriteAreaIndex() {
   std::sort(entries.begin(), entries.end(), [](const grid::IndexEntry& one, const grid::IndexEntry& other) {
     return std::tie(one.position, one.row, one.col) < std::tie(other.position, other.row, other.col);
   });
-
-  const StreamLock lock(*stream_);
-  if (indexHeld_ && entries == heldIndex_) return SyncCells();
-  // What the index will name has to be on the disk before it is named. The next area goes over the index, so the
-  // next-write position stays in front of it.
-  if (!stream_->Sync() || !vak::WriteAreaIndex(*stream_, nextWrite_, entries)) return false;
-  fileSize_ = stream_->Position();
-  EndFileAt(*stream_, fileSize_);
-  heldIndex_ = std::move(entries);
-  // One that may not have reached the disk isn't relied on: the next pass writes it again.
-  indexHeld_ = stream_->Sync();
-  unsynced_ = unsynced_ && !indexHeld_;
-  return indexHeld_;
+  return entries;
 }
 
 bool DtmFile::SyncCells() {
@@ -622,8 +644,11 @@ bool DtmFile::FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater) {
     AddArea(MakeIndexedArea(entry, false));
   } else {
     const std::scoped_lock lock(area->Mutex());
-    if (area->BlockPosition() != entry.position) area->SetBlockPosition(stream_.get(), entry.position);
-    if (area->LastWritten() == entry.lastWritten) return true;
+    if (area->BlockPosition() != entry.position || area->HasReadError()) {
+      area->SetBlockPosition(stream_.get(), entry.position);
+    }
+    // One that can't be read keeps its time, so that the next index brings it up again.
+    if (area->HasReadError() || area->LastWritten() == entry.lastWritten) return true;
     if (!area->SyncRead(entry.lastWritten)) return false;
     if (entry.HasRange()) area->SetMinMaxZ(std::bit_cast<float>(entry.lowestZ), std::bit_cast<float>(entry.highestZ));
   }

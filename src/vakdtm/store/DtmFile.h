@@ -141,7 +141,7 @@ class DtmFile {
   bool ReadAttributes();
   /// Works out what follows from cell size, area size and block list. @return false when they can't be a file's.
   bool TakeSettings();
-  void SortSlots();
+  void ForgetSlots() { slotsSorted_ = std::make_unique<std::once_flag>(); }
 
   /// Takes the index at the end of the file as the held one. @return its form, kNothing when there is none.
   DtmOpenedBy ReadAreaIndex();
@@ -178,6 +178,7 @@ class DtmFile {
   bool WriteAll();
   Done WritePending(DtmArea& area);
   bool WriteAreaIndex();
+  EntryList GatherEntries() const;
   bool SyncCells();
   Done RemoveArea(DtmArea& area);
   DtmArea* FindLastLiveArea(long long hole) const;
@@ -186,17 +187,20 @@ class DtmFile {
   void ForgetAreas();
 
   std::unique_ptr<DataStream> stream_;
-  bool creating_;                           // guarded by fileMutex_
-  int openCount_ = 0;                       // guarded by fileMutex_
-  GridSettings settings_;                   // never change while the file is open
-  std::vector<std::pair<int, int>> slots_;  // id and place, sorted; what settings_.blockIds says, for searching
+  bool creating_;          // guarded by fileMutex_
+  int openCount_ = 0;      // guarded by fileMutex_
+  GridSettings settings_;  // never change while the file is open
+  // Id and place, sorted when first searched: a hostile list is long, and opening doesn't need it.
+  mutable std::vector<std::pair<int, int>> slots_;
+  std::unique_ptr<std::once_flag> slotsSorted_ = std::make_unique<std::once_flag>();
   int smallestBody_ = 0;
-  int largestAllowed_ = 0;
+  int largestAllowed_ = -1;                     // no cell, before the settings are known
   EntryList heldIndex_;                         // guarded by the stream lock, like the four members below
   bool indexHeld_ = false;                      // whether heldIndex_ is what the file has
   bool unsynced_ = false;                       // whether cells were written since the last sync
   std::vector<std::int64_t> indexedPositions_;  // of the entries believed when an index was last read, ascending
   std::vector<std::byte> scratch_;
+  std::mutex writeMutex_;  // one pass of writing out at a time; taken before all others
   mutable std::recursive_mutex fileMutex_;
   std::int64_t nextWrite_ = 0;                   // guarded by the stream lock: where the next area or index goes
   std::int64_t fileSize_ = 0;                    // guarded by the stream lock

@@ -38,14 +38,21 @@ int DtmUpdateFile::Close() {
   return remaining;
 }
 
-bool DtmUpdateFile::IsReadWrite() const { return hugeStream_->IsReadWrite(); }
+bool DtmUpdateFile::IsReadWrite() const {
+  const StreamLock lock(*hugeStream_);
+  return hugeStream_->IsReadWrite();
+}
 
-StreamError DtmUpdateFile::LastStreamError() const { return hugeStream_->LastError(); }
+StreamError DtmUpdateFile::LastStreamError() const {
+  const StreamLock lock(*hugeStream_);
+  return hugeStream_->LastError();
+}
 
 double DtmUpdateFile::ReadFileTime() const {
   double created = 0;
   double accessed = 0;
   double modified = 0;
+  const StreamLock lock(*hugeStream_);
   hugeStream_->GetFileTimes(created, accessed, modified);
   return modified;
 }
@@ -59,9 +66,16 @@ bool DtmUpdateFile::MakeReadWrite(bool readWrite) {
   }
   const double time = ReadFileTime();
   if (time != fileTime_) {
+    bool caughtUp = false;
     {
       DtmRectUpdater updater(this);
-      SyncRead(&updater);
+      caughtUp = SyncRead(&updater);
+    }
+    if (readWrite && !caughtUp) {
+      // What the other writer left can't be followed: writing behind the end known here would go over it.
+      const StreamLock lock(*hugeStream_);
+      hugeStream_->MakeReadWrite(false);
+      return false;
     }
     fileTime_ = time;
     FlushUpdateRect();

@@ -134,7 +134,7 @@ TEST_F(CreateCommand, WrongUseIsToldBeforeAnythingIsMade) {
   } cases[] = {
       {{path}, "--cell-size is required - see 'vakdtm create --help'"},
       {{"--cell-size", "1"}, "model is required - see 'vakdtm create --help'"},
-      {{path, "--cell-size", "0"}, "'0' is no number from 2.2250738585072014e-308 up"},
+      {{path, "--cell-size", "0"}, "'0' is no number above 0"},
       {{path, "--cell-size", "-1"}, "'-1' is no number"},
       {{path, "--cell-size", "nan"}, "'nan' is no number"},
       {{path, "--cell-size", "1", "--area-size", "0"}, "'0' is no whole number from 1 to 46340"},

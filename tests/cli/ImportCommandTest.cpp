@@ -356,10 +356,7 @@ TEST_F(ImportCommand, ASourceThatMayNotBeReadIsToldInOneLine) {
   const std::string source = Text("s.xyz", "1.5,102.5,-3\n");
   fs::permissions(models_.Folder().Path(), fs::perms(0777));
   fs::permissions(source, fs::perms::none);
-  fs::copy_file(VAKDTM_COMMAND, models_.File("vakdtm"));
-  const test::AsStranger stranger;
-  const CommandResult result =
-      RunCommand({models_.File("vakdtm"), "import", models_.File("a.dtm"), source, "--cell-size", "1"}).Wait();
+  const CommandResult result = models_.RunAsStranger({"import", models_.File("a.dtm"), source, "--cell-size", "1"});
   EXPECT_EQ(result.status, kCouldNotBeDone);
   EXPECT_EQ(result.err, "vakdtm import: " + source + ": cannot be read - check the file's permissions\n");
   EXPECT_FALSE(models_.Folder().Has("a.dtm"));
@@ -370,10 +367,7 @@ TEST_F(ImportCommand, AModelThatMayNotBeWrittenIsToldInOneLine) {
   Text("s.xyz", "1.5,102.5,-3\n");
   fs::permissions(models_.Folder().Path(), fs::perms(0755));
   fs::permissions(models_.File("a.dtm"), fs::perms(0444));
-  fs::copy_file(VAKDTM_COMMAND, models_.File("vakdtm"));
-  const test::AsStranger stranger;
-  const CommandResult result =
-      RunCommand({models_.File("vakdtm"), "import", models_.File("a.dtm"), models_.File("s.xyz")}).Wait();
+  const CommandResult result = models_.RunAsStranger({"import", models_.File("a.dtm"), models_.File("s.xyz")});
   EXPECT_EQ(result.status, kCouldNotBeDone);
   EXPECT_EQ(result.err, "vakdtm import: " + models_.File("a.dtm") +
                             ": cannot be written - check the permissions of the file and its folder\n");
@@ -458,7 +452,7 @@ TEST_F(ImportCommand, WrongUseIsTold) {
   } cases[] = {
       {{}, "files is required"},
       {{"-", "-", "--cell-size", "1"}, "standard input is named twice - name it once"},
-      {{"-", "--cell-size", "0"}, "'0' is no number from"},
+      {{"-", "--cell-size", "0"}, "'0' is no number above 0"},
       {{"-", "--cell-size", "1", "--memory", "0"}, "'0' is less than 1 bytes"},
       {{"-", "--cell-size", "1", "--memory", "much"}, "'much' is no size such as 256M or 1G"},
       {{"-", "--cell-size", "1", "--blocks", "XYZ"}, "--blocks: no kind of value is called \"XYZ\""},

@@ -151,10 +151,7 @@ TEST_F(InfoCommand, AFileThatMayNotBeReadIsToldInOneLine) {
   models_.Make("a.dtm", "1,2,3\n");
   fs::permissions(models_.Folder().Path(), fs::perms(0755));
   fs::permissions(models_.File("a.dtm"), fs::perms::none);
-  // The build may lie where strangers don't get.
-  fs::copy_file(VAKDTM_COMMAND, models_.File("vakdtm"));
-  const test::AsStranger stranger;
-  const CommandResult result = test::RunCommand({models_.File("vakdtm"), "info", models_.File("a.dtm")}).Wait();
+  const CommandResult result = models_.RunAsStranger({"info", models_.File("a.dtm")});
   EXPECT_EQ(result.status, kCouldNotBeDone);
   EXPECT_EQ(result.err, "vakdtm info: " + models_.File("a.dtm") + ": cannot be read - check the file's permissions\n");
 }

@@ -263,6 +263,22 @@ const std::vector<Case>& MendableCases() {
          b.resize(kHead - 3);
        },
        {{kSecond - 3, kAreaTag}, {kHead - 3, kNoIndex}}},
+      {"three bytes out of an area's last cells, and a length that covers the next area",
+       [](Bytes& b) {
+         Erase(b, kAreas + kWhole - 9, 3);
+         Put(b, kAreas + 4, static_cast<std::int32_t>(2 * kWhole - 11));
+         b.resize(kHead - 3);
+       },
+       {{kAreas, kHiddenArea}, {kHead - 3, kNoIndex}},
+       {0}},
+      {"blocks in another order, in a chunk that holds the next area",
+       [](Bytes& b) {
+         const Bytes num = Cut(b, kSecond + kNumHeader, 72);
+         Erase(b, kSecond + kNumHeader, 72);
+         Insert(b, kSecond + kValHeader, num);
+         Put(b, kSecond + 4, static_cast<std::int32_t>(2 * kWhole - 8));
+       },
+       {{kThird, kAreaLeftover}, {kSecond + kValHeader, kBlockOrder}, {kSecond, kHiddenArea}}},
       // Areas
       {"a sound area with another tag", [](Bytes& b) { Put(b, kThird, 0x41424344); }, {{kThird, kAreaTag}}},
       {"a sound area with length 0", [](Bytes& b) { Put(b, kThird + 4, 0); }, {{kThird, kAreaLength}}},

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstring>
 #include <limits>
-#include <optional>
+#include <memory>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -29,8 +29,8 @@ using Kind = DtmFaultKind;
 using FaultSink = DtmVerifier::FaultSink;
 
 constexpr std::int64_t kPieceSize = 1 << 18;
-constexpr std::int64_t kClockSlack = 24 * 3600;  // a clock may be set to another day without being a fault
-constexpr int kHeights[] = {dVAL, dMIN, dMAX};   // what an area's Z range is made of
+constexpr std::int64_t kClockSlack = 86400;     // a clock may be set to another day without being a fault
+constexpr int kHeights[] = {dVAL, dMIN, dMAX};  // what an area's Z range is made of
 
 /// One pass over a file: its header, its index, and every area that can be found.
 class Scan {
@@ -61,8 +61,8 @@ class Scan {
   std::int64_t AreasFrom() const { return areasFrom_; }
   const GridSettings& Settings() const { return settings_; }
   const std::vector<Area>& Areas() const { return areas_; }
-  /// The index, if it could be read.
-  const std::optional<AreaIndex>& Index() const { return index_; }
+  /// The index, or null when it couldn't be read.
+  const AreaIndex* Index() const { return index_.get(); }
 
   /// The entry that names this area rightly, or null.
   const grid::IndexEntry* EntryOf(const Area& area) const;
@@ -106,6 +106,7 @@ class Scan {
   std::int64_t PassArea(std::int64_t at, grid::ChunkHeader header);
   std::int64_t PassUnknown(std::int64_t at, grid::ChunkHeader header);
   std::int64_t PassSoundBody(std::int64_t at, Area area);
+  std::int64_t PassLeftover(std::int64_t from, std::int64_t length);
   std::int64_t LookBack(std::int64_t at);
   void AddArea(Area area);
   void CheckRange(const Area& area);
@@ -131,8 +132,8 @@ class Scan {
 
   std::int64_t fileSize_ = 0;
   std::int64_t areasFrom_ = 0;
-  std::int64_t areasEnd_ = 0;  // start of the index, or end of the file
-  std::optional<StreamWindow> window_;
+  std::int64_t areasEnd_ = 0;             // start of the index, or end of the file
+  std::unique_ptr<StreamWindow> window_;  // from CheckHeader on
   std::vector<std::byte> piece_;
 
   GridSettings settings_;
@@ -141,7 +142,7 @@ class Scan {
   std::vector<std::int64_t> blockStarts_;   // of each block's header in a regular body
   std::vector<int> placed_;                 // scratch: how many blocks of an id were met, by first place in slots_
 
-  std::optional<AreaIndex> index_;
+  std::unique_ptr<const AreaIndex> index_;
   std::vector<std::size_t> entryOrder_;  // by position; empty when the index is sorted
   bool endExplained_ = false;            // that the file ends without an index was said
 
@@ -196,7 +197,7 @@ bool Scan::CheckHeader() {
     return false;
   }
   areasEnd_ = fileSize_ = stream_.Position();
-  window_.emplace(stream_, fileSize_);
+  window_ = std::make_unique<StreamWindow>(stream_, fileSize_);
   const std::byte* magic = window_->At(0, grid::kMagicSize);
   if (!magic || std::memcmp(magic, grid::kMagic.data(), grid::kMagic.size()) != 0) {
     Report(Kind::kMagic, 0);
@@ -295,7 +296,7 @@ void Scan::CheckIndexShape() {
     std::stable_sort(entryOrder_.begin(), entryOrder_.end(),
                      [&](std::size_t a, std::size_t b) { return LiesBefore(index.entries[a], index.entries[b]); });
   }
-  index_ = std::move(index);
+  index_ = std::make_unique<const AreaIndex>(std::move(index));
 }
 
 // ---- The chunks
@@ -335,41 +336,46 @@ std::int64_t Scan::PassChunk(std::int64_t at, std::int64_t end) {
 /// @return where that one begins, or -1 when what ends at `at` isn't such an area.
 std::int64_t Scan::LookBack(std::int64_t at) {
   if (areas_.empty() || !areas_.back().isReadable || areas_.back().Body() + areas_.back().length != at) return -1;
-  const std::int64_t found = Hunt(areas_.back().start + 1, at);
-  if (found < 0) return -1;
-  const std::byte* bytes = window_->At(found, grid::kHeaderSize);
+  const std::int64_t start = Hunt(areas_.back().start + 1, at);
+  if (start < 0) return -1;
+  const std::byte* bytes = window_->At(start, grid::kHeaderSize);
   const grid::ChunkHeader header = bytes ? grid::LoadHeader(bytes) : grid::ChunkHeader{};
   const bool isHeaderWhole = header.tag == grid::kArea && header.length == smallestBody_;
-  if (!isHeaderWhole && found + grid::kHeaderSize >= at) return found;  // only the next one's header was hit
+  if (!isHeaderWhole && start + grid::kHeaderSize >= at) return start;  // only the next one's header was hit
   Area& shortened = areas_.back();
-  ReportOf(shortened, Kind::kHiddenArea, shortened.start, grid::kArea, shortened.length, 0, found);
+  ReportOf(shortened, Kind::kHiddenArea, shortened.start, grid::kArea, shortened.length, 0, start);
   shortened.isReadable = false;  // nobody can say from where on its cells are out of place
-  return found;
+  return start;
 }
 
 /// A body that is as it should be, behind a header that may be damaged or claim more than this area.
 std::int64_t Scan::PassSoundBody(std::int64_t at, Area area) {
   const std::byte* bytes = window_->At(at, grid::kHeaderSize);
   const grid::ChunkHeader header = bytes ? grid::LoadHeader(bytes) : grid::ChunkHeader{};
+  const std::int64_t bodyEnd = at + grid::kHeaderSize + smallestBody_;
   area.hasPlace = area.isReadable = true;
   area.isRegular = header.tag == grid::kArea && header.length == smallestBody_;
-  const std::int64_t bodyEnd = at + grid::kHeaderSize + smallestBody_;
-  std::int64_t next = bodyEnd;
-  if (area.isRegular) {
-    // The usual case.
-  } else if (header.tag != grid::kArea) {
+  const bool isLonger =
+      header.tag == grid::kArea && header.length > smallestBody_ && header.length <= areasEnd_ - at - grid::kHeaderSize;
+  if (header.tag != grid::kArea) {
     ReportOf(area, Kind::kAreaTag, at, header.tag);
-  } else if (header.length < smallestBody_ || header.length > areasEnd_ - at - grid::kHeaderSize) {
+  } else if (!area.isRegular && !isLonger) {
     ReportOf(area, Kind::kAreaLength, at, 0, header.length, smallestBody_);
-  } else {
-    // Either too much was written into the chunk, or its length is wrong and other areas lie within it.
-    const std::int64_t chunkEnd = at + grid::kHeaderSize + header.length;
-    const std::int64_t hidden = Hunt(bodyEnd, chunkEnd);
-    next = hidden < 0 ? chunkEnd : hidden;
-    if (hidden >= 0) ReportOf(area, Kind::kHiddenArea, at, header.tag, header.length, 0, hidden);
-    if (hidden != bodyEnd) ReportOf(area, Kind::kAreaLeftover, bodyEnd, 0, next - bodyEnd);
   }
   AddArea(area);
+  return isLonger ? PassLeftover(bodyEnd, header.length) : bodyEnd;
+}
+
+/// What a chunk of `length` bytes holds behind the last block of its area, which is the last that was met: too much was
+/// written into it, or its length is wrong and other areas lie within it.
+std::int64_t Scan::PassLeftover(std::int64_t from, std::int64_t length) {
+  const Area area = areas_.back();
+  const std::int64_t chunkEnd = area.Body() + length;
+  if (const std::int64_t overlapping = LookBack(from); overlapping >= 0) return overlapping;
+  const std::int64_t hidden = Hunt(from, chunkEnd);
+  const std::int64_t next = hidden < 0 ? chunkEnd : hidden;
+  if (hidden >= 0) ReportOf(area, Kind::kHiddenArea, area.start, grid::kArea, length, 0, hidden);
+  if (next != from) ReportOf(area, Kind::kAreaLeftover, from, 0, next - from);
   return next;
 }
 
@@ -434,22 +440,21 @@ std::int64_t Scan::PassArea(std::int64_t at, grid::ChunkHeader header) {
   area.length = header.length;
   const std::int64_t chunkEnd = at + grid::kHeaderSize + header.length;
   const bool hasPlace = ReadPlace(header, area);
+  std::int64_t blocksEnd = at;
   if (header.length < smallestBody_) {
     ReportOf(area, Kind::kAreaLength, at, 0, header.length, smallestBody_);
   } else {
-    area.isReadable = WalkBlocks(area, nullptr, true) && hasPlace;
-  }
-  // What is whole must not be taken for a shell around other areas: its cells may hold anything.
-  std::int64_t next = chunkEnd;
-  if (!area.isReadable) {
-    const std::int64_t found = Hunt(at + 1, chunkEnd);
-    if (found >= 0) {
-      ReportOf(area, Kind::kHiddenArea, at, header.tag, header.length, 0, found);
-      next = found;
+    std::vector<std::int64_t> offsets;
+    area.isReadable = WalkBlocks(area, &offsets, true) && hasPlace;
+    for (std::size_t i = 0; area.isReadable && i < offsets.size(); ++i) {
+      blocksEnd = std::max(blocksEnd, offsets[i] + settings_.BlockSize(settings_.blockIds[i]));
     }
   }
+  // Blocks that are whole aren't searched: cells may hold anything.
+  const std::int64_t found = Hunt(area.isReadable ? blocksEnd : at + 1, chunkEnd);
+  if (found >= 0) ReportOf(area, Kind::kHiddenArea, at, header.tag, header.length, 0, found);
   AddArea(area);
-  return next;
+  return found < 0 ? chunkEnd : found;
 }
 
 void Scan::AddArea(Area area) {
@@ -922,7 +927,7 @@ bool Rebuilding::WriteIndex() {
   entries.reserve(kept_.size());
   for (const Kept& kept : kept_) entries.push_back(kept.entry);
   std::sort(entries.begin(), entries.end(), LiesBefore);
-  const std::optional<AreaIndex>& former = scan_.Index();
+  const AreaIndex* const former = scan_.Index();
   const bool isSame = !report_.changed && former && !former->old && former->start == areasTo_ &&
                       former->entries == entries && former->EntryAt(entries.size()) + grid::kHeaderSize == former->size;
   if (isSame) return true;
@@ -934,7 +939,7 @@ bool Rebuilding::WriteIndex() {
 }
 
 void Rebuilding::CountLeftOut() {
-  const std::optional<AreaIndex>& index = scan_.Index();
+  const AreaIndex* const index = scan_.Index();
   const std::int64_t formerEnd = index ? index->start : scan_.FileSize();
   report_.bytesLeftOut = std::max<std::int64_t>(0, formerEnd - areasTo_);
 }

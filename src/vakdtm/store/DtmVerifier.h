@@ -136,7 +136,7 @@ class DtmVerifier {
   /// @param stream  not owned.
   explicit DtmVerifier(DataStream& stream) : stream_(stream) {}
 
-  /// Who is told of each fault, in the order of the file; the index comes last.
+  /// Who is told of each fault: chunk by chunk in the order of the file, then the entries of the index.
   void SetFaultSink(FaultSink sink) { faultSink_ = std::move(sink); }
   void SetProgressSink(ProgressSink sink) { progressSink_ = std::move(sink); }
 

@@ -566,5 +566,33 @@ TEST(DtmArea, ClosingTheLastHolderWritesAllModifiedBlocksOfTheAreaTogether) {
   num->Close();
 }
 
+TEST(DtmArea, MakeUnwrittenLeavesItWrittenAsAWholeWhenALaterBlockCantBeRead) {
+  for (const std::uint64_t good : {0, 1, 2}) {
+    SCOPED_TRACE(good);
+    TestGrid grid({.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL, iNUM, dMIN}});
+    grid.Sound(0.5, 0.5, -1);
+    grid.Reopen();
+    DtmArea* const area = grid.Area(0, 0);
+    area->OpenDataBlock(dVAL)->Close();
+    const long long place = area->BlockPosition();
+    const auto before = grid.Bytes();
+    grid.Memory().failReadsFrom = grid.Memory().counts.reads + good;
+    EXPECT_FALSE(area->MakeUnwritten());
+    grid.Memory().failReadsFrom = ~std::uint64_t{0};
+    EXPECT_TRUE(area->IsWritten());
+    EXPECT_EQ(area->BlockPosition(), place);
+    EXPECT_FALSE(area->IsModified());
+    EXPECT_TRUE(area->SyncWrite());
+    EXPECT_EQ(grid.Bytes(), before);
+    // Each block still goes to its place.
+    for (const int id : {dVAL, iNUM, dMIN}) ASSERT_TRUE(grid.Set(1, 1, id, 7));
+    EXPECT_TRUE(area->SyncWrite());
+    grid.Reopen();
+    for (const int id : {dVAL, iNUM, dMIN}) EXPECT_EQ(grid.Get(1, 1, id), 7);
+    EXPECT_EQ(grid.Get(0, 0, iNUM), 1);
+    EXPECT_EQ(grid.Get(0, 0, dMIN), -1);
+  }
+}
+
 }  // namespace
 }  // namespace vak::test

@@ -239,5 +239,43 @@ TEST(DtmFileRemove, AreaEmptiedAsAWholeIsRemoved) {
   grid.ExpectCells({2, 1});
 }
 
+TEST(DtmFileRemove, OtherAreasAreWrittenWhenABlockOfTheLastOneCantBeRead) {
+  for (const std::uint64_t good : {0, 1}) {
+    SCOPED_TRACE(good);
+    TestGrid grid({.cellSize = 1.0, .areaSize = 1, .blockIds = {dVAL, iNUM}});
+    for (int col = 0; col < 4; ++col) ASSERT_TRUE(grid.Sound(col + 0.5, 0.5, col + 1));
+    grid.Reopen();
+    EXPECT_EQ(grid.Get(0, 3), 4) << "its headers are known, its cells aren't resident";
+    ASSERT_TRUE(grid.Clear(0, 0));
+    grid.Leave();
+    ASSERT_TRUE(grid.Set(0, 2, dVAL, 30));
+    const auto expectOthers = [](TestGrid& model) {
+      EXPECT_TRUE(IsEmptyValue(model.Get(0, 0)));
+      EXPECT_EQ(model.Get(0, 1), 2);
+      EXPECT_EQ(model.Get(0, 2), 30);
+      EXPECT_EQ(model.Get(0, 3), 4);
+      EXPECT_EQ(model.Get(0, 3, iNUM), 1);
+    };
+    grid.Memory().failReadsFrom = grid.Memory().counts.reads + good;
+    EXPECT_FALSE(grid.File().SyncWrite());
+    grid.Memory().failReadsFrom = ~std::uint64_t{0};
+    EXPECT_TRUE(grid.Area(0, 3)->IsWritten());
+    {
+      TestGrid crashed(grid.Bytes());
+      EXPECT_EQ(crashed.File().OpenedBy(), DtmOpenedBy::kIndex);
+      expectOthers(crashed);
+    }
+    expectOthers(grid);
+    ASSERT_TRUE(grid.Sound(3.5, 0.5, 4));
+    EXPECT_TRUE(grid.File().SyncWrite());
+    grid.Reopen();
+    EXPECT_EQ(grid.Get(0, 3, iNUM), 2);
+    ASSERT_TRUE(grid.Set(0, 3, iNUM, 1));
+    expectOthers(grid);
+    grid.ReopenByWalk();
+    expectOthers(grid);
+  }
+}
+
 }  // namespace
 }  // namespace vak::test

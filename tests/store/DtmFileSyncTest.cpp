@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vakdtm/store/DtmAccess.h"
@@ -213,6 +214,118 @@ TEST(DtmFileSync, HowTheFileWasOpenedStaysSaid) {
   ASSERT_TRUE(grid.File().SyncWrite());
   ASSERT_TRUE(grid.File().SyncRead(nullptr));
   EXPECT_EQ(grid.File().OpenedBy(), DtmOpenedBy::kWalk);
+}
+
+// ---- An index that lies to a follower
+
+// What stands where the index says that the area of column 0 has gone to; `at` is the chunk's body.
+struct Lie {
+  const char* name;
+  void (*tell)(std::uint8_t* at);
+};
+const Lie kLies[] = {{"another area", [](std::uint8_t*) {}},
+                     {"no area", [](std::uint8_t* at) { at[-8] ^= 0xFF; }},
+                     {"a chunk too short for the blocks", [](std::uint8_t* at) { at[-4] = 59; }},
+                     {"an area of its own without the first block",
+                      [](std::uint8_t* at) {
+                        at[28] = 0;
+                        at[32] ^= 0xFF;
+                      }},
+                     {"an area of its own without the second block",
+                      [](std::uint8_t* at) {
+                        at[28] = 0;
+                        at[48] ^= 0xFF;
+                      }},
+                     {"an area of its own with a block too long", [](std::uint8_t* at) {
+                        at[28] = 0;
+                        at[52] = 5;
+                      }}};
+
+// Three areas, of which the follower holds the first; then the index sends it to the place of the third.
+class MisledPair : public Pair {
+ public:
+  explicit MisledPair(const Lie& lie) : Pair(3), honest(writer.Bytes()) {
+    EXPECT_EQ(Read(0), 1);
+    area = reader->GetArea(0, 0, false);
+    formerTime = area->LastWritten();
+    auto entries = TakeIndex(honest);
+    entries[0].position = entries[2].position;
+    entries[0].lastWritten += 5;
+    entries.pop_back();
+    std::vector<std::uint8_t>& bytes = writer.Memory().bytes;
+    lie.tell(bytes.data() + entries[0].position);
+    PutIndex(bytes, entries);
+  }
+
+  std::vector<std::uint8_t> honest;
+  DtmArea* area;
+  long long formerTime;
+};
+
+TEST(DtmFileSync, AreaSentToAPlaceThatIsntItsChunkIsNotReadAfreshAndTakesNothing) {
+  for (const Lie& lie : kLies) {
+    SCOPED_TRACE(lie.name);
+    MisledPair pair(lie);
+    const std::vector<std::uint8_t> before = pair.writer.Bytes();
+    EXPECT_TRUE(pair.Follow());
+    EXPECT_EQ(pair.list.Take(), (Calls{"0 2 changed"})) << "the third isn't listed any more";
+    EXPECT_EQ(pair.area->LastWritten(), pair.formerTime);
+    EXPECT_TRUE(pair.area->HasReadError());
+    EXPECT_EQ(pair.Read(1), 2);
+
+    // Through blocks that were open before, and through new ones.
+    DtmAccess fresh(pair.reader.get());
+    double value = 0;
+    EXPECT_FALSE(fresh.GetDoubleValue(0, 0, dVAL, value));
+    EXPECT_TRUE(IsEmptyValue(value));
+    for (DtmAccess* const access : {pair.access.get(), &fresh}) {
+      SCOPED_TRACE(access == &fresh ? "new cursor" : "old cursor");
+      EXPECT_FALSE(access->InsertValue(0.5, 0.5, -7, 0, nullptr, nullptr, 0));
+      EXPECT_FALSE(access->SetValue(0.5, 0.5, -7, 0, nullptr, nullptr, 0));
+      EXPECT_FALSE(access->SetDoubleValue(0, 0, dVAL, -7, true));
+      EXPECT_FALSE(access->SetDoubleValue(0, 0, iNUM, 7, false));
+      EXPECT_FALSE(access->MakeCellEmpty(0, 0));
+      EXPECT_FALSE(access->ClearCellData(0, 0, dVAL));
+    }
+    pair.access.reset();
+    EXPECT_EQ(pair.writer.Bytes(), before);
+  }
+}
+
+TEST(DtmFileSync, CellsHeldForAnAreaThatWasSentAwayAreWrittenNowhere) {
+  for (const Lie& lie : kLies) {
+    SCOPED_TRACE(lie.name);
+    MisledPair pair(lie);
+    ASSERT_TRUE(pair.access->SetDoubleValue(0, 0, dVAL, 77, true));
+    ASSERT_TRUE(pair.access->SetDoubleValue(0, 0, iNUM, 78, false));
+    const std::vector<std::uint8_t> before = pair.writer.Bytes();
+    EXPECT_TRUE(pair.Follow());
+    EXPECT_FALSE(pair.area->SyncWrite());
+    pair.access.reset();
+    EXPECT_EQ(pair.writer.Bytes(), before);
+  }
+}
+
+TEST(DtmFileSync, AreaThatWasSentAwayIsBackWithAGoodIndex) {
+  for (const Lie& lie : kLies) {
+    SCOPED_TRACE(lie.name);
+    MisledPair pair(lie);
+    EXPECT_TRUE(pair.Follow());
+    pair.writer.Memory().bytes = pair.honest;
+    EXPECT_TRUE(pair.Follow());
+    EXPECT_FALSE(pair.area->HasReadError());
+    EXPECT_EQ(pair.Read(0), 1);
+    EXPECT_EQ(pair.Read(2), 3);
+
+    EXPECT_TRUE(pair.writer.Set(0, 0, dVAL, 20));
+    pair.Publish();
+    pair.list.Take();
+    EXPECT_TRUE(pair.Follow());
+    EXPECT_EQ(pair.list.Take(), (Calls{"0 0 changed"}));
+    EXPECT_EQ(pair.Read(0), 20);
+    EXPECT_TRUE(pair.access->InsertValue(0.5, 0.5, 30, 0, nullptr, nullptr, 0));
+    EXPECT_EQ(pair.Read(0), 25);
+  }
 }
 
 }  // namespace

@@ -354,5 +354,76 @@ TEST(DtmUpdateFile, NobodyElsesNameIsAnnounced) {
   EXPECT_TRUE(watched.listener->heard.empty());
 }
 
+// ---- A file that another writer left without an index
+
+/// Adds areas of a cell each as another process does that ends before it writes an index.
+void DieElsewhere(const std::wstring& path) {
+  {
+    DtmFile other(new HugeFileStream(path.c_str(), false, true), false);
+    ASSERT_TRUE(other.Open());
+    ASSERT_TRUE(Sound(other, 100.5, 0.5, -9.0));
+    ASSERT_TRUE(Sound(other, 300.5, 0.5, -11.0));
+  }
+  const std::filesystem::path file = ToUtf8(path);
+  std::filesystem::last_write_time(file, std::filesystem::last_write_time(file) + std::chrono::seconds(1));
+}
+
+std::string BytesOf(const std::wstring& path) {
+  std::ifstream in(ToUtf8(path), std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST(DtmUpdateFile, AModelStaysReadOnlyWhileWhatAnotherWriterLeftCantBeFollowed) {
+  WatchedModel watched;
+  TimeStands time(1000);
+  const std::wstring path = watched.model->FileName();
+  EXPECT_TRUE(Sound(*watched.model, 0.5, 0.5, -5.0, 1000));
+  watched.model->Sync();
+  ASSERT_TRUE(watched.model->MakeReadWrite(false));
+  time.At(2000);
+  DieElsewhere(path);
+  const std::string before = BytesOf(path);
+
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    EXPECT_FALSE(watched.model->MakeReadWrite(true));
+    EXPECT_FALSE(watched.model->IsReadWrite());
+    EXPECT_EQ(ValueAt(*watched.model, 0.5, 0.5), -5.0) << "the model is as it was";
+    EXPECT_EQ(watched.model->NumAreas(), 1);
+    watched.model->Sync();
+    EXPECT_EQ(BytesOf(path), before);
+    EXPECT_TRUE(HugeFileStream(path.c_str(), false, true).IsOpen()) << "others may write";
+  }
+
+  // Whoever opens the file finds the areas by a walk and closes it with an index.
+  WriteElsewhere(path, 100.5, 0.5, -19.0);
+  EXPECT_TRUE(watched.model->MakeReadWrite(true));
+  EXPECT_TRUE(watched.model->IsReadWrite());
+  EXPECT_EQ(ValueAt(*watched.model, 0.5, 0.5), -5.0);
+  EXPECT_EQ(ValueAt(*watched.model, 100.5, 0.5), -14.0);
+  EXPECT_EQ(ValueAt(*watched.model, 300.5, 0.5), -11.0);
+  EXPECT_TRUE(Sound(*watched.model, 500.5, 0.5, -13.0));
+  watched.model->Sync();
+  DtmFile reader(new HugeFileStream(path.c_str(), false, false), false);
+  ASSERT_TRUE(reader.Open());
+  EXPECT_EQ(reader.NumAreas(), 4);
+  EXPECT_EQ(ValueAt(reader, 300.5, 0.5), -11.0);
+}
+
+TEST(DtmUpdateFile, ClosingAModelLeavesAFileWithoutAnIndexToWhoCanReadIt) {
+  WatchedModel watched;
+  const std::wstring path = watched.model->FileName();
+  EXPECT_TRUE(Sound(*watched.model, 0.5, 0.5, -5.0));
+  watched.model->Sync();
+  ASSERT_TRUE(watched.model->MakeReadWrite(false));
+  DieElsewhere(path);
+  const std::string before = BytesOf(path);
+  watched.listener.reset();
+  watched.model.reset();
+  EXPECT_EQ(BytesOf(path), before);
+  const SharedModel again = OpenShared(path, false);
+  ASSERT_NE(again, nullptr);
+  EXPECT_EQ(ValueAt(*again, 300.5, 0.5), -11.0);
+}
+
 }  // namespace
 }  // namespace vak::test

@@ -123,6 +123,28 @@ void TestGrid::FlipByte(std::size_t at) {
   memory_->bytes.at(at) ^= 0xFF;
 }
 
+std::vector<grid::IndexEntry> TakeIndex(const std::vector<std::uint8_t>& bytes) {
+  const auto* const end = reinterpret_cast<const std::byte*>(bytes.data() + bytes.size());
+  const grid::ChunkHeader tail = grid::LoadHeader(end - grid::kHeaderSize);
+  if (tail.tag != grid::kIndex) throw std::runtime_error("no index at the end");
+  std::vector<grid::IndexEntry> entries;
+  for (const std::byte* at = end - tail.length; at < end - grid::kHeaderSize; at += grid::kEntrySize) {
+    entries.push_back(grid::LoadEntry(at));
+  }
+  return entries;
+}
+
+void PutIndex(std::vector<std::uint8_t>& bytes, const std::vector<grid::IndexEntry>& entries) {
+  const auto former = static_cast<std::int64_t>(TakeIndex(bytes).size());
+  const auto count = static_cast<std::int64_t>(entries.size());
+  const std::size_t start = bytes.size() - static_cast<std::size_t>(grid::IndexTailLength(former) + grid::kHeaderSize);
+  bytes.resize(start + static_cast<std::size_t>(grid::IndexTailLength(count) + grid::kHeaderSize));
+  std::byte* to = reinterpret_cast<std::byte*>(bytes.data() + start);
+  to = grid::StoreHeader(to, {grid::kIndex, static_cast<std::int32_t>(grid::IndexHeadLength(count))});
+  for (const grid::IndexEntry& entry : entries) to = grid::StoreEntry(to, entry);
+  grid::StoreHeader(to, {grid::kIndex, static_cast<std::int32_t>(grid::IndexTailLength(count))});
+}
+
 bool Opens(const std::vector<std::uint8_t>& bytes) {
   DtmFile file(new MemoryStream(bytes), false);
   const bool opened = file.Open();

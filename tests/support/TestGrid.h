@@ -12,6 +12,7 @@
 #include "vakdtm/store/DtmAccess.h"
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/DtmFile.h"
+#include "vakdtm/store/GridFormat.h"
 #include "vakdtm/store/GridSettings.h"
 
 #include "support/MemoryStream.h"
@@ -90,6 +91,11 @@ class TestGrid {
   std::unique_ptr<DtmFile> file_;
   std::unique_ptr<DtmAccess> access_;
 };
+
+/// The index that a file ends with.
+std::vector<grid::IndexEntry> TakeIndex(const std::vector<std::uint8_t>& bytes);
+/// Puts an index of these entries in the place of the one that a file ends with.
+void PutIndex(std::vector<std::uint8_t>& bytes, const std::vector<grid::IndexEntry>& entries);
 
 /// Whether these bytes open as a model.
 bool Opens(const std::vector<std::uint8_t>& bytes);

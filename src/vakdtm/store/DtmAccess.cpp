@@ -566,6 +566,7 @@ bool DtmAccess::MakeCellEmpty(int row, int col) {
   }
   {
     const std::scoped_lock lock(CurrentArea()->Mutex());
+    if (CurrentArea()->HasReadErrorLocked()) return false;
     for (int slot = 0; slot < count; ++slot) EmptyCell(*GetDataBlockAt(slot), cell);
   }
   FinishUpdate(row, col, true);
@@ -581,6 +582,7 @@ bool DtmAccess::ClearCellData(int row, int col, int id) {
   if (!block || block->BytesPerCell() == 0) return false;
   {
     const std::scoped_lock lock(CurrentArea()->Mutex());
+    if (CurrentArea()->HasReadErrorLocked()) return false;
     EmptyCell(*block, cell);
   }
   FinishUpdate(row, col, true);

@@ -118,13 +118,16 @@ bool DtmUpdateFile::GetUpdateRect(Page& rect, bool& flag) const {
 
 void DtmUpdateFile::Sync() {
   const std::scoped_lock lock(DtmManager::GetDtmManager());
-  fileTime_ = ReadFileTime();
+  const double time = ReadFileTime();
+  bool followed = true;
   if (IsReadWrite()) {
     SyncWrite();
   } else {
     DtmRectUpdater updater(this);
-    SyncRead(&updater);
+    followed = SyncRead(&updater);
   }
+  // What couldn't be followed isn't seen: a model that becomes writable has to catch up with it.
+  if (followed) fileTime_ = time;
   FlushUpdateRect();
 }
 

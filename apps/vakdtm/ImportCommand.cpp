@@ -50,7 +50,8 @@ class Import {
     const auto start = std::chrono::steady_clock::now();
     if (const int status = LookAtEverything(); status != kDone) return status;
     if (std::none_of(sources_.begin(), sources_.end(), [](const auto& source) { return source.parses; })) {
-      return PrintSummary(CountUnparsable(), 0);
+      const ImportTally tally = CountUnparsable();
+      return StopRequested() ? context_.Stopped("nothing was changed") : PrintSummary(tally, 0);
     }
     if (const int status = OpenModel(); status != kDone) return status;
     ImportTally tally(model_->AreaSize());
@@ -87,6 +88,10 @@ class Import {
       }
     }
     for (const std::string& file : options_.files) {
+      std::error_code same;
+      if (exists_ && file != "-" && std::filesystem::equivalent(file, options_.model, same)) {
+        return context_.Misuse("the model is named as its own input", "name a text of soundings");
+      }
       if (!OpenSource(context_, file, sources_.emplace_back())) {
         return StopRequested() ? context_.Stopped("nothing was changed") : kCouldNotBeDone;
       }
@@ -109,6 +114,10 @@ class Import {
   }
 
   int OpenModel() {
+    std::error_code code;
+    if (!exists_ && std::filesystem::exists(options_.model, code)) {
+      return context_.Fail(options_.model, "somebody else has made it meanwhile, nothing was changed", "import again");
+    }
     model_ = exists_ ? held_.Open(context_)
                      : CreateModel(context_, options_.model, options_.cellSize, static_cast<int>(options_.areaSize),
                                    blocks_);
@@ -125,6 +134,7 @@ class Import {
 
   Outcome ReadSources(ImportTally& tally) {
     for (std::size_t i = 0; i < sources_.size(); ++i) {
+      if (StopRequested()) return {kStopped, "", "", ""};
       SoundingSource& source = sources_[i];
       tally.BeginSource();
       const bool backup = options_.backup && exists_ && i == 0;
@@ -200,7 +210,7 @@ class Import {
     for (const SoundingSource& source : sources_) {
       tally.BeginSource();
       LineReader lines(source.file.get());
-      for (std::string_view line; lines.Next(line);) tally.CountSkipped(lines.LineNumber(), line);
+      for (std::string_view line; !StopRequested() && lines.Next(line);) tally.CountSkipped(lines.LineNumber(), line);
     }
     return tally;
   }

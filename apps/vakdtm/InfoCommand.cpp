@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -21,7 +22,8 @@ struct InfoOptions {
 struct ZRange {
   float lo = kNoLowestZ;
   float hi = kNoHighestZ;
-  bool IsKnown() const { return lo <= hi; }
+  /// Not where nothing was seen, nor where a height is beyond what the file's floats hold.
+  bool IsKnown() const { return lo <= hi && std::isfinite(lo) && std::isfinite(hi); }
   void Add(float low, float high) {
     lo = std::min(lo, low);
     hi = std::max(hi, high);

@@ -2,8 +2,10 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -36,8 +38,20 @@ FilePointer OpenStandardInput() {
   return file;
 }
 
+/// A nameless file in the temporary folder that the user has chosen.
+FilePointer MakeTemporaryFile() {
+  std::error_code code;
+  std::string name = (std::filesystem::temp_directory_path(code) / "vakdtm-XXXXXX").native();
+  const int descriptor = mkostemp(name.data(), O_CLOEXEC);
+  if (descriptor < 0) return nullptr;
+  unlink(name.c_str());
+  FilePointer file(fdopen(descriptor, "w+b"));
+  if (!file) close(descriptor);
+  return file;
+}
+
 bool Spool(const CommandContext& context, SoundingSource& source) {
-  FilePointer copy(std::tmpfile());
+  FilePointer copy = MakeTemporaryFile();
   if (!copy) {
     context.Fail(source.name, "no temporary file can be made for it", "check the temporary folder");
     return false;
@@ -70,7 +84,7 @@ bool LookAtLines(SoundingSource& source) {
   SoundingFormat format = SoundingFormat::kComma;
   ScannedSounding sounding;
   if (!lines.Rewind()) return false;
-  source.parses = DtmAsciiImporter::DetectFormat(lines, format, &sounding);
+  source.parses = DtmAsciiImporter::DetectFormat(lines, format, &sounding, StopRequested);
   source.looksLikeDegrees = source.parses && CouldBeDegrees(sounding);
   const SoundingScanner scanner(format);
   for (int i = 0; i < kLinesLookedAt && source.looksLikeDegrees && lines.Next(line); ++i) {
@@ -78,7 +92,7 @@ bool LookAtLines(SoundingSource& source) {
       source.looksLikeDegrees = false;
     }
   }
-  if (lines.Failed()) return false;
+  if (lines.Failed() || StopRequested()) return false;
   return std::fseek(source.file.get(), 0, SEEK_SET) == 0;
 }
 
@@ -102,7 +116,7 @@ bool OpenSource(const CommandContext& context, const std::string& path, Sounding
     return false;
   }
   if ((standardInput || !S_ISREG(status.st_mode)) && !Spool(context, source)) return false;
-  return LookAtLines(source) || FailReading(context, source);
+  return LookAtLines(source) || (!StopRequested() && FailReading(context, source));
 }
 
 }  // namespace vak

@@ -373,6 +373,29 @@ TEST_F(ImportCommand, AModelThatMayNotBeWrittenIsToldInOneLine) {
                             ": cannot be written - check the permissions of the file and its folder\n");
 }
 
+TEST_F(ImportCommand, WithStandardOutputClosedNoMessageGoesIntoAModel) {
+  // The first file that a program opens gets the number of a descriptor that was closed.
+  for (const std::string closing : {">&-", "2>&-", ">&- 2>&-"}) {
+    SCOPED_TRACE(closing);
+    fs::remove(models_.File("a.dtm"));
+    fs::remove(models_.File("a.dtm.before-repair"));
+    ASSERT_EQ(Import({Text("s.xyz", "1,2,-3\n"), "--cell-size", "1"}).status, kDone);
+    fs::resize_file(models_.File("a.dtm"), fs::file_size(models_.File("a.dtm")) - 3);
+    const auto damaged = models_.Folder().Content("a.dtm");
+    const std::string line = "exec \"$0\" verify --repair \"$1\" " + closing;
+    RunCommand({"sh", "-c", line, VAKDTM_COMMAND, models_.File("a.dtm")}).Wait();
+    EXPECT_EQ(models_.Folder().Content("a.dtm.before-repair"), damaged);
+    EXPECT_EQ(models_.Run({"verify", models_.File("a.dtm")}).status, kDone);
+  }
+}
+
+TEST_F(ImportCommand, TheModelIsRefusedAsItsOwnInput) {
+  Import({Text("s.xyz", "1,2,-3\n"), "--cell-size", "1"});
+  const CommandResult result = Import({models_.File("a.dtm")});
+  EXPECT_EQ(result.status, kUsedWrongly);
+  EXPECT_EQ(result.err, "vakdtm import: the model is named as its own input - name a text of soundings\n");
+}
+
 TEST_F(ImportCommand, ClosedStandardInputIsToldInOneLine) {
   const CommandResult result =
       RunCommand({"sh", "-c", "exec \"$0\" import \"$1\" - --cell-size 1 <&-", VAKDTM_COMMAND, models_.File("a.dtm")})

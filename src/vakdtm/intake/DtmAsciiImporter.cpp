@@ -57,9 +57,12 @@ bool DtmAsciiImporter::BackupDTM() {
   return true;
 }
 
-bool DtmAsciiImporter::DetectFormat(LineReader& lines, SoundingFormat& format, ScannedSounding* first) {
+bool DtmAsciiImporter::DetectFormat(LineReader& lines, SoundingFormat& format, ScannedSounding* first,
+                                    const std::function<bool()>& stop) {
+  constexpr std::int64_t kLinesBetweenQuestions = 4096;
   std::string_view line;
   while (lines.Next(line)) {
+    if (stop && lines.LineNumber() % kLinesBetweenQuestions == 0 && stop()) break;
     for (const SoundingFormat candidate : {SoundingFormat::kComma, SoundingFormat::kBlank}) {
       ScannedSounding sounding;
       if (SoundingScanner(candidate).Scan(line.data(), line.data() + line.size(), sounding) != 3) continue;
@@ -74,7 +77,8 @@ bool DtmAsciiImporter::DetectFormat(LineReader& lines, SoundingFormat& format, S
 
 bool DtmAsciiImporter::Process() {
   SoundingFormat format = SoundingFormat::kComma;
-  DetectFormat(lines_, format);
+  DetectFormat(lines_, format, nullptr, [this] { return IsStopped(); });
+  if (IsStopped()) return false;
   size_.store(lines_.Size(), std::memory_order_relaxed);
   if (!lines_.Rewind()) return false;
 

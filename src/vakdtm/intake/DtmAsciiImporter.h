@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <string_view>
 
 #include "vakdtm/intake/ImportTally.h"
@@ -57,7 +58,9 @@ class DtmAsciiImporter final : public Processor {
 
   /// Finds the format of a text: that of the first line that yields three numbers. @return false, and the comma format,
   /// when no line does. The reader stands behind the line found.
-  static bool DetectFormat(LineReader& lines, SoundingFormat& format, ScannedSounding* first = nullptr);
+  /// @param stop  asked now and then; true ends the search. May be empty.
+  static bool DetectFormat(LineReader& lines, SoundingFormat& format, ScannedSounding* first = nullptr,
+                           const std::function<bool()>& stop = {});
 
  private:
   bool BackupDTM();

@@ -71,13 +71,15 @@ class ProcessThread::Job {
     const std::shared_ptr<ProgressSink> sink = GetProgressSink();
     if (!sink) return Wait();
     sink->Begin(Progress());
-    std::optional<Result> result = WaitAWhile();
-    for (bool stopping = false; !result; result = WaitAWhile()) {
-      sink->Show(Progress());
+    std::optional<Result> result;
+    // Asked before the first wait too: of many short jobs, each would otherwise be over before anybody asks.
+    for (bool stopping = false; !result;) {
       if (!stopping && sink->WantsStop()) {
         stopping = true;
         Stop();
       }
+      result = WaitAWhile();
+      if (!result) sink->Show(Progress());
     }
     sink->Show(Progress());
     sink->End(*result == kDone);

@@ -384,6 +384,11 @@ TEST_F(ImportCommand, WithStandardOutputClosedNoMessageGoesIntoAModel) {
     const auto damaged = models_.Folder().Content("a.dtm");
     const std::string line = "exec \"$0\" verify --repair \"$1\" " + closing;
     RunCommand({"sh", "-c", line, VAKDTM_COMMAND, models_.File("a.dtm")}).Wait();
+    // Without anywhere to print its faults it may give up, but then with everything as it was.
+    if (!models_.Folder().Has("a.dtm.before-repair")) {
+      EXPECT_EQ(models_.Folder().Content("a.dtm"), damaged);
+      continue;
+    }
     EXPECT_EQ(models_.Folder().Content("a.dtm.before-repair"), damaged);
     EXPECT_EQ(models_.Run({"verify", models_.File("a.dtm")}).status, kDone);
   }

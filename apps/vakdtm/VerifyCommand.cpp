@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -223,9 +222,9 @@ void AddVerifyCommand(CLI::App& app, CommandContext& context) {
                     {"verify", "Checks every byte of a model's layout and prints each fault with its offset.",
                      "vakdtm verify harbour.dtm\nvakdtm verify harbour.dtm --repair"},
                     [options, &context] { return Verification(*options, context).Run(); });
-  command->add_option("model", options->model, "Grid model to look at")->required()->type_name("MODEL");
-  command->add_flag("--repair", options->repair,
-                    "Rebuild a damaged file from its sound areas, after copying it to MODEL.before-repair");
+  Required(AddText(*command, "model", options->model, "MODEL", "Grid model to look at"));
+  AddFlag(*command, "--repair", options->repair,
+          "Rebuild a damaged file from its sound areas, after copying it to MODEL.before-repair");
 }
 
 }  // namespace vak

@@ -27,7 +27,6 @@ using test::TestGrid;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
 
 constexpr std::size_t kAreas = 64;

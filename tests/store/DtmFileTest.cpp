@@ -3,9 +3,11 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "vakdtm/store/DtmAccess.h"
 #include "vakdtm/store/DtmFile.h"
+#include "vakdtm/store/GridFormat.h"
 
 #include "support/TestGrid.h"
 
@@ -139,6 +141,44 @@ TEST(DtmFile, CreatingFlagStaysWhenWritingTheHeaderFails) {
   EXPECT_TRUE(file.Open());
   EXPECT_EQ(file.OpenedBy(), DtmOpenedBy::kCreation);
   file.Close();
+}
+
+TEST(DtmFile, BlockIdsThatNoChunkOfAnAreaCanHaveAreRefusedOnCreation) {
+  for (const int id : {0, int{grid::kAttributes}}) {
+    for (const std::vector<int>& ids : {std::vector{id}, std::vector{id, dVAL}, std::vector{dVAL, id}}) {
+      SCOPED_TRACE(id);
+      const auto memory = std::make_shared<MemoryFile>();
+      DtmFile file(new MemoryStream(memory), true);
+      file.ClearBlockIds();
+      for (const int one : ids) file.AddBlockId(one);
+      EXPECT_FALSE(file.Open());
+      EXPECT_EQ(file.OpenCount(), 0);
+      EXPECT_TRUE(memory->bytes.empty());
+      file.ClearBlockIds();
+      file.AddBlockId(dVAL);
+      EXPECT_TRUE(file.Open());
+      file.Close();
+    }
+  }
+}
+
+TEST(DtmFile, LastCloseThatCantWriteSaysThatDataWasLost) {
+  const auto memory = std::make_shared<MemoryFile>();
+  DtmFile file(new MemoryStream(memory), true);
+  ASSERT_TRUE(file.Open());
+  ASSERT_TRUE(file.Open());
+  ASSERT_TRUE(DtmAccess(&file).SetDoubleValue(0, 0, dVAL, 1, true));
+  EXPECT_FALSE(file.HasLostData()) << "the cells have gone out, the index hasn't";
+  memory->failFrom = memory->changes;
+  EXPECT_EQ(file.Close(), 1);
+  EXPECT_FALSE(file.HasLostData()) << "not the last one, which alone writes";
+  EXPECT_EQ(file.Close(), 0);
+  EXPECT_TRUE(file.HasLostData());
+  memory->failFrom = MemoryFile::kNever;
+  ASSERT_TRUE(file.Open());
+  EXPECT_FALSE(file.HasLostData());
+  EXPECT_EQ(file.Close(), 0);
+  EXPECT_FALSE(file.HasLostData());
 }
 
 TEST(DtmFile, CloseOfAFileThatIsntOpenAnswersZero) {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "vakdtm/store/DtmAccess.h"
@@ -209,6 +210,130 @@ TEST(DtmAccessThreadTest, ReaderFollowsAWriterInPlace) {
   done = true;
   looking.join();
   reader.Close();
+}
+
+TEST(DtmAccessThreadTest, ChangesOfACellWaitForTheAreaLock) {
+  TestGrid grid;
+  ASSERT_TRUE(grid.Sound(0.5, 0.5, -1));
+  DtmArea* const area = grid.Area(0, 0);
+  const std::pair<const char*, std::function<bool(DtmAccess&)>> cases[] = {
+      {"InsertValue", [](DtmAccess& access) { return access.InsertValue(0.5, 0.5, -2, 0, nullptr, nullptr, 0); }},
+      {"SetValue", [](DtmAccess& access) { return access.SetValue(0.5, 0.5, -2, 0, nullptr, nullptr, 0); }},
+      {"SetDoubleValue", [](DtmAccess& access) { return access.SetDoubleValue(0, 0, iNUM, 7, false); }},
+      {"MakeCellEmpty", [](DtmAccess& access) { return access.MakeCellEmpty(0, 0); }},
+      {"ClearCellData", [](DtmAccess& access) { return access.ClearCellData(0, 0, dVAL); }}};
+  for (const auto& [name, change] : cases) {
+    SCOPED_TRACE(name);
+    // All blocks are open before, so that nothing but the change itself needs the lock.
+    DtmAccess access(&grid.File());
+    ASSERT_TRUE(access.InsertValue(0.5, 0.5, -1, 0, nullptr, nullptr, 0));
+    std::unique_lock lock(area->Mutex());
+    std::latch running(1);
+    std::future<bool> changing = std::async(std::launch::async, [&, act = &change] {
+      running.count_down();
+      return (*act)(access);
+    });
+    running.wait();
+    EXPECT_EQ(changing.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    lock.unlock();
+    EXPECT_TRUE(changing.get());
+  }
+}
+
+TEST(DtmAccessThreadTest, SoundingsInAnAreaGoOnWhileAnotherThreadMakesOne) {
+  const auto memory = std::make_shared<MemoryFile>();
+  const auto log = std::make_shared<StreamLog>();
+  DtmFile file(new LoggedStream(memory, log), true);
+  ASSERT_TRUE(file.Open());
+  {
+    DtmAccess access(&file);
+    ASSERT_TRUE(access.InsertValue(0.5, 0.5, 1, 0, nullptr, nullptr, 0));
+    // File lock and stream lock are held for as long as the write takes.
+    std::future<int> sounding;
+    bool finished = false;
+    log->before = [&](const StreamCall& call) {
+      if (call.what != 'w' || sounding.valid()) return;
+      sounding = std::async(std::launch::async, [&] {
+        int taken = 0;
+        for (int i = 0; i < 100; ++i) taken += access.InsertValue(i % 64, i % 7, i, 0, nullptr, nullptr, 0) ? 1 : 0;
+        return taken;
+      });
+      finished = sounding.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    };
+    ASSERT_NE(file.GetArea(9999, 0, true), nullptr);
+    log->before = nullptr;
+    EXPECT_EQ(sounding.get(), 100);
+    EXPECT_TRUE(finished);
+  }
+  file.Close();
+}
+
+TEST(DtmFileThreadTest, TwoThreadsThatWriteOutWhileAThirdSetsAndClearsComeToAnEnd) {
+  constexpr int kCols = 8;
+  const int rounds = LongForm(400, 10000);
+  TestGrid grid({.cellSize = 1.0, .areaSize = 1, .blockIds = {dVAL, iNUM}});
+  std::latch start(3);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 2; ++i) {
+    threads.emplace_back([&] {
+      start.arrive_and_wait();
+      for (int round = 0; round < rounds; ++round) EXPECT_TRUE(grid.File().SyncWrite());
+    });
+  }
+  std::vector<double> wanted(kCols, EmptyDouble());
+  threads.emplace_back([&] {
+    DtmAccess access(&grid.File());
+    access.SetCacheSize(1);
+    start.arrive_and_wait();
+    for (int round = 0; round < rounds; ++round) {
+      const int set = round % kCols;
+      const int cleared = (round * 5 + 3) % kCols;
+      ASSERT_TRUE(access.SetDoubleValue(0, set, dVAL, round, true));
+      wanted[static_cast<std::size_t>(set)] = round;
+      ASSERT_TRUE(access.MakeCellEmpty(0, cleared));
+      wanted[static_cast<std::size_t>(cleared)] = EmptyDouble();
+    }
+  });
+  for (std::thread& thread : threads) thread.join();
+  const auto expectAll = [&] {
+    for (int col = 0; col < kCols; ++col) {
+      const double value = wanted[static_cast<std::size_t>(col)];
+      EXPECT_TRUE(IsEmptyValue(value) ? IsEmptyValue(grid.Get(0, col)) : grid.Get(0, col) == value) << col;
+    }
+  };
+  expectAll();
+  EXPECT_TRUE(grid.File().SyncWrite());
+  grid.Reopen();
+  expectAll();
+}
+
+TEST(DtmFileThreadTest, AreaThatIsMadeWhileAnEmptiedOneIsRemovedIsNeverLost) {
+  constexpr int kCols = 8;
+  const int rounds = LongForm(400, 5000);
+  TestGrid grid({.cellSize = 1.0, .areaSize = 1, .blockIds = {dVAL}});
+  for (int col = 0; col < kCols; ++col) ASSERT_TRUE(grid.Set(0, col, dVAL, HeightOf(0, col)));
+  for (int round = 0; round < rounds; ++round) {
+    const int emptied = round % kCols;
+    ASSERT_TRUE(grid.Clear(0, emptied));
+    grid.Leave();
+    std::latch start(2);
+    std::thread maker([&] {
+      DtmAccess access(&grid.File());
+      start.arrive_and_wait();
+      EXPECT_TRUE(access.SetDoubleValue(1, round, dVAL, HeightOf(1, round), true));
+    });
+    start.arrive_and_wait();
+    EXPECT_TRUE(grid.File().SyncWrite());
+    maker.join();
+    ASSERT_TRUE(grid.Set(0, emptied, dVAL, HeightOf(0, emptied)));
+    if (round % 16 == 0) grid.Reopen();
+  }
+  grid.Reopen();
+  EXPECT_EQ(grid.File().NumAreas(), kCols + rounds);
+  int found = 0;
+  for (int col = 0; col < kCols; ++col) found += grid.Get(0, col) == HeightOf(0, col) ? 1 : 0;
+  for (int round = 0; round < rounds; ++round) found += grid.Get(1, round) == HeightOf(1, round) ? 1 : 0;
+  EXPECT_EQ(found, kCols + rounds);
 }
 
 }  // namespace

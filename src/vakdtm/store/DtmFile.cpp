@@ -199,13 +199,23 @@ std::span<const std::pair<int, int>> DtmFile::FindBlockSlots(int id) const {
   return {first, last};
 }
 
-std::int64_t DtmFile::OwnLength(std::int64_t position, int length) const {
-  if (length == smallestBody_) return length;  // what overlaps one of the usual length was told apart at the opening
-  std::int64_t end = position + length;
+std::int64_t DtmFile::OwnLength(std::int64_t position, int length) {
+  // What overlaps an area of the usual length was told apart at the opening.
+  if (length == smallestBody_ || !fromIndex_.known) return length;
+  CheckIndexedAreas();
+  std::int64_t end = std::min(position + length, fromIndex_.end);
   if (position <= settings_.start) end = std::min(end, settings_.start);
-  const auto next = std::upper_bound(indexedPositions_.begin(), indexedPositions_.end(), position);
-  if (next != indexedPositions_.end()) end = std::min(end, *next - grid::kHeaderSize);
+  const auto next = std::upper_bound(fromIndex_.areas.begin(), fromIndex_.areas.end(), position,
+                                     [](std::int64_t at, const grid::IndexEntry& area) { return at < area.position; });
+  if (next != fromIndex_.areas.end()) end = std::min(end, next->position - grid::kHeaderSize);
   return end - position;
+}
+
+void DtmFile::CheckIndexedAreas() {
+  if (fromIndex_.checked) return;
+  StreamWindow window(*stream_, fromIndex_.end);
+  std::erase_if(fromIndex_.areas, [&](const grid::IndexEntry& area) { return !IsAreaChunk(window, area); });
+  fromIndex_.checked = true;
 }
 
 // ---- Opening and creating
@@ -337,14 +347,14 @@ std::vector<bool> DtmFile::FindFalseClaims(const EntryList& entries, const Claim
   if (!std::is_sorted(order.begin(), order.end())) std::sort(order.begin(), order.end());
   const std::vector<bool> doubtful = FindDoubtfulEntries(entries.size(), order, claims);
   StreamWindow window(*stream_, nextWrite_);
-  indexedPositions_.clear();
-  indexedPositions_.reserve(order.size());
+  fromIndex_ = {true, false, nextWrite_, {}};
+  fromIndex_.areas.reserve(order.size());
   std::int64_t end = 0;
   for (const auto& [position, i] : order) {
     if (doubtful[i]) isFalse[i] = position < end || !IsAreaChunk(window, entries[i]);
     if (isFalse[i]) continue;
     end = position + smallestBody_ + grid::kHeaderSize;
-    indexedPositions_.push_back(position);
+    fromIndex_.areas.push_back(entries[i]);
   }
   for (auto claim = claims.begin(); claim != claims.end();) {
     bool found = false;
@@ -488,7 +498,7 @@ void DtmFile::ForgetAreas() {
   highestRow_ = highestCol_ = kNoHighest;
   heldIndex_.clear();
   indexHeld_ = false;
-  indexedPositions_.clear();
+  fromIndex_ = {};
 }
 
 // ---- Writing out
@@ -556,7 +566,8 @@ DtmFile::Done DtmFile::RemoveArea(DtmArea& area) {
   if (last && (!stream_->Seek(hole - grid::kHeaderSize, DataStream::kFromStart) || !last->WriteArea(stream_.get()))) {
     return Done::kFailed;
   }
-  nextWrite_ = end - grid::kHeaderSize;
+  // Strange files have areas in front of the settings too; these stay where they are.
+  nextWrite_ = std::max(end - grid::kHeaderSize, settings_.end);
   return Done::kAll;
 }
 

@@ -123,7 +123,7 @@ class DtmFile {
   int SmallestBody() const { return smallestBody_; }
   /// How much of an area's body is its own, whatever its header says: the next area that the index tells of ends it.
   /// Requires: stream lock held.
-  std::int64_t OwnLength(std::int64_t position, int length) const;
+  std::int64_t OwnLength(std::int64_t position, int length);
   /// Buffer for transfers of at least this size. Requires: stream lock held.
   std::byte* Scratch(std::size_t size);
   /// To be said when cells went to their place in the file. Requires: stream lock held.
@@ -161,6 +161,14 @@ class DtmFile {
   /// Of entries that can't all be true, those that aren't believed.
   std::vector<bool> FindFalseClaims(const EntryList& entries, const ClaimList& claims);
   std::vector<bool> FindDoubtfulEntries(std::size_t count, const PositionList& order, const ClaimList& claims) const;
+  /// What was believed of the index last read: the bounds for areas whose own length can't be.
+  struct FromIndex {
+    bool known = false;
+    bool checked = false;  ///< whether areas that have no chunk have been taken out
+    std::int64_t end = 0;  ///< where the index began
+    EntryList areas;       ///< in the order of the file
+  };
+  void CheckIndexedAreas();
   /// Fills map, extents and count from `areas_`, which may have gaps, and closes these.
   /// @param claims  of the areas, by their index there.
   void EnterAreas(const ClaimList& claims);
@@ -194,11 +202,11 @@ class DtmFile {
   mutable std::vector<std::pair<int, int>> slots_;
   std::unique_ptr<std::once_flag> slotsSorted_ = std::make_unique<std::once_flag>();
   int smallestBody_ = 0;
-  int largestAllowed_ = -1;                     // no cell, before the settings are known
-  EntryList heldIndex_;                         // guarded by the stream lock, like the four members below
-  bool indexHeld_ = false;                      // whether heldIndex_ is what the file has
-  bool unsynced_ = false;                       // whether cells were written since the last sync
-  std::vector<std::int64_t> indexedPositions_;  // of the entries believed when an index was last read, ascending
+  int largestAllowed_ = -1;  // no cell, before the settings are known
+  EntryList heldIndex_;      // guarded by the stream lock, like the four members below
+  bool indexHeld_ = false;   // whether heldIndex_ is what the file has
+  bool unsynced_ = false;    // whether cells were written since the last sync
+  FromIndex fromIndex_;
   std::vector<std::byte> scratch_;
   std::mutex writeMutex_;  // one pass of writing out at a time; taken before all others
   mutable std::recursive_mutex fileMutex_;

@@ -432,6 +432,23 @@ TEST(DtmVerifier, EachDamageIsFoundWithItsOffset) {
   }
 }
 
+TEST(DtmVerifier, AnAreaBehindAGapIsFoundWhereverThePiecesEndInWhichTheGapIsRead) {
+  constexpr std::size_t kPiece = std::size_t{1} << 18;
+  constexpr std::size_t kMarks = 16;  // bytes by which the body of an area is known
+  // The search begins with the bodies of chunks that start one byte into the gap.
+  for (std::size_t inPiece = 0; inPiece <= kMarks + 1; ++inPiece) {
+    SCOPED_TRACE(inPiece);
+    const std::size_t gap = kPiece + 1 - inPiece;
+    Bytes bytes = ThreeAreas();
+    Insert(bytes, kSecond, Bytes(gap));
+    const Looked looked = Verify(bytes);
+    ASSERT_FALSE(looked.faults.empty());
+    EXPECT_EQ(looked.seen.front(), (Seen{kSecond, Kind::kTagZero}));
+    EXPECT_EQ(looked.faults.front().next, static_cast<long long>(kSecond + gap));
+    EXPECT_EQ(looked.counts.areas, 3);
+  }
+}
+
 TEST(DtmVerifier, RepairKeepsEveryAreaThatIsWholeToTheBit) {
   const Bytes sound = ThreeAreas();
   const std::map<Place, Bytes> former = Chunks(sound);

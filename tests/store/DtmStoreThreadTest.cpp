@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -50,6 +51,89 @@ TEST(DtmFileThreadTest, GetAreaMapWithNothingNewTakesNoLock) {
   file.Close();
 }
 
+/// A file whose threads change over with every call of its stream: what isn't done under one lock comes apart.
+struct RestlessFile {
+  static constexpr int kSide = 2;
+
+  RestlessFile(const std::shared_ptr<MemoryFile>& memory, bool create) : file(new LoggedStream(memory, log), create) {
+    log->before = [](const StreamCall&) { std::this_thread::yield(); };
+    file.SetAreaSize(kSide);
+    if (!file.Open()) throw std::runtime_error("no model");
+  }
+  ~RestlessFile() { file.Close(); }
+
+  std::shared_ptr<StreamLog> log = std::make_shared<StreamLog>();
+  DtmFile file;
+};
+
+/// Areas one above the other, each with one height that tells which.
+bool SetHeight(DtmAccess& access, int area) {
+  const int row = RestlessFile::kSide * area;
+  return access.SetDoubleValue(row, 0, dVAL, HeightOf(row, 0), true);
+}
+
+bool HasHeight(DtmAccess& access, int area) {
+  const int row = RestlessFile::kSide * area;
+  double value = 0;
+  return access.GetDoubleValue(row, 0, dVAL, value) && value == HeightOf(row, 0);
+}
+
+TEST(DtmFileThreadTest, AreasAreMadeInPlacesOfTheirOwnWhileOthersReadAndSync) {
+  const int areas = LongForm(60, 2000);
+  const auto memory = std::make_shared<MemoryFile>();
+  {
+    RestlessFile model(memory, true);
+    std::atomic<bool> done{false};
+    std::atomic<int> made{0};
+    std::vector<std::thread> threads;
+    threads.emplace_back([&] {
+      while (!done.load()) EXPECT_TRUE(model.file.SyncWrite());
+    });
+    threads.emplace_back([&] {
+      DtmAccess access(&model.file);
+      access.SetCacheSize(0);
+      while (!done.load()) {
+        for (int i = 0; i < made.load(); ++i) EXPECT_TRUE(HasHeight(access, i));
+      }
+    });
+    DtmAccess access(&model.file);
+    access.SetCacheSize(0);
+    for (int i = 0; i < areas; ++i) {
+      EXPECT_TRUE(SetHeight(access, i));
+      ++made;
+    }
+    done = true;
+    for (std::thread& thread : threads) thread.join();
+  }
+  TestGrid grid(memory->bytes);
+  EXPECT_EQ(grid.File().NumAreas(), areas);
+  for (int i = 0; i < areas; ++i) EXPECT_TRUE(HasHeight(grid.Access(), i));
+}
+
+TEST(DtmFileThreadTest, AreasThatSeveralThreadsMeetForTheFirstTimeAreReadWhole) {
+  constexpr int kThreads = 3;
+  const int areas = LongForm(60, 3000);
+  const auto memory = std::make_shared<MemoryFile>();
+  {
+    RestlessFile model(memory, true);
+    DtmAccess access(&model.file);
+    for (int i = 0; i < areas; ++i) ASSERT_TRUE(SetHeight(access, i));
+  }
+  RestlessFile model(memory, false);  // the headers of an area are read with its first cell
+  std::latch start(kThreads);
+  std::atomic<int> right{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      DtmAccess access(&model.file);
+      start.arrive_and_wait();
+      for (int i = t; i < areas; i += kThreads) right += HasHeight(access, i) ? 1 : 0;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(right, areas);
+}
+
 TEST(DtmAccessThreadTest, WhoeverHoldsTheAreaLockNeverSeesAHitCountWithoutItsMean) {
   const int looks = LongForm(200, 5000);  // in the midst of the writing
   TestGrid grid;
@@ -75,6 +159,82 @@ TEST(DtmAccessThreadTest, WhoeverHoldsTheAreaLockNeverSeesAHitCountWithoutItsMea
   done = true;
   reader.join();
   EXPECT_EQ(grid.Get(0, 0, iNUM), soundings);
+}
+
+TEST(DtmAccessThreadTest, WhoeverHoldsTheAreaLockSeesACellReplacedOrEmptiedInAllItsBlocks) {
+  const int looks = LongForm(20, 1000);  // that find the cell otherwise than the one before
+  // The two blocks that are compared are the first and the last to be changed, with as much between them as there is.
+  TestGrid grid({.cellSize = 1.0,
+                 .areaSize = 4,
+                 .blockIds = {iNUM, dVAL, dSDV, dMIN, fXMN, fYMN, dMAX, fXMX, fYMX, tTIM, dTVU, dTHU, uFCT}});
+  ASSERT_TRUE(grid.Access().SetValue(0.5, 0.5, -1.0, 0, nullptr, nullptr, 1));
+  std::atomic<bool> done{false};
+  std::atomic<int> seen{0};
+  std::thread reader([&] {
+    DtmAccess access(&grid.File());
+    DtmArea* const area = access.GetArea(0, 0, false);
+    bool wasEmpty = false;
+    do {
+      const std::scoped_lock lock(area->Mutex());
+      double count = 0;
+      double bits = 0;
+      float lowest = 0;
+      float highest = 0;
+      EXPECT_TRUE(access.GetDoubleValue(0, 0, iNUM, count));
+      EXPECT_TRUE(access.GetDoubleValue(0, 0, uFCT, bits));
+      EXPECT_EQ(IsEmptyValue(count), IsEmptyValue(bits));
+      EXPECT_TRUE(area->GetMinMaxZ(lowest, highest));
+      // The heights go down one by one, and the range is to be as wide as the cell that is seen asks for.
+      double height = 0;
+      EXPECT_TRUE(access.GetDoubleValue(0, 0, dVAL, height));
+      EXPECT_TRUE(IsEmptyValue(height) || lowest <= static_cast<float>(height));
+      if (std::exchange(wasEmpty, IsEmptyValue(count)) != wasEmpty) ++seen;
+    } while (!done.load());
+  });
+  for (int i = 2; seen.load() < looks; ++i) {
+    EXPECT_TRUE(grid.Access().SetValue(0.5, 0.5, -i, 0, nullptr, nullptr, 1));
+    EXPECT_TRUE(grid.Access().MakeCellEmpty(0, 0));
+  }
+  done = true;
+  reader.join();
+}
+
+TEST(DtmAccessThreadTest, RangeOfAnAreaCoversWhatSeveralThreadsStore) {
+  constexpr int kThreads = 2;
+  const int heights = LongForm(2000, 100000);
+  using Store = bool (*)(DtmAccess& access, int col, double z);
+  static constexpr std::pair<const char*, Store> kWays[] = {
+      {"InsertValue", [](DtmAccess& access, int col,
+                         double z) { return access.InsertValue(col + 0.5, 0.5, z, 0, nullptr, nullptr, 0); }},
+      {"SetValue",
+       [](DtmAccess& access, int col, double z) { return access.SetValue(col + 0.5, 0.5, z, 0, nullptr, nullptr, 0); }},
+      {"SetDoubleValue",
+       [](DtmAccess& access, int col, double z) { return access.SetDoubleValue(0, col, dVAL, z, true); }},
+  };
+  for (const auto& way : kWays) {
+    SCOPED_TRACE(way.first);
+    TestGrid grid;
+    ASSERT_NE(grid.File().GetArea(0, 0, true), nullptr);
+    std::latch start(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&, t] {
+        DtmAccess access(&grid.File());
+        EXPECT_TRUE(way.second(access, t, 0));  // what has to be opened is open then, and no other lock is met
+        start.arrive_and_wait();
+        for (int i = 1; i <= heights; ++i) {
+          EXPECT_TRUE(way.second(access, t, i + 0.5 * t));
+          EXPECT_TRUE(way.second(access, t, -i - 0.5 * t));
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    float lowest = 0;
+    float highest = 0;
+    EXPECT_TRUE(grid.Area(0, 0)->GetMinMaxZ(lowest, highest));
+    EXPECT_EQ(lowest, -(heights + 0.5));
+    EXPECT_EQ(highest, heights + 0.5);
+  }
 }
 
 // A run of one writer and some readers over cells that prove themselves; the same scaffold without threads first.

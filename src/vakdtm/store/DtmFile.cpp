@@ -557,10 +557,11 @@ DtmFile::Done DtmFile::RemoveArea(DtmArea& area) {
     if (!last->MakeUnwritten()) return area.SyncWrite() ? Done::kPart : Done::kFailed;
   }
   if (!area.MakeUnwritten()) return Done::kFailed;
-  // Emptied areas behind the last one with data have no more place in the file.
+  // Areas behind the last one with data have no more place in the file. They were all empty when it was chosen; one
+  // that has got a sounding since keeps its cells in memory, and the next pass writes it.
   for (int i = 0; DtmArea* other = GetArea(i); ++i) {
     const std::scoped_lock lock(other->Mutex());
-    if (other->BlockPosition() > end && !other->IsFalseClaim() && other->IsEmpty()) other->MakeUnwritten();
+    if (other->BlockPosition() > end && !other->IsFalseClaim()) other->MakeUnwritten();
   }
   const StreamLock lock(*stream_);
   if (last && (!stream_->Seek(hole - grid::kHeaderSize, DataStream::kFromStart) || !last->WriteArea(stream_.get()))) {

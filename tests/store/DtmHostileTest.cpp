@@ -287,7 +287,31 @@ TEST(DtmHostile, AnIndexEntryWithAFalsePlaceHarmsItsOwnAreaAlone) {
     Put(bytes, EntryAt(1) + 4, one.place.col);
     ExpectKept(Work(bytes, kPlaces[0], kPlaces[2]), {kPlaces[3], kPlaces[4]});
     ExpectKept(Work(bytes, kPlaces[4], kPlaces[3]), {kPlaces[0], kPlaces[2]});
+    DtmFile dtm(new MemoryStream(bytes), false);
+    ASSERT_TRUE(dtm.Open());
+    DtmAccess access(&dtm);
+    const auto own = Truth().find(one.place);
+    EXPECT_EQ(ReadArea(access, one.place), own == Truth().end() ? std::vector<std::uint64_t>() : own->second);
   }
+}
+
+TEST(DtmHostile, AnAreaHiddenInTheSettingsIsNeverWrittenTo) {
+  // A chunk that nobody knows holds all of an area but the cells of its last block: those are the cell size's tag.
+  Bytes bytes = FiveAreas();
+  Bytes hidden(8 + 8 + 32 + (8 + 4 * 8) + (8 + 4 * 4) + 8, 0);
+  std::copy_n(bytes.begin() + kHeader + kChunk, hidden.size() - 8, hidden.begin() + 8);  // the second area
+  Put(hidden, 0, 5);
+  Put(hidden, 4, static_cast<std::int32_t>(hidden.size() - 8));
+  bytes.insert(bytes.begin() + 20, hidden.begin(), hidden.end());
+  Put(bytes, 16, static_cast<std::int32_t>(kHeader - 20 + hidden.size()));
+  for (std::size_t entry = 0; entry < kAreas; ++entry) {
+    const auto position = static_cast<std::int64_t>(kHeader + hidden.size() + entry * kChunk + 8);
+    Put(bytes, hidden.size() + EntryAt(entry) + 8, entry == 1 ? std::int64_t{36} : position);
+  }
+  const Outcome outcome = Work(bytes, kPlaces[1], kPlaces[1]);
+  EXPECT_EQ(outcome.by, DtmOpenedBy::kIndex);
+  EXPECT_EQ(outcome.before.at(kPlaces[1]).size(), 0U);
+  ExpectKept(outcome, {kPlaces[0], kPlaces[2], kPlaces[3], kPlaces[4]});
 }
 
 TEST(DtmHostile, IndexEntriesInAnyOrderAreAsGood) {

@@ -352,6 +352,33 @@ TEST(DtmHostile, AnIndexThatBeginsWithinTheSettingsIsNone) {
   ExpectKept(outcome, {kPlaces[1], kPlaces[3], kPlaces[4]});
 }
 
+/// The file with an index of `count` entries in place of its own: the true ones, then the last one again and again.
+Bytes WithIndexOf(std::size_t count) {
+  const Bytes honest = FiveAreas();
+  Bytes bytes(honest.begin(), honest.begin() + static_cast<std::ptrdiff_t>(kIndexAt));
+  bytes.resize(kIndexAt + 16 + 32 * count);
+  for (std::size_t i = 0; i < count; ++i) {
+    std::memcpy(bytes.data() + EntryAt(i), honest.data() + EntryAt(std::min(i, kAreas - 1)), 32);
+  }
+  const auto body = static_cast<std::int32_t>(32 * count + 8);
+  Put(bytes, kIndexAt, 0x696E3364);
+  Put(bytes, kIndexAt + 4, body + 1);
+  Put(bytes, bytes.size() - 8, 0x696E3364);
+  Put(bytes, bytes.size() - 4, body);
+  return bytes;
+}
+
+TEST(DtmHostile, AnIndexOfFarMoreEntriesThanThereIsRoomForIsNone) {
+  // Room for the five and a part of a sixth, made up by the settings. Beyond twice that, 1024 more are let pass.
+  const std::size_t most = 2 * ((kIndexAt - 12) / kChunk) + 1024;
+  const Outcome passes = Work(WithIndexOf(most), kPlaces[0], kPlaces[2]);
+  EXPECT_EQ(passes.by, DtmOpenedBy::kIndex);
+  ExpectKept(passes, {kPlaces[1], kPlaces[3], kPlaces[4]});
+  const Outcome refused = Work(WithIndexOf(most + 1), kPlaces[0], kPlaces[2]);
+  EXPECT_EQ(refused.by, DtmOpenedBy::kWalk);
+  ExpectKept(refused, {kPlaces[1], kPlaces[3], kPlaces[4]});
+}
+
 // ---- Chunks that lie
 
 TEST(DtmHostile, AnAreaThatLiesHarmsItselfAlone) {

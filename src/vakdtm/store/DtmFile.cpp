@@ -20,6 +20,10 @@ namespace {
 constexpr int kNoLowest = std::numeric_limits<int>::max();
 constexpr int kNoHighest = std::numeric_limits<int>::min();
 
+// How many entries an index may have beyond twice those that there is room for; small files are cheap whatever they
+// say.
+constexpr std::int64_t kFreeLies = 1024;
+
 /// Sorts by the first numbers, leaving equal ones in their order: by one byte after the other, since a file may list
 /// millions of ids.
 void SortByFirst(std::vector<std::pair<int, int>>& pairs) {
@@ -280,6 +284,9 @@ DtmOpenedBy DtmFile::ReadAreaIndex() {
   if (!vak::ReadAreaIndex(*stream_, index)) return DtmOpenedBy::kNothing;
   // The next area would go over what every area is read by.
   if (index.start < settings_.end) return DtmOpenedBy::kNothing;
+  // An index may lie about some areas. One that lies about most is no index, and would only cost time and memory.
+  const std::int64_t room = (index.start - grid::kMagicSize) / (grid::kHeaderSize + smallestBody_);
+  if (static_cast<std::int64_t>(index.entries.size()) > 2 * room + kFreeLies) return DtmOpenedBy::kNothing;
   heldIndex_ = std::move(index.entries);
   indexHeld_ = true;
   fileSize_ = index.size;
@@ -668,7 +675,7 @@ bool DtmFile::FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater) {
   return true;
 }
 
-void DtmFile::SyncRemoved(EntryList entries, DtmUpdater* updater) {
+void DtmFile::SyncRemoved(EntryList entries, DtmUpdater* updater) const {
   std::sort(entries.begin(), entries.end(), LiesBefore);
   for (int i = 0; DtmArea* area = GetArea(i); ++i) {
     {

@@ -191,7 +191,7 @@ class DtmFile {
   Done RemoveArea(DtmArea& area);
   DtmArea* FindLastLiveArea(long long hole) const;
   bool FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater);
-  void SyncRemoved(EntryList entries, DtmUpdater* updater);
+  void SyncRemoved(EntryList entries, DtmUpdater* updater) const;
   void ForgetAreas();
 
   std::unique_ptr<DataStream> stream_;

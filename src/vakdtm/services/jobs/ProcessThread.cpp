@@ -106,8 +106,8 @@ class ProcessThread::Job {
 
   Result Wait() {
     std::unique_lock lock(mutex_);
-    while (!result_.has_value()) ended_.wait(lock);
-    return *result_;
+    ended_.wait(lock, [this] { return result_.has_value(); });
+    return result_.value_or(kFailed);
   }
 
   std::optional<Result> WaitAWhile() {

@@ -416,6 +416,16 @@ TEST(DtmAsciiImporter, TheBackupIsMadeBeforeAnyLineIsRead) {
   EXPECT_FALSE(importing.folder.Has("a.bk2")) << "there was no older one";
 }
 
+TEST(DtmAsciiImporter, TheBackupHoldsWhatTheModelHadNotWrittenYet) {
+  Importing importing;
+  EXPECT_TRUE(importing.Run("1.5,2.5,-3\n"));
+  const auto importer = importing.Importer("1.5,2.5,-5\n", {.backup = true});
+  const SharedModel backup = OpenShared(importing.folder.WideFile("a.bk1"), false);
+  ASSERT_NE(backup, nullptr);
+  EXPECT_EQ(backup->OpenedBy(), DtmOpenedBy::kIndex);
+  EXPECT_EQ(ValueAt(*backup, 1.5, 2.5), -3.0);
+}
+
 TEST(DtmAsciiImporter, TwoGenerationsOfBackupsStandBesideTheModel) {
   Importing importing;
   std::vector<Bytes> states;

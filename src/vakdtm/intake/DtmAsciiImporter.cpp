@@ -44,7 +44,11 @@ DtmAsciiImporter::DtmAsciiImporter(DtmUpdateFile* model, std::FILE* source, bool
       negateZ_(negateZ) {
   access_.SetUpdater(new DtmRectUpdater(model));
   modelName_.Set(model->FileName());
-  if (backup_) BackupDTM();
+  if (!backup_) return;
+  // The copy is made of the file, and what the model still has to write belongs to its state before the import. What
+  // can't be written is missing from the file and from the copy.
+  if (model->IsReadWrite()) model->SyncWrite();
+  BackupDTM();
 }
 
 DtmAsciiImporter::~DtmAsciiImporter() { std::fclose(source_); }

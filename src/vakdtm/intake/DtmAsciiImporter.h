@@ -32,8 +32,8 @@ class DtmAsciiImporter final : public Processor {
  public:
   /// @param model   must outlive the importer. @param source  seekable; owned: closed by the destructor.
   /// @param clearCellFirst  empties the cell before each sounding, so that the last line in a cell wins.
-  /// @param backup  copies the model's file to its name with "bk1" for extension, and a "bk1" that was there to "bk2",
-  ///   at once. @param negateZ  flips the sign of every z.
+  /// @param backup  writes the model out, copies its file to its name with "bk1" for extension, and a "bk1" that was
+  ///   there to "bk2", at once. @param negateZ  flips the sign of every z.
   DtmAsciiImporter(DtmUpdateFile* model, std::FILE* source, bool clearCellFirst, bool backup, bool negateZ);
   ~DtmAsciiImporter() override;
 

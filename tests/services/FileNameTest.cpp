@@ -102,11 +102,16 @@ TEST(GetCanonicalPath, NameOfAFileThatIsNotThereYetStaysTheSameWhenItIs) {
   EXPECT_EQ(GetCanonicalPath(L"not-there.dtm"), (std::filesystem::current_path() / "not-there.dtm").wstring());
 }
 
-TEST(GetCanonicalPath, NothingForAnEmptyNameOrALoopOfLinks) {
+TEST(GetCanonicalPath, NothingForAnEmptyNameOrALoopOfLinksAndTheReasonIsTold) {
   const test::TestFolder folder;
   std::filesystem::create_symlink("loop", folder.Path() / "loop");
   EXPECT_EQ(GetCanonicalPath(L""), L"");
   EXPECT_EQ(GetCanonicalPath(folder.WideFile("loop")), L"");
+  std::error_code error;
+  EXPECT_EQ(GetCanonicalPath(folder.WideFile("loop"), error), L"");
+  EXPECT_EQ(error, std::errc::too_many_symbolic_link_levels);
+  EXPECT_NE(GetCanonicalPath(folder.WideFile("new.dtm"), error), L"");
+  EXPECT_FALSE(error);
 }
 
 TEST(GetCanonicalPath, BytesThatAreNoUtf8StayInTheName) {

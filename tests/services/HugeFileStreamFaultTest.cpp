@@ -3,14 +3,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
+#include <cstdio>
 #include <fcntl.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 #include <unistd.h>
+#include <utility>
 
 #include "vakdtm/services/files/HugeFileStream.h"
 
@@ -25,6 +29,7 @@ struct System {
   int dataSyncs = 0;
   int folderSyncs = 0;
   int calls = 0;
+  std::function<void()> beforeLocking;
 };
 
 System theSystem;
@@ -47,6 +52,15 @@ ssize_t pread(int file, void* buffer, size_t count, off_t offset) {
 ssize_t pwrite(int file, const void* buffer, size_t count, off_t offset) {
   if (Interrupted()) return -1;
   return syscall(SYS_pwrite64, file, buffer, std::min(count, theSystem.mostAtOnce), offset);
+}
+
+int fcntl(int file, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  if (command == F_OFD_SETLK && theSystem.beforeLocking) std::exchange(theSystem.beforeLocking, nullptr)();
+  return static_cast<int>(syscall(SYS_fcntl, file, command, argument));
 }
 
 int fdatasync(int file) {
@@ -154,6 +168,21 @@ TEST_F(HugeFileStreamFault, DataThatTheDiskLostIsNeverSaidToBeSafe) {
   ASSERT_TRUE(stream_.Open(folder_.WideFile("a.dtm").c_str(), false, true));
   ASSERT_TRUE(Put("abc"));
   EXPECT_TRUE(stream_.Sync());
+}
+
+TEST_F(HugeFileStreamFault, AFileReplacedBeforeItIsLockedIsNotWritten) {
+  folder_.Write("b.dtm", "old");
+  folder_.Write("new", "new");
+  for (const bool create : {false, true}) {
+    SCOPED_TRACE(create);
+    theSystem.beforeLocking = [&] { std::rename(folder_.File("new").c_str(), folder_.File("b.dtm").c_str()); };
+    const HugeFileStream late(folder_.WideFile("b.dtm").c_str(), create, true);
+    EXPECT_FALSE(late.IsOpen());
+    EXPECT_FALSE(late.IsReadWrite());
+    EXPECT_EQ(late.LastError(), StreamError::kHeldByWriter);
+    EXPECT_EQ(folder_.Text("b.dtm"), "new");
+    folder_.Write("new", "new");
+  }
 }
 
 TEST_F(HugeFileStreamFault, GoingToReadOnlySyncsFirst) {

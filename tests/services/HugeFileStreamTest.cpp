@@ -163,6 +163,10 @@ TEST(HugeFileStream, ReasonOfAFailedOpenIsKept) {
   folder.Write("a.dtm", "x");
   fs::create_directory(folder.Path() / "sub");
   ASSERT_EQ(mkfifo((folder.Path() / "pipe").c_str(), 0600), 0);
+  fs::create_symlink("no.dtm", folder.Path() / "nowhere.dtm");
+  fs::create_symlink("a.dtm/no.dtm", folder.Path() / "below.dtm");
+  fs::create_symlink("loop", folder.Path() / "loop");
+  const std::string longName(256, 'n');
   const struct {
     const char* name;
     const char* file;
@@ -178,6 +182,14 @@ TEST(HugeFileStream, ReasonOfAFailedOpenIsKept) {
       {"folder, to create", "sub", true, true, StreamError::kFolder},
       {"pipe, to read", "pipe", false, false, StreamError::kOther},
       {"pipe, to write", "pipe", false, true, StreamError::kOther},
+      {"link to nothing, to read", "nowhere.dtm", false, false, StreamError::kLinkNowhere},
+      {"link to nothing, to write", "nowhere.dtm", false, true, StreamError::kLinkNowhere},
+      {"link to nothing, to create", "nowhere.dtm", true, true, StreamError::kLinkNowhere},
+      {"link below a file", "below.dtm", false, false, StreamError::kLinkNowhere},
+      {"loop of links, to read", "loop", false, false, StreamError::kLinkNowhere},
+      {"loop of links, to create", "loop", true, true, StreamError::kLinkNowhere},
+      {"name too long", longName.c_str(), false, false, StreamError::kNameTooLong},
+      {"name too long, to create", longName.c_str(), true, true, StreamError::kNameTooLong},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);

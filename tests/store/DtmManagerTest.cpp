@@ -381,6 +381,9 @@ TEST(DtmManager, LastOpenErrorTellsWhy) {
   damaged[20] ^= 0xFF;
   folder.Write("header.dtm", damaged);
   ASSERT_EQ(mkfifo(folder.File("pipe").c_str(), 0600), 0);
+  fs::create_symlink("none.dtm", folder.File("nowhere.dtm"));
+  fs::create_symlink("loop", folder.File("loop"));
+  const std::wstring tooLong = folder.WideFile(std::string(256, 'n'));
   const create_params params;
   const struct {
     const char* name;
@@ -402,6 +405,11 @@ TEST(DtmManager, LastOpenErrorTellsWhy) {
       {"another writer", folder.WideFile("held.dtm"), true, nullptr, DtmOpenError::kHeldByWriter},
       {"a pipe", folder.WideFile("pipe"), false, nullptr, DtmOpenError::kOther},
       {"no name", L"", false, nullptr, DtmOpenError::kNoName},
+      {"a link to nothing", folder.WideFile("nowhere.dtm"), false, nullptr, DtmOpenError::kLinkNowhere},
+      {"a link to nothing to create", folder.WideFile("nowhere.dtm"), true, &params, DtmOpenError::kLinkNowhere},
+      {"a loop of links", folder.WideFile("loop"), false, nullptr, DtmOpenError::kLinkNowhere},
+      {"a name too long", tooLong, false, nullptr, DtmOpenError::kNameTooLong},
+      {"a name too long to create", tooLong, true, &params, DtmOpenError::kNameTooLong},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -423,6 +431,23 @@ TEST(DtmManager, LastOpenErrorTellsWhatTheSystemForbids) {
   EXPECT_EQ(OpenShared(readable, true), nullptr);
   EXPECT_EQ(DtmManager::LastOpenError(), DtmOpenError::kNotWritable);
   EXPECT_NE(SharedModel(Manager().OpenDtmUntouched(readable)), nullptr);
+}
+
+TEST(DtmManager, AFolderThatMayNotBeEnteredIsToldFromAFileThatIsNotThere) {
+  const TestFolder folder;
+  fs::permissions(folder.Path(), fs::perms(0755));
+  fs::create_directory(folder.File("closed"));
+  MakeModel(folder, "closed/a.dtm");
+  fs::permissions(folder.File("closed"), fs::perms::none);
+  {
+    const AsStranger stranger;
+    const create_params params;
+    EXPECT_EQ(OpenShared(folder.WideFile("closed/a.dtm"), false), nullptr);
+    EXPECT_EQ(DtmManager::LastOpenError(), DtmOpenError::kNotPermitted);
+    EXPECT_EQ(CreateShared(folder.WideFile("closed/new.dtm"), params), nullptr);
+    EXPECT_EQ(DtmManager::LastOpenError(), DtmOpenError::kNotPermitted);
+  }
+  fs::permissions(folder.File("closed"), fs::perms(0755));
 }
 
 TEST(DtmManager, LastOpenErrorIsTheCallingThreadsAndGoneAfterASuccess) {

@@ -4,6 +4,7 @@
 #include <cwctype>
 #include <filesystem>
 #include <mutex>
+#include <system_error>
 
 #include "vakdtm/services/files/FileName.h"
 #include "vakdtm/services/files/HugeFileStream.h"
@@ -57,9 +58,21 @@ DtmOpenError ReasonOf(StreamError error) {
       return DtmOpenError::kHeldByWriter;
     case StreamError::kNoSpace:
       return DtmOpenError::kNoSpace;
+    case StreamError::kLinkNowhere:
+      return DtmOpenError::kLinkNowhere;
+    case StreamError::kNameTooLong:
+      return DtmOpenError::kNameTooLong;
     default:
       return DtmOpenError::kOther;
   }
+}
+
+/// Why the system couldn't say which file a name is.
+DtmOpenError ReasonOf(const std::error_code& error) {
+  if (error == std::errc::permission_denied) return DtmOpenError::kNotPermitted;
+  if (error == std::errc::too_many_symbolic_link_levels) return DtmOpenError::kLinkNowhere;
+  if (error == std::errc::filename_too_long) return DtmOpenError::kNameTooLong;
+  return error == std::errc::no_such_file_or_directory ? DtmOpenError::kMissing : DtmOpenError::kOther;
 }
 
 void ApplySettings(DtmFile& model, const DtmManager::create_params& params) {
@@ -98,8 +111,9 @@ DtmUpdateFile* DtmManager::Open(const std::wstring& name, Access access, const c
   const std::scoped_lock lock(mutex_);
   if (params && !AreUsable(*params)) return Failed(DtmOpenError::kBadSettings);
   if (name.empty()) return params ? OpenTemporary(*params) : Failed(DtmOpenError::kNoName);
-  const std::wstring wanted = GetCanonicalPath(name);
-  if (wanted.empty()) return Failed(DtmOpenError::kMissing);
+  std::error_code error;
+  const std::wstring wanted = GetCanonicalPath(name, error);
+  if (wanted.empty()) return Failed(ReasonOf(error));
   if (DtmUpdateFile* const open = FindModel(wanted)) return Share(*open, access, params);
   return OpenNew(wanted, access, params);
 }

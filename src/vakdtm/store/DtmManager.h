@@ -23,6 +23,9 @@ enum class DtmOpenError {
   kInUse,         ///< to be created, but open in this process
   kBadSettings,   ///< cell size, area size or block list that no model can have
   kNoName,        ///< an empty name without settings for a temporary model
+  kNotPermitted,  ///< not permitted to enter a folder on the way to it
+  kLinkNowhere,   ///< the name is a link's that leads to no file, or round in a loop
+  kNameTooLong,   ///< the name is longer than names may be
   kOther
 };
 

@@ -58,12 +58,17 @@ std::wstring GetTitleFromPath(const std::wstring& path) {
 }
 
 std::wstring GetCanonicalPath(const std::wstring& path) {
+  std::error_code error;
+  return GetCanonicalPath(path, error);
+}
+
+std::wstring GetCanonicalPath(const std::wstring& path, std::error_code& error) {
+  error.clear();
   if (path.empty()) return {};
-  std::error_code failed;
-  const std::filesystem::path absolute = std::filesystem::absolute(ToUtf8(path), failed);
-  if (failed) return {};
-  const std::filesystem::path canonical = std::filesystem::weakly_canonical(absolute, failed);
-  return failed ? std::wstring() : FromUtf8(canonical.native());
+  const std::filesystem::path absolute = std::filesystem::absolute(ToUtf8(path), error);
+  if (error) return {};
+  const std::filesystem::path canonical = std::filesystem::weakly_canonical(absolute, error);
+  return error ? std::wstring() : FromUtf8(canonical.native());
 }
 
 }  // namespace vak

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <system_error>
 
 namespace vak {
 
@@ -54,5 +55,7 @@ std::wstring GetTitleFromPath(const std::wstring& path);
 /// Two names of one file give the same (hard links aside), whether the file is there yet or not.
 /// @return empty for an empty name, and when the system can't say (a loop of links).
 std::wstring GetCanonicalPath(const std::wstring& path);
+/// @param error  why the system can't say (a folder that may not be entered, a loop of links); clear otherwise.
+std::wstring GetCanonicalPath(const std::wstring& path, std::error_code& error);
 
 }  // namespace vak

@@ -32,6 +32,10 @@ StreamError ErrorOf(int number) {
     case ENOENT:
     case ENOTDIR:
       return StreamError::kMissing;
+    case ELOOP:
+      return StreamError::kLinkNowhere;
+    case ENAMETOOLONG:
+      return StreamError::kNameTooLong;
     case EISDIR:
       return StreamError::kFolder;
     case EACCES:
@@ -136,7 +140,16 @@ struct HugeFileStream::Impl {
     return false;
   }
 
-  bool Fail(int systemNumber) { return Fail(ErrorOf(systemNumber), systemNumber); }
+  bool Fail(int systemNumber) {
+    const StreamError why = ErrorOf(systemNumber);
+    return Fail(why == StreamError::kMissing && IsLink() ? StreamError::kLinkNowhere : why, systemNumber);
+  }
+
+  /// Whether the name itself is a link's, wherever that leads.
+  bool IsLink() const {
+    struct stat info{};
+    return lstat(systemName.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+  }
 
   bool FailToRead(int systemNumber) {
     const bool denied = systemNumber == EACCES || systemNumber == EPERM;
@@ -173,10 +186,19 @@ struct HugeFileStream::Impl {
 
   bool LockForWriting() {
     const int why = TakeWriterLock(file.Get());
-    readWrite = why == 0;
+    readWrite = why == 0 && IsStillNamed();
     if (readWrite) return true;
     file.Close();
-    return FailToLock(why);
+    // Whoever replaced the file had it locked for that: it was another's when we came.
+    return FailToLock(why == 0 ? EAGAIN : why);
+  }
+
+  /// Whether the name still leads to the open file. A file that was replaced between our opening and our locking is
+  /// nobody's any more: what is written into it is lost.
+  bool IsStillNamed() const {
+    struct stat own{};
+    struct stat named{};
+    return fstat(file.Get(), &own) == 0 && stat(systemName.c_str(), &named) == 0 && IsSameFile(own, named);
   }
 
   /// Tells a file that may not be written from one that may not even be read.

@@ -16,6 +16,8 @@ enum class StreamError {
   kNotWritable,   ///< Not let write: by the system, by `RefuseWriting`, or because the stream is read-only.
   kFolder,        ///< The name is a folder's.
   kHeldByWriter,  ///< Another stream, of this process or another, has the file read-write.
+  kLinkNowhere,   ///< The name is a link's that leads to no file, or round in a loop.
+  kNameTooLong,   ///< The name is longer than names may be.
   kNoSpace,       ///< The disk, the quota or the largest file size is used up.
   kOther          ///< Something else; `LastErrno` tells what.
 };

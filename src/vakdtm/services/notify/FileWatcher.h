@@ -9,16 +9,19 @@ namespace vak {
 /// `SubscriptionManager::Instance().Notify(0, path, nullptr, nullptr)` on the watcher's own thread.
 ///
 /// (1) A change that is made after `AddFileWatch` has returned is told, and no change is the last one without a
-/// notification that begins after it. (2) Bursts are gathered: once it has told, the watcher tells nothing more for
-/// some 50 ms, so that a file that is written thousands of times a second costs its watchers next to nothing. (3) The
-/// name is followed: when another file comes to stand under it, by renaming or by being made anew, that is a change and
-/// that file is watched from then on. What does not hold: that every notification stands for a change of the content. A
-/// change of permissions or times, the file's removal, and events that the system had to drop are told as well.
+/// notification that begins after it. (2) Bursts are gathered: after something has happened, the watcher tells nothing
+/// more for some 50 ms, so that a file that is written thousands of times a second costs its watchers next to nothing.
+/// (3) The name is followed: when another file comes to stand under it, by renaming or by being made anew, that is a
+/// change and that file is watched from then on. What does not hold: that every notification stands for a change of the
+/// content. A change of permissions or times, the file's removal, and events that the system had to drop are told as
+/// well. Nor that a folder above the file's own may be renamed: the file is followed to where it goes, and the name is
+/// lost.
 ///
-/// A change reaches the subscribers at once where the system delivers events. Where it doesn't, the file is looked at
-/// five times a second: on network and other file systems that others can change behind the system's back, where the
-/// system has no more watches to give, and while the folder isn't there. There a change is told once more about two
-/// seconds after the last that was seen, since a file's time can't tell two changes within its grain apart.
+/// A change reaches the subscribers within those 50 ms where the system delivers events. Where it doesn't, the file is
+/// looked at five times a second: on network and other file systems that others can change behind the system's back,
+/// where the system has no more watches to give, and while the folder isn't there. A file that is looked at is told of
+/// once more about two seconds after its last change, or after its watch began, since a file's time can't tell two
+/// changes within its grain apart.
 ///
 /// Any thread may call any operation, with any locks held, also a subscriber from within its call. There is a thread
 /// while something is watched, asleep while nothing happens, and none otherwise.

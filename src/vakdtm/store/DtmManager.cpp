@@ -1,6 +1,7 @@
 #include "vakdtm/store/DtmManager.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cwctype>
 #include <filesystem>
 #include <mutex>
@@ -8,6 +9,8 @@
 
 #include "vakdtm/services/files/FileName.h"
 #include "vakdtm/services/files/HugeFileStream.h"
+#include "vakdtm/services/notify/FileWatcher.h"
+#include "vakdtm/services/notify/SubscriptionManager.h"
 #include "vakdtm/services/platform/Platform.h"
 #include "vakdtm/services/text/Utf8.h"
 
@@ -96,6 +99,17 @@ DtmManager& DtmManager::GetDtmManager() {
   return manager;
 }
 
+DtmManager::DtmManager() {
+  // Models that are still open when the process ends give their subscriptions back: these must go after the manager.
+  SubscriptionManager::Instance();
+  FileWatcher::Instance();
+}
+
+DtmManager::~DtmManager() {
+  const std::scoped_lock lock(mutex_);
+  EndSyncing();
+}
+
 DtmUpdateFile* DtmManager::OpenDtm(const std::wstring& name, bool readWrite, const create_params* params) {
   return Open(name, readWrite ? Access::kReadWrite : Access::kRead, params);
 }
@@ -158,7 +172,9 @@ DtmUpdateFile* DtmManager::OpenNew(const std::wstring& name, Access access, cons
     if (made) DeleteFileW(name);
     return Failed(why);
   }
-  return models_.emplace_back(std::move(model)).get();
+  models_.push_back(std::move(model));
+  StartSyncing();
+  return models_.back().get();
 }
 
 void DtmManager::RemoveDtm(DtmUpdateFile* model) {
@@ -167,6 +183,49 @@ void DtmManager::RemoveDtm(DtmUpdateFile* model) {
   std::erase_if(models_, [&](const auto& owned) { return owned.get() == model; });
   std::wstring temporary;
   if (!persists && GetTempPathW(temporary) && name.starts_with(temporary)) DeleteFileW(name);
+  if (models_.empty()) EndSyncing();
+}
+
+void DtmManager::StartSyncing() {
+  if (syncer_) return;
+  syncer_ = std::make_unique<Syncer>();
+  // Under the manager lock, which the thread needs before it does anything.
+  syncer_->thread =
+      std::make_unique<Thread>(ThreadPriority::kLowest, [this, syncer = syncer_.get()] { SyncUntil(syncer->stop); });
+}
+
+void DtmManager::EndSyncing() {
+  if (!syncer_) return;
+  const std::unique_ptr<Syncer> ending = std::move(syncer_);
+  // The thread needs the lock to end its pass. Whoever opens a model meanwhile gets a thread of its own.
+  const std::uint32_t depth = mutex_.UnlockAll();
+  ending->stop.Set();
+  ending->thread->Join();
+  mutex_.RelockAll(depth);
+}
+
+void DtmManager::SyncUntil(Event& stop) {
+  for (;;) {
+    std::chrono::milliseconds wait{};
+    {
+      const std::scoped_lock lock(mutex_);
+      wait = std::chrono::milliseconds(syncTime_);
+    }
+    if (stop.Wait(wait)) return;
+    SyncModified();
+  }
+}
+
+void DtmManager::SyncModified() {
+  const std::scoped_lock lock(mutex_);
+  // Who is told of a change may open another model, so the list may grow and move meanwhile.
+  std::size_t next = 0;
+  while (next < models_.size()) {
+    DtmUpdateFile& model = *models_[next++];
+    if (!model.IsModified()) continue;
+    model.ResetModified();  // before, so that a change during the pass isn't lost
+    model.Sync();
+  }
 }
 
 std::uint16_t DtmManager::SetDtmSyncTime(std::uint16_t ms) {

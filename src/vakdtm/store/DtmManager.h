@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "vakdtm/services/platform/Event.h"
 #include "vakdtm/services/platform/RecursiveMutex.h"
+#include "vakdtm/services/platform/Thread.h"
 #include "vakdtm/store/DtmUpdateFile.h"
 
 namespace vak {
@@ -31,7 +33,11 @@ enum class DtmOpenError {
 
 /// Owner of every grid model that is open in this process, at most one a file.
 ///
-/// One object a process. Any thread may call.
+/// While a model is open, one thread of lowest priority syncs: every sync time it writes out what this process changed
+/// and reads in what another has written, of the models that are marked as modified.
+///
+/// One object a process. Any thread may call; only whoever is called within a notification must not close the last
+/// count of a model there, since the model is at work.
 class DtmManager {
  public:
   /// What a new model is made with. A value that isn't positive, or an empty list, keeps the default: areas of 64
@@ -63,8 +69,12 @@ class DtmManager {
   /// Why the last `OpenDtm` of the calling thread failed; `kNone` after one that didn't.
   static DtmOpenError LastOpenError();
 
-  /// Sets the time between two passes of syncing, at least 500 ms. @return the old value; 2000 at first.
+  /// Sets the time between two passes of syncing, at least 500 ms. A wait that has begun isn't cut short.
+  /// @return the old value; 2000 at first.
   std::uint16_t SetDtmSyncTime(std::uint16_t ms);
+
+  /// One pass of syncing on this thread, just as the sync thread makes them: every model that is marked as modified.
+  void SyncModified();
 
   /// Takes the manager lock, which serialises opening, closing and changes of mode. Always true. Re-entrant.
   bool Lock() {
@@ -81,8 +91,14 @@ class DtmManager {
   friend class DtmUpdateFile;
   enum class Access { kRead, kReadOnlyForGood, kReadWrite };
 
-  DtmManager() = default;
-  ~DtmManager() = default;
+  /// The thread that syncs, with the event that ends it.
+  struct Syncer {
+    Event stop;
+    std::unique_ptr<Thread> thread;
+  };
+
+  DtmManager();
+  ~DtmManager();
 
   DtmUpdateFile* Open(const std::wstring& name, Access access, const create_params* params);
   DtmUpdateFile* OpenTemporary(const create_params& params);
@@ -90,10 +106,14 @@ class DtmManager {
   DtmUpdateFile* Share(DtmUpdateFile& model, Access access, const create_params* params);
   DtmUpdateFile* FindModel(const std::wstring& name) const;
   void RemoveDtm(DtmUpdateFile* model);
+  void StartSyncing();
+  void EndSyncing();
+  void SyncUntil(Event& stop);
 
   RecursiveMutex mutex_;
   std::vector<std::unique_ptr<DtmUpdateFile>> models_;  // guarded by mutex_; in order of opening
   std::uint16_t syncTime_ = 2000;                       // guarded by mutex_; ms
+  std::unique_ptr<Syncer> syncer_;                      // guarded by mutex_; null while no model is open
 };
 
 }  // namespace vak

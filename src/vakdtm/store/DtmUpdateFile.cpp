@@ -2,6 +2,8 @@
 
 #include "vakdtm/services/files/FileName.h"
 #include "vakdtm/services/files/HugeFileStream.h"
+#include "vakdtm/services/notify/FileWatcher.h"
+#include "vakdtm/services/notify/Subscriber.h"
 #include "vakdtm/services/notify/SubscriptionManager.h"
 #include "vakdtm/services/platform/Platform.h"
 #include "vakdtm/store/DtmManager.h"
@@ -16,13 +18,28 @@ constexpr int kRectChanged = 1;
 }  // namespace
 
 DtmUpdateFile::DtmUpdateFile(HugeFileStream* stream, bool create)
-    : DtmFile(stream, create),
-      hugeStream_(stream),
-      fileName_(stream->FileName()),
-      name_(GetTitleFromPath(fileName_)),
-      fileTime_(ReadFileTime()) {}
+    : DtmFile(stream, create), hugeStream_(stream), fileName_(stream->FileName()), name_(GetTitleFromPath(fileName_)) {
+  using OwnSubscriber = MemFunNoInfoSubscriber<DtmUpdateFile>;
+  subscription_.SetSubscriber(std::make_unique<OwnSubscriber>(this, &DtmUpdateFile::OnFileModified).release(), true);
+  if (stream->IsOpen() && !stream->IsReadWrite()) BeginWatching();
+  fileTime_ = ReadFileTime();
+}
 
-DtmUpdateFile::~DtmUpdateFile() = default;
+DtmUpdateFile::~DtmUpdateFile() { EndWatching(); }
+
+void DtmUpdateFile::BeginWatching() {
+  if (watching_) return;
+  subscription_.Subscribe(fileName_);
+  watching_ = FileWatcher::Instance().AddFileWatch(fileName_);
+  if (!watching_) subscription_.Unsubscribe();
+}
+
+void DtmUpdateFile::EndWatching() {
+  if (!watching_) return;
+  FileWatcher::Instance().RemoveFileWatch(fileName_);
+  subscription_.Unsubscribe();
+  watching_ = false;
+}
 
 bool DtmUpdateFile::Open() {
   const std::scoped_lock lock(DtmManager::GetDtmManager());
@@ -64,6 +81,7 @@ bool DtmUpdateFile::MakeReadWrite(bool readWrite) {
     if (hugeStream_->IsReadWrite() == readWrite) return true;
     if (!hugeStream_->MakeReadWrite(readWrite)) return false;
   }
+  if (!readWrite) BeginWatching();
   const double time = ReadFileTime();
   if (time != fileTime_) {
     bool caughtUp = false;
@@ -80,6 +98,7 @@ bool DtmUpdateFile::MakeReadWrite(bool readWrite) {
     fileTime_ = time;
     FlushUpdateRect();
   }
+  if (readWrite) EndWatching();
   return true;
 }
 
@@ -118,17 +137,25 @@ bool DtmUpdateFile::GetUpdateRect(Page& rect, bool& flag) const {
 
 void DtmUpdateFile::Sync() {
   const std::scoped_lock lock(DtmManager::GetDtmManager());
+  if (observer_) observer_->OnSyncBegin();
   const double time = ReadFileTime();
-  bool followed = true;
-  if (IsReadWrite()) {
-    SyncWrite();
+  const bool writes = IsReadWrite();
+  bool done = false;
+  if (writes) {
+    done = SyncWrite();
   } else {
     DtmRectUpdater updater(this);
-    followed = SyncRead(&updater);
+    done = SyncRead(&updater);
   }
   // What couldn't be followed isn't seen: a model that becomes writable has to catch up with it.
-  if (followed) fileTime_ = time;
+  if (writes || done) fileTime_ = time;
   FlushUpdateRect();
+  if (observer_) observer_->OnSyncEnd(done);
+}
+
+void DtmUpdateFile::SetSyncObserver(DtmSyncObserver* observer) {
+  const std::scoped_lock lock(DtmManager::GetDtmManager());
+  observer_ = observer;
 }
 
 }  // namespace vak

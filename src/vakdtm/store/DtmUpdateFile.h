@@ -6,6 +6,7 @@
 #include <string>
 
 #include "vakdtm/services/geometry/Page.h"
+#include "vakdtm/services/notify/Subscription.h"
 #include "vakdtm/services/platform/RecursiveMutex.h"
 #include "vakdtm/store/DtmFile.h"
 
@@ -14,13 +15,31 @@ namespace vak {
 class HugeFileStream;
 enum class StreamError;
 
+/// Hears when a model is synced, for those who must know what is on the disk.
+///
+/// Called on the thread that syncs, under the manager lock: no opening, closing or waiting here.
+class DtmSyncObserver {
+ public:
+  virtual ~DtmSyncObserver() = default;
+  /// What was changed before this is called is part of the pass.
+  virtual void OnSyncBegin() = 0;
+  /// @param done  all of it is on the disk (of a read-only model: the file was followed).
+  virtual void OnSyncEnd(bool done) = 0;
+
+ protected:
+  DtmSyncObserver() = default;
+  DtmSyncObserver(const DtmSyncObserver&) = default;
+  DtmSyncObserver& operator=(const DtmSyncObserver&) = default;
+};
+
 /// A grid model as a process shares it: one object for everybody who opened the same file, counted.
 ///
 /// Made and owned by `DtmManager`; whoever got it from `OpenDtm` gives it back by `Close` and must not touch it after
 /// that. It gathers the rectangle of what changed and announces it to this process's views: notification of kind 1
 /// under the file's name, at most one in 126 ms.
 ///
-/// At most one process holds a model read-write; the others hold it read-only. Any thread may call.
+/// At most one process holds a model read-write; the others hold it read-only, watch the file and follow. Any thread
+/// may call.
 /// Lock order: manager lock, file lock, area lock, rectangle lock and stream lock.
 class DtmUpdateFile final : public DtmFile {
  public:
@@ -57,8 +76,11 @@ class DtmUpdateFile final : public DtmFile {
   /// @return false when nothing is gathered.
   bool GetUpdateRect(Page& rect, bool& flag) const;
 
-  /// Writes a read-write model out or reads a read-only one in. Failures aren't told: the next pass tries again.
+  /// Writes a read-write model out or reads a read-only one in. Failures aren't told here: the pass that follows the
+  /// next change tries again.
   void Sync();
+  /// Sets who hears of every `Sync`; null: nobody. Not owned; when this returns the former one isn't called any more.
+  void SetSyncObserver(DtmSyncObserver* observer);
 
   /// Whether a temporary model's file stays after its last `Close`.
   void SetTmpFilePersist(bool persist) { persists_.store(persist, std::memory_order_relaxed); }
@@ -66,8 +88,11 @@ class DtmUpdateFile final : public DtmFile {
 
  private:
   static constexpr std::uint32_t kNotifyInterval = 126;  // ms
+  static constexpr int kFileChanged = 0;                 // kind of notification
 
   double ReadFileTime() const;
+  void BeginWatching();
+  void EndWatching();
 
   HugeFileStream* hugeStream_;  // the stream that DtmFile owns
   std::wstring fileName_;
@@ -77,8 +102,11 @@ class DtmUpdateFile final : public DtmFile {
   bool rectFlag_ = false;
   Page updateRect_;
   mutable RecursiveMutex rectMutex_;
+  Subscription subscription_{kFileChanged};
+  bool watching_ = false;  // guarded by the manager lock, like the two members below
+  DtmSyncObserver* observer_ = nullptr;
   std::atomic<bool> modified_{false};
-  double fileTime_ = 0;  // guarded by the manager lock: the file's last-modified time as last seen
+  double fileTime_ = 0;  // the file's last-modified time as last seen
   std::atomic<bool> persists_{false};
 };
 

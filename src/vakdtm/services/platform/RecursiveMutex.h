@@ -42,6 +42,19 @@ class RecursiveMutex {
     if (waiters_.load(std::memory_order_relaxed) != 0) WakeOne();
   }
 
+  /// Gives it back however often this thread has taken it, so that others get on while it waits for them.
+  /// Requires: this thread holds it. @return what `RelockAll` wants, to take it as often again.
+  std::uint32_t UnlockAll() {
+    const std::uint32_t depth = depth_;
+    depth_ = 0;
+    unlock();
+    return depth;
+  }
+  void RelockAll(std::uint32_t depth) {
+    lock();
+    depth_ = depth;
+  }
+
  private:
   static constexpr std::uintptr_t kNobody = 0;
 

@@ -1,5 +1,6 @@
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -69,34 +70,37 @@ class Follower {
 
   int Told() const { return told_; }
 
+  /// Waits, with a bound, until something holds after a notification, or does already.
+  bool Finds(const std::function<bool()>& holds) const {
+    std::unique_lock lock(mutex_);
+    return toldSomething_.wait_for(lock, kBound, holds);
+  }
+
   /// Waits until it has been told more than `before` times.
   bool IsToldBeyond(int before) const {
-    return Becomes([this, before] { return told_ > before; });
+    return Finds([this, before] { return told_ > before; });
   }
 
   /// Changes the file and waits until that is told, by a notification that finds the file as it is after the change.
   bool IsTold(const std::function<void()>& change) const {
     change();
-    return Becomes([this, now = LookAtFile(ToUtf8(path_))] {
-      const std::scoped_lock lock(mutex_);
-      return found_ == now;
-    });
+    return Finds([this, now = LookAtFile(ToUtf8(path_))] { return found_ == now; });
   }
 
  private:
   void OnTold() {
     work_();
-    {
-      const std::scoped_lock lock(mutex_);
-      found_ = LookAtFile(ToUtf8(path_));
-    }
+    const std::scoped_lock lock(mutex_);
+    found_ = LookAtFile(ToUtf8(path_));
     ++told_;
+    toldSomething_.notify_all();
   }
 
   const std::wstring path_;
   const std::function<void()> work_;
   std::atomic<int> told_{0};
   mutable std::mutex mutex_;
+  mutable std::condition_variable toldSomething_;
   FileStamp found_;  // guarded by mutex_: how the last notification found the file
   bool watched_ = false;
   Subscription subscription_{0};
@@ -177,7 +181,7 @@ TEST_P(FileWatcherThreadTest, ChangeByAnotherProcessIsTold) {
   int status = -1;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   ASSERT_EQ(status, 0);
-  EXPECT_TRUE(Becomes([&seen] { return seen.load(); }));
+  EXPECT_TRUE(follower.Finds([&seen] { return seen.load(); }));
 }
 
 TEST_P(FileWatcherThreadTest, ChangeRightAfterTheWatchBeganIsTold) {
@@ -186,7 +190,7 @@ TEST_P(FileWatcherThreadTest, ChangeRightAfterTheWatchBeganIsTold) {
     const std::string text = "r" + std::to_string(1000 + round);
     const Follower follower(path_, [&] { seen = seen || folder_.Text("a.dtm").starts_with(text); });
     Overwrite(file_, text);
-    ASSERT_TRUE(Becomes([&seen] { return seen.load(); })) << round;
+    ASSERT_TRUE(follower.Finds([&seen] { return seen.load(); })) << round;
   }
 }
 
@@ -218,11 +222,11 @@ TEST_P(FileWatcherThreadTest, FolderThatIsNotThereYetOrGoesIsFollowed) {
     expect(text);
     fs::create_directory(folder_.Path() / "sub");
     folder_.Write("sub/a.dtm", text);
-    EXPECT_TRUE(Becomes([&seen] { return seen.load(); })) << text;
+    EXPECT_TRUE(follower.Finds([&seen] { return seen.load(); })) << text;
     const std::string changed = std::string(text) + "!";
     expect(changed);
     folder_.Write("sub/a.dtm", changed);
-    EXPECT_TRUE(Becomes([&seen] { return seen.load(); })) << changed;
+    EXPECT_TRUE(follower.Finds([&seen] { return seen.load(); })) << changed;
     fs::rename(folder_.Path() / "sub", folder_.Path() / text);
   }
 }
@@ -243,7 +247,7 @@ TEST_P(FileWatcherThreadTest, LastOfAThousandChangesIsSeenAndBurstsAreGathered) 
     const std::string text = std::to_string(100000 + i);
     ASSERT_EQ(pwrite(handle.Get(), text.data(), text.size(), 0), 6);
   }
-  EXPECT_TRUE(Becomes([&seen] { return seen == 100000 + kWrites; }));
+  EXPECT_TRUE(follower.Finds([&seen] { return seen == 100000 + kWrites; }));
   const auto passed = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start);
   EXPECT_LE(follower.Told(), 2 + passed.count() / 50);
 }

@@ -5,8 +5,10 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
+#include <sched.h>
 #include <string>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 #include "vakdtm/services/platform/Platform.h"
@@ -248,9 +250,18 @@ TEST(Platform, CopyTakesNamesOfAnyBytes) {
   EXPECT_EQ(folder.Text("\xE2\x82\xAC"), "x");
 }
 
-TEST(Platform, ThereIsAtLeastOneCore) {
-  EXPECT_GE(GetTotalNumberOfCores(), 1U);
-  EXPECT_LT(GetTotalNumberOfCores(), 100000U);
+TEST(Platform, CoresAreThoseThatTheThreadMayRunOn) {
+  cpu_set_t allowed;
+  CPU_ZERO(&allowed);
+  ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
+  EXPECT_EQ(GetTotalNumberOfCores(), static_cast<unsigned long>(CPU_COUNT(&allowed)));
+  std::thread([] {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<unsigned>(sched_getcpu()), &one);
+    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+    EXPECT_EQ(GetTotalNumberOfCores(), 1U);
+  }).join();
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <sched.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -171,6 +172,12 @@ bool CopyFileW(const std::wstring& from, const std::wstring& to, bool overwrite)
   return false;
 }
 
-unsigned GetTotalNumberOfCores() { return std::max(1U, std::thread::hardware_concurrency()); }
+unsigned long GetTotalNumberOfCores() {
+  cpu_set_t allowed;
+  CPU_ZERO(&allowed);
+  // Fails on a machine with more processors than the set has room for.
+  const int count = sched_getaffinity(0, sizeof allowed, &allowed) == 0 ? CPU_COUNT(&allowed) : 0;
+  return count > 0 ? static_cast<unsigned long>(count) : std::max(1U, std::thread::hardware_concurrency());
+}
 
 }  // namespace vak

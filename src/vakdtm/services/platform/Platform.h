@@ -83,7 +83,8 @@ bool DeleteFileW(const std::wstring& name);
 /// completed; nothing has changed then.
 bool CopyFileW(const std::wstring& from, const std::wstring& to, bool overwrite);
 
-/// The count of logical processors that this process may run on, at least 1.
-unsigned GetTotalNumberOfCores();
+/// The count of logical processors that the calling thread, and those that it starts, may run on, at least 1: as many
+/// as work at once, not as many as the machine has.
+unsigned long GetTotalNumberOfCores();
 
 }  // namespace vak

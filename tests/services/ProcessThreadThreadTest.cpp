@@ -185,6 +185,38 @@ TEST_F(ProcessThreadThreadTest, StartDoesNotWaitAndTheDestructorStops) {
   EXPECT_TRUE(stopped);
 }
 
+TEST_F(ProcessThreadThreadTest, StepsAreOwnedWhetherTheyRanOrNot) {
+  const auto held = std::make_shared<int>(0);
+  Add([held](TestProcessor&) { return false; });
+  Add([held](TestProcessor&) { return true; });
+  EXPECT_EQ(held.use_count(), 3);
+  EXPECT_EQ(job_->DoModal(), ProcessThread::kFailed);
+  EXPECT_EQ(held.use_count(), 3);
+  job_.reset();
+  EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST_F(ProcessThreadThreadTest, StepIsInitializedOnTheWorkerWhenItsTurnComes) {
+  std::string order;
+  std::thread::id worker;
+  for (const char name : {'a', 'b'}) {
+    auto step = std::make_unique<TestProcessor>(
+        [&order, name](TestProcessor&) {
+          order += name;
+          return true;
+        },
+        [&] {
+          order += 'i';
+          worker = std::this_thread::get_id();
+          return true;
+        });
+    job_->AddProcessor(step.release(), L"step");
+  }
+  EXPECT_EQ(job_->DoModal(), ProcessThread::kDone);
+  EXPECT_EQ(order, "iaib");
+  EXPECT_NE(worker, std::this_thread::get_id());
+}
+
 TEST_F(ProcessThreadThreadTest, StartedJobCanBeWaitedFor) {
   Add([](TestProcessor&) { return true; });
   ASSERT_TRUE(job_->StartThread(false));

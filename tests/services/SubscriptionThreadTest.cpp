@@ -259,6 +259,48 @@ TEST(SubscriptionThreadTest, PostedNotificationsArriveLaterInOrderOnOneOtherThre
   EXPECT_NE(threads[0], std::this_thread::get_id());
 }
 
+TEST(SubscriptionThreadTest, PostingWaitsForNoSubscriber) {
+  std::mutex modelLock;
+  Event called;
+  const View view([&] {
+    const std::scoped_lock lock(modelLock);
+    called.Set();
+  });
+  {
+    const std::scoped_lock lock(modelLock);
+    SubscriptionManager::Instance().NotifyPost(1, L"a.dtm");
+    SubscriptionManager::Instance().NotifyPost(1, L"a.dtm");
+    EXPECT_FALSE(called.Wait(std::chrono::milliseconds(0)));
+  }
+  EXPECT_TRUE(called.Wait(std::chrono::milliseconds(60000)));
+}
+
+TEST(SubscriptionThreadTest, InfoIsCopiedByWhoeverNeedsItLonger) {
+  struct AreaInfo : NotificationInfo {
+    int row = 0;
+  };
+  AreaInfo info;
+  info.row = 7;
+  AreaInfo kept;
+  class Keeper : public Subscriber {
+   public:
+    explicit Keeper(AreaInfo& kept) : kept_(kept) {}
+    void OnNotify(int /*kind*/, const std::wstring& /*name*/, const NotificationInfo* given) override {
+      const auto* area = dynamic_cast<const AreaInfo*>(given);
+      ASSERT_NE(area, nullptr);
+      kept_ = *area;
+    }
+
+   private:
+    AreaInfo& kept_;
+  } keeper(kept);
+  Subscription subscription(1);
+  subscription.SetSubscriber(&keeper, false);
+  subscription.Subscribe(L"a.dtm");
+  Notify(1, L"a.dtm", &info);
+  EXPECT_EQ(kept.row, 7);
+}
+
 TEST(SubscriptionThreadTest, ViewsComeAndGoWhileOthersNotify) {
   constexpr int kRounds = 1000;
   std::atomic<bool> ended{false};

@@ -3,6 +3,8 @@
 #include <memory>
 #include <signal.h>
 #include <string>
+#include <thread>
+#include <unistd.h>
 
 #include "vakdtm/services/jobs/MessageSink.h"
 #include "vakdtm/services/jobs/ProcessThread.h"
@@ -16,15 +18,21 @@
 namespace vak {
 namespace {
 
-/// Ends when it is stopped, and only then.
+/// Has Ctrl-C pressed while it runs. Ends when it is stopped then, and only then.
 class Endless final : public Processor {
  public:
+  explicit Endless(bool& ran) : ran_(ran) {}
   bool Process() override {
-    while (!IsStopped()) {
-    }
+    if (IsStopped()) return false;
+    ran_ = true;
+    raise(SIGINT);
+    while (!IsStopped()) std::this_thread::yield();
     return false;
   }
   double GetProgress() const override { return 0.5; }
+
+ private:
+  bool& ran_;
 };
 
 CommandContext Importing(bool quiet) {
@@ -69,9 +77,11 @@ TEST(CommandSinksDeathTest, CtrlCStopsAJob) {
         const CommandContext context = Importing(true);
         const CommandSinks sinks(context);
         ProcessThread job(L"", nullptr, false, nullptr, false);
-        job.AddProcessor(std::make_unique<Endless>().release(), L"");
-        raise(SIGINT);
-        _exit(job.DoModal() == ProcessThread::kStopped ? 42 : 43);
+        bool ran = false;
+        job.AddProcessor(std::make_unique<Endless>(ran).release(), L"");
+        alarm(60);  // ends a job that nobody stops
+        const bool stopped = job.DoModal() == ProcessThread::kStopped;
+        _exit(stopped && ran ? 42 : 43);
       },
       testing::ExitedWithCode(42), "");
 }

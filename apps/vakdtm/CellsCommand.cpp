@@ -124,7 +124,7 @@ int Cells(const CellsOptions& options, const CommandContext& context) {
   ProgressBar bar(context);
   CellWriter writer(*model, blocks, options, output);
   const std::vector<DtmArea*> areas = AreasInFileOrder(*model);
-  std::size_t unreadable = 0;
+  std::int64_t unreadable = 0;
   for (std::size_t i = 0; i < areas.size(); ++i) {
     if (StopRequested()) return context.Stopped("nothing was kept");
     if (!writer.WriteArea(*areas[i])) return FailWriting(context, output);
@@ -133,7 +133,7 @@ int Cells(const CellsOptions& options, const CommandContext& context) {
   }
   if (!output.Commit()) return FailWriting(context, output);
   if (unreadable > 0 || model->WalkStoppedAt() >= 0) {
-    const std::string what = unreadable > 0 ? std::to_string(unreadable) + " areas cannot be read"
+    const std::string what = unreadable > 0 ? Counted(unreadable, "area") + " cannot be read"
                                             : "damaged at offset " + std::to_string(model->WalkStoppedAt());
     return context.Fail(options.model, what + ", the cells of the others were written",
                         "run \"vakdtm verify " + options.model + "\"");

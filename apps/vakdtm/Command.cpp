@@ -1,10 +1,12 @@
 #include "Command.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <type_traits>
@@ -27,13 +29,38 @@ bool ParseAll(std::string_view text, Number& value) {
   return true;
 }
 
+/// The parser takes an argument "[a,b]" for a list and splits it, where any number of texts may stand. A mark at its
+/// end keeps it whole, since then it ends in no bracket; one that has marks of its own gets one more.
+constexpr char kMark = '\x01';
+
+bool IsBracketed(std::string_view text) {
+  const std::size_t last = text.find_last_not_of(kMark);
+  return text.size() > 1 && text.front() == '[' && last != std::string_view::npos && last > 0 && text[last] == ']';
+}
+
+/// The arguments as the parser wants them: without the program's name, the last one first.
+std::vector<std::string> MarkedArguments(int argc, const char* const* argv) {
+  std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+  for (std::string& argument : arguments) {
+    if (IsBracketed(argument)) argument += kMark;
+  }
+  std::reverse(arguments.begin(), arguments.end());
+  return arguments;
+}
+
+/// The argument as it was given.
+std::string Unmarked(std::string text) {
+  if (IsBracketed(text) && text.back() == kMark) text.pop_back();
+  return text;
+}
+
 /// Adds an option whose text is handed to `take`, which answers what is wrong with it, or nothing.
 CLI::Option* AddChecked(CLI::App& command, const std::string& names, const std::string& description,
                         const std::string& typeName, const std::function<std::string(const std::string&)>& take) {
   CLI::Option* option = command.add_option_function<std::string>(
       names,
       [take, names](const std::string& text) {
-        const std::string fault = take(text);
+        const std::string fault = take(Unmarked(text));
         if (!fault.empty()) throw CLI::ValidationError(names, fault);
       },
       description);
@@ -93,10 +120,31 @@ int UnitExponent(char letter) {
   }
 }
 
+/// @return how many bytes a character of UTF-8 has that begins with `first`; 1 for a byte that can't begin one.
+std::size_t CharacterLength(unsigned char first) {
+  if (first >= 0xC2 && first <= 0xDF) return 2;
+  if (first >= 0xE0 && first <= 0xEF) return 3;
+  return first >= 0xF0 && first <= 0xF4 ? 4 : 1;
+}
+
+bool IsContinuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+/// Whether this is a control character, or a byte that a terminal without UTF-8 takes for one.
+bool IsControl(std::string_view character) {
+  const auto first = static_cast<unsigned char>(character.front());
+  if (character.size() == 1) return first < 0x20 || (first >= 0x7F && first <= 0x9F);
+  return first == 0xC2 && static_cast<unsigned char>(character[1]) <= 0x9F;
+}
+
 std::string OneLine(std::string_view text) {
-  std::string line(text);
-  for (char& c : line) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+  std::string line;
+  while (!text.empty()) {
+    std::size_t length = std::min(CharacterLength(static_cast<unsigned char>(text.front())), text.size());
+    // A character that isn't whole is taken byte by byte.
+    if (!std::all_of(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(length), IsContinuation)) length = 1;
+    const std::string_view character = text.substr(0, length);
+    line += IsControl(character) ? std::string_view("?") : character;
+    text.remove_prefix(length);
   }
   return line;
 }
@@ -114,9 +162,11 @@ int PrintAnswer(const CLI::App& app, const CLI::Error& answer, const CommandCont
 std::string MisuseText(const CLI::App& app, const CLI::ParseError& error) {
   if (app.get_subcommands().empty()) {
     const std::vector<std::string> unknown = app.remaining();
-    return unknown.empty() ? "a subcommand is missing" : "there is no subcommand or option '" + unknown.front() + "'";
+    return unknown.empty() ? "a subcommand is missing"
+                           : "there is no subcommand or option '" + Unmarked(unknown.front()) + "'";
   }
   std::string text = error.what();
+  std::erase(text, kMark);
   if (!text.empty() && text.front() >= 'A' && text.front() <= 'Z')
     text.front() = static_cast<char>(text.front() + 'a' - 'A');
   return text;
@@ -179,7 +229,7 @@ int RunCommandLine(int argc, const char* const* argv,
   app.footer("Help on one of them, with an example: vakdtm SUBCOMMAND --help");
   for (const auto add : adders) add(app, context);
   try {
-    app.parse(argc, argv);
+    app.parse(MarkedArguments(argc, argv));
   } catch (const CLI::Success& answer) {
     return PrintAnswer(app, answer, context);
   } catch (const CLI::ParseError& error) {
@@ -207,12 +257,16 @@ CLI::Option* Required(CLI::Option* option) { return option->required(); }
 
 CLI::Option* AddText(CLI::App& command, const std::string& names, std::string& value, const std::string& typeName,
                      const std::string& description) {
-  return command.add_option(names, value, description)->type_name(typeName);
+  const auto take = [&value](const std::string& text) { value = Unmarked(text); };
+  return command.add_option_function<std::string>(names, take, description)->type_name(typeName);
 }
 
 CLI::Option* AddTexts(CLI::App& command, const std::string& names, std::vector<std::string>& values,
                       const std::string& typeName, const std::string& description) {
-  return command.add_option(names, values, description)->type_name(typeName);
+  const auto take = [&values](const std::vector<std::string>& texts) {
+    std::transform(texts.begin(), texts.end(), std::back_inserter(values), Unmarked);
+  };
+  return command.add_option_function<std::vector<std::string>>(names, take, description)->type_name(typeName);
 }
 
 CLI::Option* AddFlag(CLI::App& command, const std::string& names, bool& value, const std::string& description) {
@@ -238,6 +292,10 @@ CLI::Option* AddByteCount(CLI::App& command, const std::string& names, std::uint
     bytes = parsed;
     return std::string();
   });
+}
+
+std::string Counted(std::int64_t count, const char* noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
 bool ParseByteCount(std::string_view text, std::uint64_t& bytes) {

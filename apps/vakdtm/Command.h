@@ -23,8 +23,8 @@ enum ExitStatus : int { kDone = 0, kCouldNotBeDone = 1, kUsedWrongly = 2, kStopp
 /// What all subcommands have in common: the global options, the subcommand that was chosen, and how it speaks.
 ///
 /// Messages are one line each on standard error: "vakdtm import: survey.xyz:1042: 2 columns found - give x, y and z".
-/// Control characters in them, as a file name may have, are shown as '?'. Parsing sets the fields, on the main thread;
-/// any thread may print.
+/// Control characters in them, as a file name may have, are shown as '?', those of the second set (U+0080 to U+009F)
+/// too: a terminal obeys them as well. Parsing sets the fields, on the main thread; any thread may print.
 class CommandContext {
  public:
   bool quiet = false;        ///< the user wants to see errors only
@@ -106,6 +106,9 @@ CLI::Option* AddByteCount(CLI::App& command, const std::string& names, std::uint
 /// `B` or `iB` may follow: "268435456", "256M", "1GiB".
 /// @return false, with `bytes` as it was, for anything else and for 2^64 and above.
 [[nodiscard]] bool ParseByteCount(std::string_view text, std::uint64_t& bytes);
+
+/// @return the number with its noun: "1 area", "0 areas".
+std::string Counted(std::int64_t count, const char* noun);
 
 void AddCellsCommand(CLI::App& app, CommandContext& context);
 void AddCreateCommand(CLI::App& app, CommandContext& context);

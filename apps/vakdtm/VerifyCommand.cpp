@@ -31,22 +31,22 @@ Words Explain(StreamError error) {
     case StreamError::kMissing:
       return {"there is no such file", "check the name"};
     case StreamError::kNotReadable:
-      return {"cannot be read", "check the file's permissions"};
+      return {"cannot be read", "check the permissions of the file and its folder"};
     case StreamError::kNotWritable:
       return {"cannot be written", "check the permissions of the file and its folder"};
     case StreamError::kFolder:
       return {"is a folder", "name a file"};
     case StreamError::kHeldByWriter:
       return {"another process is writing it", "wait until that has ended"};
+    case StreamError::kLinkNowhere:
+      return {"is a link that leads nowhere", "mend the link, or name a file"};
+    case StreamError::kNameTooLong:
+      return {"the name is too long", "check the name"};
     case StreamError::kNoSpace:
       return {"no space left on the disk", "make room"};
     default:
       return {"cannot be opened", "name a grid model"};
   }
-}
-
-std::string Counted(std::int64_t count, const char* noun) {
-  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
 const char* SeverityWord(DtmFaultSeverity severity) {

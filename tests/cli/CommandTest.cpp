@@ -74,6 +74,7 @@ TEST(Command, WrongUseIsOneLineThatNamesTheHelp) {
       {"line break in an argument",
        {"sa\nil"},
        "vakdtm: there is no subcommand or option 'sa?il' - see 'vakdtm --help'\n"},
+      {"list in brackets", {"[a,b]"}, "vakdtm: there is no subcommand or option '[a,b]' - see 'vakdtm --help'\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -81,6 +82,33 @@ TEST(Command, WrongUseIsOneLineThatNamesTheHelp) {
     EXPECT_EQ(result.status, kUsedWrongly);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, c.error);
+  }
+}
+
+TEST(Command, ControlCharactersOfBothSetsAreShownAsQuestionMarks) {
+  const struct {
+    const char* name;
+    const char* text;
+    const char* shown;
+  } cases[] = {
+      {"first set and delete", "\t\x1b[2J\x7f!", "??[2J?!"},
+      {"second set",
+       "\xc2\x80\xc2\x9b"
+       "2J\xc2\x9f!",
+       "??2J?!"},
+      {"what lies behind it", "\xc2\xa0\xc3\x9f\xe2\x80\x93\xf0\x9f\x8c\x8a",
+       "\xc2\xa0\xc3\x9f\xe2\x80\x93\xf0\x9f\x8c\x8a"},
+      {"bytes that are no UTF-8",
+       "\x9b"
+       "2J\xe4\xff",
+       "?2J\xe4\xff"},
+      {"characters that break off", "\xe2\x80\xc2", "\xe2?\xc2"},
+      {"a beginning before a control character", "\xc3\x1b[2J", "\xc3?[2J"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(Vakdtm({"info", c.text}).err,
+              std::string("vakdtm info: ") + c.shown + ": no such file - check the name\n");
   }
 }
 
@@ -119,11 +147,20 @@ TEST(Command, HelpThatCannotBeWrittenIsAFailure) {
 }
 
 TEST(Command, QuietStandsBeforeOrBehindTheSubcommand) {
-  for (const auto& arguments : {std::vector<std::string>{"--quiet", "simulate", "-o", "-", "--count", "1"},
-                                std::vector<std::string>{"simulate", "-o", "-", "--count", "1", "-q"}}) {
-    const CommandResult result = Vakdtm(arguments);
-    EXPECT_EQ(result.status, kDone);
-    EXPECT_EQ(result.err, "");
+  // An empty text gets a warning and makes no model.
+  const std::vector<std::string> loud = {"import", "/nowhere/a.dtm", "-", "--cell-size", "1"};
+  EXPECT_THAT(Vakdtm(loud).err, HasSubstr("warning: standard input: is empty"));
+  EXPECT_NE(Vakdtm(loud).out, "");
+  for (const char* option : {"-q", "--quiet"}) {
+    for (const bool before : {true, false}) {
+      SCOPED_TRACE(std::string(option) + (before ? " before" : " behind"));
+      std::vector<std::string> arguments = loud;
+      arguments.insert(before ? arguments.begin() : arguments.end(), option);
+      const CommandResult result = Vakdtm(arguments);
+      EXPECT_EQ(result.status, kDone);
+      EXPECT_EQ(result.out, "");
+      EXPECT_EQ(result.err, "");
+    }
   }
 }
 

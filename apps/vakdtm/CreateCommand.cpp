@@ -1,5 +1,5 @@
-#include <filesystem>
 #include <memory>
+#include <utility>
 
 #include "Command.h"
 #include "ModelFile.h"
@@ -21,17 +21,11 @@ int Create(const CreateOptions& options, const CommandContext& context) {
   if (!options.blocks.empty() && !ParseBlocksToCreate(options.blocks, blocks, error)) {
     return context.Misuse("--blocks: " + error, "name them as in --blocks VAL,NUM");
   }
-  std::error_code code;
-  // What is said about a folder is said below: --force doesn't replace one.
-  if (!options.force && std::filesystem::exists(options.model, code) &&
-      !std::filesystem::is_directory(options.model, code)) {
-    return context.Fail(options.model, "exists already", "name another file, or say --force to replace it");
-  }
-  ModelFile model = CreateModel(context, options.model, options.cellSize, static_cast<int>(options.areaSize), blocks);
-  if (!model) return kCouldNotBeDone;
-  // The last closing writes the index too, but keeps quiet about it.
-  if (!model->SyncWrite()) return context.Fail(options.model, "cannot be written to the end", "check the disk");
-  return kDone;
+  using Existing = UnfinishedFile::Existing;
+  const WhenThere whenThere{options.force ? Existing::kReplace : Existing::kRefuse, "exists already",
+                            "name another file, or say --force to replace it"};
+  const ModelSettings settings{options.cellSize, static_cast<int>(options.areaSize), std::move(blocks)};
+  return CreateModel(context, options.model, settings, whenThere) ? kDone : kCouldNotBeDone;
 }
 
 }  // namespace

@@ -22,8 +22,8 @@ namespace {
 struct ImportOptions {
   std::string model;
   std::vector<std::string> files;
-  double cellSize = 0;  // 0: not given
-  std::uint64_t areaSize = 64;
+  double cellSize = 0;         // 0: not given
+  std::uint64_t areaSize = 0;  // 0: not given
   std::string blocks;
   bool clearFirst = false;
   bool negate = false;
@@ -34,6 +34,8 @@ struct ImportOptions {
 
 /// Cells of half a metre make a grid of one cell out of a chart in degrees.
 constexpr double kTooLargeForDegrees = 0.5;
+
+constexpr int kUsualAreaSize = 64;
 
 std::string Text(double value) {
   std::string text;
@@ -76,28 +78,47 @@ class Import {
     }
     if (options_.model.empty()) return context_.Fail("''", "is no name for a model", "name a file");
     std::error_code code;
-    exists_ = std::filesystem::exists(options_.model, code);
+    // What can't be looked at, or is a link to nothing, isn't made either: opening it tells why.
+    exists_ = std::filesystem::status(options_.model, code).type() != std::filesystem::file_type::not_found ||
+              std::filesystem::is_symlink(options_.model, code);
     if (!exists_ && options_.cellSize == 0) {
       return context_.Fail(options_.model, "no such file", "give --cell-size to make it");
     }
     if (exists_) {
       held_ = HoldForWriting(context_, options_.model);
       if (!held_) return kCouldNotBeDone;
-      if (options_.cellSize != 0 && options_.cellSize != held_.CellSize()) {
-        return context_.Fail(options_.model, "has cells of " + Text(held_.CellSize()) + " m", "leave --cell-size out");
-      }
+      if (const int status = CompareSettings(); status != kDone) return status;
     }
     for (const std::string& file : options_.files) {
       std::error_code same;
       if (exists_ && file != "-" && std::filesystem::equivalent(file, options_.model, same)) {
         return context_.Misuse("the model is named as its own input", "name a text of soundings");
       }
-      if (!OpenSource(context_, file, sources_.emplace_back())) {
+      if (!LookAtSource(context_, file, sources_.emplace_back())) {
         return StopRequested() ? context_.Stopped("nothing was changed") : kCouldNotBeDone;
       }
     }
     for (const SoundingSource& source : sources_) WarnOfStrange(source);
     return kDone;
+  }
+
+  /// Settings that were given for a model that is there have to be its own.
+  int CompareSettings() const {
+    if (options_.cellSize != 0 && options_.cellSize != held_.CellSize()) {
+      return context_.Fail(options_.model, "has cells of " + Text(held_.CellSize()) + " m", "leave --cell-size out");
+    }
+    if (options_.areaSize != 0 && static_cast<int>(options_.areaSize) != held_.AreaSize()) {
+      return context_.Fail(options_.model, "has areas of " + Counted(held_.AreaSize(), "cell") + " on a side",
+                           "leave --area-size out");
+    }
+    // Their order is how the file was laid out, nothing that a user who repeats the kinds wants changed.
+    if (options_.blocks.empty() ||
+        std::is_permutation(blocks_.begin(), blocks_.end(), held_.Blocks().begin(), held_.Blocks().end())) {
+      return kDone;
+    }
+    std::string labels;
+    for (const int id : held_.Blocks()) labels += (labels.empty() ? "" : ",") + BlockLabel(id);
+    return context_.Fail(options_.model, "records " + labels, "leave --blocks out");
   }
 
   void WarnOfStrange(const SoundingSource& source) const {
@@ -108,19 +129,25 @@ class Import {
       context_.Warn(source.name, "no line holds three numbers; the first is \"" + source.firstLine + "\"",
                     "give x, y and z parted by commas or blanks");
     } else if (source.looksLikeDegrees && cellSize >= kTooLargeForDegrees) {
-      context_.Warn(source.name, "the coordinates look like degrees, and a cell is " + Text(cellSize) + " units wide",
+      context_.Warn(source.name,
+                    "the coordinates look like degrees, and a cell is " + Text(cellSize) +
+                        (cellSize == 1 ? " unit wide" : " units wide"),
                     "project them first, or use a small cell size");
     }
   }
 
   int OpenModel() {
-    std::error_code code;
-    if (!exists_ && std::filesystem::exists(options_.model, code)) {
-      return context_.Fail(options_.model, "somebody else has made it meanwhile, nothing was changed", "import again");
+    if (exists_) {
+      model_ = held_.Open(context_);
+      return model_ ? kDone : kCouldNotBeDone;
     }
-    model_ = exists_ ? held_.Open(context_)
-                     : CreateModel(context_, options_.model, options_.cellSize, static_cast<int>(options_.areaSize),
-                                   blocks_);
+    const int areaSize = options_.areaSize != 0 ? static_cast<int>(options_.areaSize) : kUsualAreaSize;
+    const WhenThere whenThere{UnfinishedFile::Existing::kRefuse,
+                              "somebody else has made it meanwhile, nothing was changed", "import again"};
+    if (!CreateModel(context_, options_.model, {options_.cellSize, areaSize, blocks_}, whenThere)) {
+      return kCouldNotBeDone;
+    }
+    model_ = OpenForWriting(context_, options_.model);
     return model_ ? kDone : kCouldNotBeDone;
   }
 
@@ -137,9 +164,11 @@ class Import {
       if (StopRequested()) return {kStopped, "", "", ""};
       SoundingSource& source = sources_[i];
       tally.BeginSource();
+      FilePointer file = TakeFile(source);
+      if (!file) return {kCouldNotBeDone, source.name, "cannot be opened any more", "check the file"};
       const bool backup = options_.backup && exists_ && i == 0;
-      auto importer = std::make_unique<DtmAsciiImporter>(&*model_, source.file.release(), options_.clearFirst, backup,
-                                                         options_.negate);
+      auto importer =
+          std::make_unique<DtmAsciiImporter>(&*model_, file.release(), options_.clearFirst, backup, options_.negate);
       if (backup && !HasBackup()) {
         return {kCouldNotBeDone, BackupName(), "no backup can be made, nothing was imported", "check its folder"};
       }
@@ -207,9 +236,14 @@ class Import {
   /// Counts texts of which no line holds three numbers.
   ImportTally CountUnparsable() {
     ImportTally tally(1);
-    for (const SoundingSource& source : sources_) {
+    for (SoundingSource& source : sources_) {
       tally.BeginSource();
-      LineReader lines(source.file.get());
+      const FilePointer file = TakeFile(source);
+      if (!file) {
+        context_.Warn(source.name, "cannot be opened any more", "check the file");
+        continue;
+      }
+      LineReader lines(file.get());
       for (std::string_view line; !StopRequested() && lines.Next(line);) tally.CountSkipped(lines.LineNumber(), line);
     }
     return tally;
@@ -225,16 +259,18 @@ class Import {
           "");
     }
     const auto more = tally.Skipped() + tally.Refused() - static_cast<std::int64_t>(tally.RejectedLines().size());
-    if (more > 0) context_.Warn(options_.model, std::to_string(more) + " more lines were not taken", "");
+    if (more > 0)
+      context_.Warn(options_.model,
+                    std::to_string(more) + (more == 1 ? " more line was not taken" : " more lines were not taken"), "");
   }
 
   int PrintSummary(const ImportTally& tally, double seconds) const {
     if (options_.json) return context_.PrintResult(JsonOf(tally, seconds));
     if (context_.quiet) return kDone;
-    std::string line = std::to_string(tally.Taken()) + " of " + std::to_string(tally.Lines()) + " lines taken (" +
+    std::string line = std::to_string(tally.Taken()) + " of " + Counted(tally.Lines(), "line") + " taken (" +
                        std::to_string(tally.Skipped()) + " skipped, " + std::to_string(tally.Refused()) + " refused, " +
-                       std::to_string(tally.NotANumber()) + " not a number) into " + std::to_string(tally.Cells()) +
-                       " cells in " + std::to_string(tally.Areas()) + " areas";
+                       std::to_string(tally.NotANumber()) + " not a number) into " + Counted(tally.Cells(), "cell") +
+                       " in " + Counted(tally.Areas(), "area");
     if (tally.Taken() > 0) line += ", z " + Text(tally.LowestZ()) + " to " + Text(tally.HighestZ());
     line += ", ";
     AppendFixed(line, seconds, 2);

@@ -1,8 +1,14 @@
 #include "ModelFile.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <system_error>
+#include <unistd.h>
 
 #include "vakdtm/services/files/HugeFileStream.h"
+#include "vakdtm/services/platform/FileHandle.h"
 #include "vakdtm/services/text/Utf8.h"
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/DtmManager.h"
@@ -20,7 +26,7 @@ Words Explain(DtmOpenError error, bool create) {
     case DtmOpenError::kMissing:
       return create ? Words{"no such folder", "make the folder first"} : Words{"no such file", "check the name"};
     case DtmOpenError::kNotReadable:
-      return {"cannot be read", "check the file's permissions"};
+      return {"cannot be read", "check the permissions of the file and its folder"};
     case DtmOpenError::kNotWritable:
       return {"cannot be written", "check the permissions of the file and its folder"};
     case DtmOpenError::kFolder:
@@ -35,6 +41,12 @@ Words Explain(DtmOpenError error, bool create) {
       return {"is in use", "close it first"};
     case DtmOpenError::kNoName:
       return {"is no name for a model", "name a file"};
+    case DtmOpenError::kNotPermitted:
+      return {"a folder on the way to it may not be entered", "check the permissions of the folders"};
+    case DtmOpenError::kLinkNowhere:
+      return {"is a link that leads nowhere", "mend the link, or name a file"};
+    case DtmOpenError::kNameTooLong:
+      return {"the name is too long", "check the name"};
     case DtmOpenError::kBadSettings:
       return {"no model can have this cell size, area size and blocks", "areas must stay below 2 GiB"};
     default:
@@ -42,12 +54,119 @@ Words Explain(DtmOpenError error, bool create) {
   }
 }
 
-ModelFile Opened(const CommandContext& context, const std::string& path, DtmUpdateFile* model, bool create) {
-  if (model) return ModelFile(model);
-  const Words words = Explain(DtmManager::LastOpenError(), create);
+/// @return false, for what couldn't be done.
+bool Tell(const CommandContext& context, const std::string& path, DtmOpenError error, bool create) {
+  const Words words = Explain(error, create);
   context.Fail(path, words.what, words.remedy);
-  return {};
+  return false;
 }
+
+ModelFile Opened(const CommandContext& context, const std::string& path, DtmUpdateFile* model) {
+  if (!model) Tell(context, path, DtmManager::LastOpenError(), false);
+  return ModelFile(model);
+}
+
+/// Locks a file that can be read against other writers. Prints why when it can't.
+std::unique_ptr<HugeFileStream> Hold(const CommandContext& context, const std::string& path, const std::wstring& file) {
+  auto stream = std::make_unique<HugeFileStream>(file.c_str(), false, true);
+  if (stream->IsOpen()) return stream;
+  const bool held = stream->LastError() == StreamError::kHeldByWriter;
+  Tell(context, path, held ? DtmOpenError::kHeldByWriter : DtmOpenError::kNotWritable, false);
+  return nullptr;
+}
+
+DtmOpenError ReasonNotMade(int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+      return DtmOpenError::kMissing;
+    case ENOSPC:
+    case EDQUOT:
+      return DtmOpenError::kNoSpace;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return DtmOpenError::kNotWritable;
+    default:
+      return DtmOpenError::kOther;
+  }
+}
+
+/// Makes one new model, step by step.
+class Creation {
+ public:
+  Creation(const CommandContext& context, const std::string& path, const ModelSettings& settings,
+           const WhenThere& whenThere)
+      : context_(context), path_(path), settings_(settings), whenThere_(whenThere) {}
+
+  bool Run() {
+    if (!LookAtName()) return false;
+    const int descriptor = unfinished_.Make(path_);
+    if (descriptor < 0) return FailBeside(errno);
+    close(descriptor);
+    if (!Write(unfinished_.Path())) return false;
+    if (!unfinished_.Commit(whenThere_.existing)) return FailBeside(errno);
+    // The rename is to survive a power cut as well; where a folder can't be synced it does in its own time.
+    const std::string folder = std::filesystem::path(unfinished_.Target()).parent_path().native();
+    const FileHandle handle = OpenDescriptor(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY);
+    if (handle.IsOpen()) fsync(handle.Get());
+    return true;
+  }
+
+ private:
+  /// Looks at what has the name, and holds what is to be replaced.
+  bool LookAtName() {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::file_status found = fs::status(path_, error);
+    if (found.type() == fs::file_type::not_found && !fs::is_symlink(path_, error)) return true;
+    const bool replaces = whenThere_.existing == UnfinishedFile::Existing::kReplace;
+    if (fs::exists(found) && !fs::is_directory(found) && !replaces) return FailThere();
+    if (fs::is_regular_file(found)) {
+      replaced_ = Hold(context_, path_, FromUtf8(path_));
+      return replaced_ != nullptr;
+    }
+    // A folder, a device, a link to nowhere: opening tells it.
+    const ModelFile opened(DtmManager::GetDtmManager().OpenDtmUntouched(FromUtf8(path_)));
+    return opened ? FailThere() : Tell(context_, path_, DtmManager::LastOpenError(), true);
+  }
+
+  bool FailThere() const {
+    context_.Fail(path_, whenThere_.what, whenThere_.remedy);
+    return false;
+  }
+
+  /// Where the way by a second file is closed, a file that may be written is still replaced, by cutting it: its folder
+  /// takes no new file, or it is mounted by itself. Then a full disk costs the old model, as everywhere else it
+  /// doesn't.
+  bool FailBeside(int error) {
+    if (error == EEXIST) return FailThere();
+    const bool closed = error == EACCES || error == EPERM || error == EBUSY;
+    if (!replaced_ || !closed) return Tell(context_, path_, ReasonNotMade(error), true);
+    unfinished_.Abandon();
+    replaced_.reset();  // the new model takes the lock before it cuts
+    return Write(path_);
+  }
+
+  bool Write(const std::string& file) const {
+    const DtmManager::create_params params{settings_.areaSize, settings_.cellSize, settings_.blocks};
+    const ModelFile model(DtmManager::GetDtmManager().OpenDtm(FromUtf8(file), true, &params));
+    if (!model) return Tell(context_, path_, DtmManager::LastOpenError(), true);
+    // The last closing writes the index too, but keeps quiet about it.
+    if (model->SyncWrite()) return true;
+    const bool full = model->LastStreamError() == StreamError::kNoSpace;
+    if (full) return Tell(context_, path_, DtmOpenError::kNoSpace, true);
+    context_.Fail(path_, "cannot be written to the end", "check the disk");
+    return false;
+  }
+
+  const CommandContext& context_;
+  const std::string& path_;
+  const ModelSettings& settings_;
+  const WhenThere& whenThere_;
+  std::unique_ptr<HugeFileStream> replaced_;
+  UnfinishedFile unfinished_;
+};
 
 std::vector<std::string> SplitAtCommas(const std::string& text) {
   std::vector<std::string> parts;
@@ -82,47 +201,44 @@ void ModelFile::Close() {
 }
 
 ModelFile OpenForReading(const CommandContext& context, const std::string& path) {
-  return Opened(context, path, DtmManager::GetDtmManager().OpenDtmUntouched(FromUtf8(path)), false);
+  return Opened(context, path, DtmManager::GetDtmManager().OpenDtmUntouched(FromUtf8(path)));
 }
 
-HeldModel::HeldModel(std::string path, double cellSize, std::unique_ptr<HugeFileStream> stream)
-    : path_(std::move(path)), cellSize_(cellSize), stream_(std::move(stream)) {}
+HeldModel::HeldModel(std::string path, ModelSettings settings, std::unique_ptr<HugeFileStream> stream)
+    : path_(std::move(path)), settings_(std::move(settings)), stream_(std::move(stream)) {}
 HeldModel::~HeldModel() = default;
 HeldModel::HeldModel(HeldModel&& other) noexcept = default;
 HeldModel& HeldModel::operator=(HeldModel&& other) noexcept = default;
 
 ModelFile HeldModel::Open(const CommandContext& context) {
   stream_.reset();  // the model's own stream takes the lock
-  return Opened(context, path_, DtmManager::GetDtmManager().OpenDtm(FromUtf8(path_), true, nullptr), false);
+  return OpenForWriting(context, path_);
 }
 
 HeldModel HoldForWriting(const CommandContext& context, const std::string& path) {
   // Looked at without being able to write, so that a damaged file stays as it is.
   const ModelFile looked = OpenForReading(context, path);
   if (!looked) return {};
-  auto stream = std::make_unique<HugeFileStream>(looked->FileName().c_str(), false, true);
-  if (!stream->IsOpen()) {
-    const bool held = stream->LastError() == StreamError::kHeldByWriter;
-    const Words words = Explain(held ? DtmOpenError::kHeldByWriter : DtmOpenError::kNotWritable, false);
-    context.Fail(path, words.what, words.remedy);
-    return {};
-  }
+  auto stream = Hold(context, path, looked->FileName());
+  if (!stream) return {};
   if (looked->WalkStoppedAt() >= 0) {
     context.Fail(path, "damaged at offset " + std::to_string(looked->WalkStoppedAt()) + ", nothing was changed",
                  "run \"vakdtm verify --repair " + path + "\" first");
     return {};
   }
-  return {path, looked->CellSize(), std::move(stream)};
+  ModelSettings settings{looked->CellSize(), looked->AreaSize(), {}};
+  for (int i = 0; i < looked->NumBlockIds(); ++i) settings.blocks.push_back(looked->GetBlockId(i));
+  return {path, std::move(settings), std::move(stream)};
 }
 
-ModelFile CreateModel(const CommandContext& context, const std::string& path, double cellSize, int areaSize,
-                      const std::vector<int>& blocks) {
-  if (path.empty()) {
-    context.Fail("''", "is no name for a model", "name a file");
-    return {};
-  }
-  const DtmManager::create_params params{areaSize, cellSize, blocks};
-  return Opened(context, path, DtmManager::GetDtmManager().OpenDtm(FromUtf8(path), true, &params), true);
+ModelFile OpenForWriting(const CommandContext& context, const std::string& path) {
+  return Opened(context, path, DtmManager::GetDtmManager().OpenDtm(FromUtf8(path), true, nullptr));
+}
+
+bool CreateModel(const CommandContext& context, const std::string& path, const ModelSettings& settings,
+                 const WhenThere& whenThere) {
+  if (path.empty()) return Tell(context, "''", DtmOpenError::kNoName, true);
+  return Creation(context, path, settings, whenThere).Run();
 }
 
 std::vector<int> DefaultBlocks() { return {iNUM, dVAL, dSDV, dMIN, fXMN, fYMN, dMAX, fXMX, fYMX, tTIM}; }

@@ -8,6 +8,7 @@
 #include "vakdtm/store/DtmUpdateFile.h"
 
 #include "Command.h"
+#include "UnfinishedFile.h"
 
 namespace vak {
 
@@ -37,25 +38,35 @@ class ModelFile {
 /// Opens a model to look at it: every byte of the file and its times stay as they are. Prints why when it can't.
 ModelFile OpenForReading(const CommandContext& context, const std::string& path);
 
+/// What is settled for good when a model is made.
+struct ModelSettings {
+  double cellSize = 0;      ///< m
+  int areaSize = 0;         ///< cells on a side
+  std::vector<int> blocks;  ///< in the order of the file
+};
+
 /// A model that is to be changed once everything else has been looked at: found good and kept from other writers, with
 /// every byte as it was.
 class HeldModel {
  public:
   HeldModel() = default;
-  HeldModel(std::string path, double cellSize, std::unique_ptr<HugeFileStream> stream);
+  HeldModel(std::string path, ModelSettings settings, std::unique_ptr<HugeFileStream> stream);
   ~HeldModel();
   HeldModel(HeldModel&& other) noexcept;
   HeldModel& operator=(HeldModel&& other) noexcept;
 
   explicit operator bool() const { return stream_ != nullptr; }
   /// Metres.
-  double CellSize() const { return cellSize_; }
+  double CellSize() const { return settings_.cellSize; }
+  /// Cells on a side of an area.
+  int AreaSize() const { return settings_.areaSize; }
+  const std::vector<int>& Blocks() const { return settings_.blocks; }
   /// Opens the model read-write and holds it no longer otherwise. Prints why when it can't.
   ModelFile Open(const CommandContext& context);
 
  private:
   std::string path_;
-  double cellSize_ = 0;
+  ModelSettings settings_;
   std::unique_ptr<HugeFileStream> stream_;  // read-write, for the lock
 };
 
@@ -63,9 +74,21 @@ class HeldModel {
 /// end.
 HeldModel HoldForWriting(const CommandContext& context, const std::string& path);
 
-/// Makes a new model, over a file of that name if there is one. Prints why when it can't.
-ModelFile CreateModel(const CommandContext& context, const std::string& path, double cellSize, int areaSize,
-                      const std::vector<int>& blocks);
+/// What to tell where a model is to be made and a file is there.
+struct WhenThere {
+  UnfinishedFile::Existing existing = UnfinishedFile::Existing::kRefuse;
+  std::string what = "exists already";
+  std::string remedy;
+};
+
+/// Makes a new, empty model and leaves it closed. It appears under its name when it is complete: one that it replaces
+/// is kept from other writers until then, and stays as it was when the new one can't be made. Of several that are made
+/// at once under one name, without replacing, one alone is. Prints why when it can't.
+[[nodiscard]] bool CreateModel(const CommandContext& context, const std::string& path, const ModelSettings& settings,
+                               const WhenThere& whenThere);
+
+/// Opens a model to change it. Prints why when it can't.
+ModelFile OpenForWriting(const CommandContext& context, const std::string& path);
 
 /// The blocks of a new model that names none.
 std::vector<int> DefaultBlocks();

@@ -1,10 +1,7 @@
 #include "OutputFile.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -16,18 +13,6 @@ namespace vak {
 namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{1} << 18;
-constexpr int kMostNamesTried = 1000;
-
-std::string FolderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-}
-
-/// The file that a link stands for, or `path` itself when it is none or leads nowhere.
-std::string Resolved(const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
-  return real ? std::string(real.get()) : path;
-}
 
 std::string Words(int error) {
   switch (error) {
@@ -62,7 +47,7 @@ bool OutputFile::Open(const std::string& path) {
     return true;
   }
   name_ = path.empty() ? "''" : path;
-  target_ = Resolved(path);
+  target_ = FollowLinks(path);
   struct stat status = {};
   if (stat(target_.c_str(), &status) == 0) {
     if (S_ISDIR(status.st_mode)) return FailWith(EISDIR);
@@ -84,21 +69,9 @@ bool OutputFile::OpenDirectly() {
 }
 
 bool OutputFile::OpenBeside() {
-  // Short whatever the target is called: a name that is as long as names may be leaves no room for an ending.
-  const std::string stem = FolderOf(target_) + ".vakdtm-" + std::to_string(getpid()) + "-";
-  for (int number = 0; number < kMostNamesTried && descriptor_ < 0; ++number) {
-    unfinished_ = stem + std::to_string(number) + ".part";
-    descriptor_ = open(unfinished_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor_ < 0 && errno != EEXIST) break;
-  }
-  if (descriptor_ < 0) {
-    const int error = errno;
-    unfinished_.clear();
-    return FailWith(error);
-  }
+  descriptor_ = unfinished_.Make(target_);
+  if (descriptor_ < 0) return FailWith(errno);
   closes_ = true;
-  struct stat status = {};
-  if (stat(target_.c_str(), &status) == 0 && fchmod(descriptor_, status.st_mode & 07777) != 0) return FailWith(errno);
   return true;
 }
 
@@ -131,10 +104,8 @@ bool OutputFile::Commit() {
   buffer_.clear();
   const int descriptor = std::exchange(descriptor_, -1);
   if (closes_ && close(descriptor) != 0) return FailWith(errno);
-  if (unfinished_.empty()) return true;
-  if (std::rename(unfinished_.c_str(), target_.c_str()) != 0) return FailWith(errno);
-  unfinished_.clear();
-  return true;
+  if (unfinished_.Path().empty()) return true;
+  return unfinished_.Commit(UnfinishedFile::Existing::kReplace) || FailWith(errno);
 }
 
 bool OutputFile::FailWith(int error) {
@@ -147,8 +118,7 @@ bool OutputFile::FailWith(int error) {
 void OutputFile::Abandon() {
   if (descriptor_ >= 0 && closes_) close(descriptor_);
   descriptor_ = -1;
-  if (!unfinished_.empty()) unlink(unfinished_.c_str());
-  unfinished_.clear();
+  unfinished_.Abandon();
 }
 
 }  // namespace vak

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "UnfinishedFile.h"
+
 namespace vak {
 
 /// What a command writes: a file that appears under its name only when it is complete, or standard output.
@@ -51,8 +53,8 @@ class OutputFile {
   void Abandon();
 
   std::string name_;
-  std::string target_;      // where it is to appear; empty when it is written directly
-  std::string unfinished_;  // the hidden file; empty when there is none
+  std::string target_;  // where it is to appear; empty when it is written directly
+  UnfinishedFile unfinished_;
   std::string buffer_;
   std::string error_;
   int descriptor_ = -1;

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "vakdtm/intake/DtmAsciiImporter.h"
@@ -28,6 +29,27 @@ bool FailSpooling(const CommandContext& context, const SoundingSource& source) {
   context.Fail(source.name, "the temporary copy cannot be written", "make room in the temporary folder");
   return false;
 }
+
+bool FailOpening(const CommandContext& context, const SoundingSource& source, bool standardInput, int error) {
+  struct stat status{};
+  const bool isLink = !standardInput && lstat(source.name.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+  if (error == EMFILE || error == ENFILE) {
+    context.Fail(source.name, "too many files are open", "name fewer at once, or raise the limit (ulimit -n)");
+  } else if (standardInput) {
+    context.Fail(source.name, "cannot be read", "is it closed?");
+  } else if (error == ELOOP || (isLink && (error == ENOENT || error == ENOTDIR))) {
+    context.Fail(source.name, "is a link that leads nowhere", "mend the link, or name a file");
+  } else if (error == ENOENT || error == ENOTDIR) {
+    context.Fail(source.name, "no such file", "check the name");
+  } else if (error == ENAMETOOLONG) {
+    context.Fail(source.name, "the name is too long", "check the name");
+  } else {
+    context.Fail(source.name, "cannot be read", "check the permissions of the file and its folder");
+  }
+  return false;
+}
+
+FilePointer OpenForReading(const std::string& path) { return FilePointer(std::fopen(path.c_str(), "rbe")); }
 
 /// A stream of its own on what standard input is, at the place where it stands.
 FilePointer OpenStandardInput() {
@@ -52,22 +74,23 @@ FilePointer MakeTemporaryFile() {
 
 bool Spool(const CommandContext& context, SoundingSource& source) {
   FilePointer copy = MakeTemporaryFile();
+  if (!copy && (errno == EMFILE || errno == ENFILE)) return FailOpening(context, source, false, errno);
   if (!copy) {
     context.Fail(source.name, "no temporary file can be made for it", "check the temporary folder");
     return false;
   }
   std::vector<char> buffer(1 << 16);
-  while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), source.file.get())) {
+  while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), source.kept.get())) {
     if (StopRequested()) return false;
     if (std::fwrite(buffer.data(), 1, count, copy.get()) != count) {
       return FailSpooling(context, source);
     }
   }
   if (StopRequested()) return false;
-  if (std::ferror(source.file.get())) return FailReading(context, source);
+  if (std::ferror(source.kept.get())) return FailReading(context, source);
   if (std::fflush(copy.get()) != 0) return FailSpooling(context, source);
   if (std::fseek(copy.get(), 0, SEEK_SET) != 0) return FailSpooling(context, source);
-  source.file = std::move(copy);
+  source.kept = std::move(copy);
   return true;
 }
 
@@ -77,7 +100,7 @@ bool CouldBeDegrees(const ScannedSounding& sounding) {
 
 /// @return false when the text can't be read.
 bool LookAtLines(SoundingSource& source) {
-  LineReader lines(source.file.get());
+  LineReader lines(source.kept.get());
   std::string_view line;
   source.isEmpty = !lines.Next(line);
   if (!source.isEmpty) source.firstLine = line.substr(0, line.find_last_not_of("\r\n") + 1);
@@ -93,30 +116,30 @@ bool LookAtLines(SoundingSource& source) {
     }
   }
   if (lines.Failed() || StopRequested()) return false;
-  return std::fseek(source.file.get(), 0, SEEK_SET) == 0;
+  return std::fseek(source.kept.get(), 0, SEEK_SET) == 0;
 }
 
 }  // namespace
 
-bool OpenSource(const CommandContext& context, const std::string& path, SoundingSource& source) {
+bool LookAtSource(const CommandContext& context, const std::string& path, SoundingSource& source) {
   const bool standardInput = path == "-";
   source.name = standardInput ? "standard input" : path;
-  source.file = standardInput ? OpenStandardInput() : FilePointer(std::fopen(path.c_str(), "rbe"));
-  if (!source.file) {
-    const bool missing = !standardInput && (errno == ENOENT || errno == ENOTDIR);
-    context.Fail(source.name, missing ? "no such file" : "cannot be read",
-                 missing         ? "check the name"
-                 : standardInput ? "is it closed?"
-                                 : "check the file's permissions");
-    return false;
-  }
+  source.kept = standardInput ? OpenStandardInput() : OpenForReading(path);
+  if (!source.kept) return FailOpening(context, source, standardInput, errno);
   struct stat status{};
-  if (fstat(fileno(source.file.get()), &status) != 0 || S_ISDIR(status.st_mode)) {
+  if (fstat(fileno(source.kept.get()), &status) != 0 || S_ISDIR(status.st_mode)) {
     context.Fail(source.name, "is a folder", "name a file");
     return false;
   }
-  if ((standardInput || !S_ISREG(status.st_mode)) && !Spool(context, source)) return false;
-  return LookAtLines(source) || (!StopRequested() && FailReading(context, source));
+  const bool readOnce = standardInput || !S_ISREG(status.st_mode);
+  if (readOnce && !Spool(context, source)) return false;
+  if (!LookAtLines(source)) return !StopRequested() && FailReading(context, source);
+  if (!readOnce) source.kept.reset();
+  return true;
+}
+
+FilePointer TakeFile(SoundingSource& source) {
+  return source.kept ? std::move(source.kept) : OpenForReading(source.name);
 }
 
 }  // namespace vak

@@ -14,9 +14,11 @@ struct CloseFile {
 using FilePointer = std::unique_ptr<std::FILE, CloseFile>;
 
 /// A text of soundings that a subcommand is to read, looked at but not yet used.
+///
+/// A file that can be opened again isn't kept open: there may be more of them than a process may have open.
 struct SoundingSource {
-  std::string name;               ///< for messages
-  FilePointer file;               ///< seekable, at its start
+  std::string name;               ///< for messages; of what isn't kept open, the path
+  FilePointer kept;               ///< seekable, at its start; null for what isn't kept open
   bool parses = false;            ///< some line holds three numbers
   bool looksLikeDegrees = false;  ///< the first of those lines could all be longitude and latitude
   bool isEmpty = false;           ///< there isn't a single byte
@@ -24,8 +26,11 @@ struct SoundingSource {
 };
 
 /// Opens a file, or standard input for "-", and looks for the first lines that parse. What can't be read twice
-/// (standard input, a pipe) is copied to a temporary file first. Prints why when it can't.
+/// (standard input, a pipe) is copied to a temporary file first, which stays open. Prints why when it can't.
 /// @return false then, and when the user has stopped the copying.
-[[nodiscard]] bool OpenSource(const CommandContext& context, const std::string& path, SoundingSource& source);
+[[nodiscard]] bool LookAtSource(const CommandContext& context, const std::string& path, SoundingSource& source);
+
+/// Gives the file of a source that was looked at, once. @return null when it can't be opened any more.
+FilePointer TakeFile(SoundingSource& source);
 
 }  // namespace vak

@@ -1,8 +1,11 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "vakdtm/services/files/HugeFileStream.h"
 
@@ -26,6 +29,11 @@ class CreateCommand : public testing::Test {
   }
   nlohmann::json Info(const std::string& name) const {
     return nlohmann::json::parse(models_.Run({"info", models_.File(name), "--json"}).out);
+  }
+
+  std::size_t Files() const {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(models_.Folder().Path()), fs::directory_iterator()));
   }
 
   void ExpectFails(const std::vector<std::string>& words, int status, const std::string& error) const {
@@ -126,6 +134,76 @@ TEST_F(CreateCommand, AFullDiskIsToldAndLeavesNoFile) {
   EXPECT_FALSE(models_.Folder().Has("a.dtm"));
 }
 
+TEST_F(CreateCommand, AFullDiskLeavesTheModelThatForceWasToReplace) {
+  models_.Make("a.dtm", "1.5,2.5,-3\n");
+  const test::FileState state(models_.Folder(), "a.dtm");
+  {
+    const test::FullDisk full(16);
+    const CommandResult result =
+        models_.RunOnTerminal({"create", models_.File("a.dtm"), "--cell-size", "2", "--force"});
+    EXPECT_EQ(result.status, kCouldNotBeDone);
+    EXPECT_EQ(result.err,
+              "vakdtm create: " + models_.File("a.dtm") + ": no space left on the disk - make room and try again\n");
+  }
+  EXPECT_TRUE(state.IsUnchanged());
+  EXPECT_EQ(Files(), 1u);
+}
+
+TEST_F(CreateCommand, ForceFollowsALinkAndKeepsThePermissions) {
+  models_.Make("a.dtm", "1.5,2.5,-3\n");
+  fs::permissions(models_.File("a.dtm"), fs::perms(0640));
+  fs::create_symlink("a.dtm", models_.File("link.dtm"));
+  EXPECT_EQ(Create({models_.File("link.dtm"), "--cell-size", "2", "--force"}).status, kDone);
+  EXPECT_TRUE(fs::is_symlink(models_.File("link.dtm")));
+  EXPECT_EQ(Info("a.dtm")["cell_size"], 2.0);
+  EXPECT_EQ(fs::status(models_.File("a.dtm")).permissions(), fs::perms(0640));
+  EXPECT_EQ(Files(), 2u);
+}
+
+TEST_F(CreateCommand, ForceReplacesAFileInAFolderThatTakesNoNewOne) {
+  models_.Make("a.dtm", "1.5,2.5,-3\n");
+  fs::permissions(models_.File("a.dtm"), fs::perms(0666));
+  const std::string command = models_.CopyForStrangers();
+  fs::permissions(models_.Folder().Path(), fs::perms(0555));
+  const CommandResult result =
+      test::CommandModels::RunAsStranger(command, {"create", models_.File("a.dtm"), "--cell-size", "2", "--force"});
+  const CommandResult another =
+      test::CommandModels::RunAsStranger(command, {"create", models_.File("b.dtm"), "--cell-size", "2", "--force"});
+  fs::permissions(models_.Folder().Path(), fs::perms(0755));
+  EXPECT_EQ(result.status, kDone) << result.err;
+  EXPECT_EQ(Info("a.dtm")["cell_size"], 2.0);
+  EXPECT_EQ(another.status, kCouldNotBeDone);
+  EXPECT_EQ(another.err, "vakdtm create: " + models_.File("b.dtm") +
+                             ": cannot be written - check the permissions of the file and its folder\n");
+}
+
+TEST_F(CreateCommand, OfSeveralAtOnceOneMakesTheModel) {
+  const std::string path = models_.File("a.dtm");
+  for (int round = 0; round < 15; ++round) {
+    SCOPED_TRACE(round);
+    fs::remove(path);
+    std::vector<std::unique_ptr<test::RunCommand>> commands;
+    for (int i = 1; i <= 6; ++i) {
+      commands.push_back(std::make_unique<test::RunCommand>(
+          std::vector<std::string>{VAKDTM_COMMAND, "create", path, "--cell-size", std::to_string(i)}));
+    }
+    int made = 0;
+    for (std::size_t i = 0; i < commands.size(); ++i) {
+      const CommandResult& result = commands[i]->Wait();
+      if (result.status != kDone) {
+        EXPECT_EQ(result.status, kCouldNotBeDone);
+        EXPECT_EQ(result.err,
+                  "vakdtm create: " + path + ": exists already - name another file, or say --force to replace it\n");
+        continue;
+      }
+      ++made;
+      EXPECT_EQ(Info("a.dtm")["cell_size"], static_cast<double>(i + 1));
+    }
+    EXPECT_EQ(made, 1);
+    EXPECT_EQ(Files(), 1u);
+  }
+}
+
 TEST_F(CreateCommand, WrongUseIsToldBeforeAnythingIsMade) {
   const std::string path = models_.File("a.dtm");
   const struct {
@@ -157,7 +235,7 @@ TEST_F(CreateCommand, SettingsThatMakeAreasTooLargeAreToldBeforeAnythingIsMade) 
   ExpectFails(
       {models_.File("a.dtm"), "--cell-size", "1", "--area-size", "46340"}, kCouldNotBeDone,
       models_.File("a.dtm") + ": no model can have this cell size, area size and blocks - areas must stay below 2 GiB");
-  EXPECT_FALSE(models_.Folder().Has("a.dtm"));
+  EXPECT_EQ(Files(), 0u);
 }
 
 }  // namespace

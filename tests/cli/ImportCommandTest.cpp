@@ -225,6 +225,30 @@ TEST_F(ImportCommand, TheFirstTenLinesNotTakenAreToldByNumber) {
   EXPECT_FALSE(std::getline(errors, line));
 }
 
+TEST_F(ImportCommand, OneOfAKindIsToldInTheSingular) {
+  std::string text = "1.5,102.5,-3\n";
+  for (int i = 0; i < 11; ++i) text += "bad\n";
+  const CommandResult result = Import({Text("s.xyz", text), "--cell-size", "1"});
+  EXPECT_THAT(result.out, HasSubstr(" into 1 cell in 1 area, z -3 to -3, "));
+  EXPECT_THAT(result.err, HasSubstr(": 1 more line was not taken\n"));
+  EXPECT_THAT(Import({"-"}, "1.5,102.5,-3\n").out, StartsWith("1 of 1 line taken (0 skipped, "));
+}
+
+TEST_F(ImportCommand, NamesThatLookLikeListsAreTakenAsTheyAre) {
+  const Words names = {"[a,b]", "[]", "[x]", "[[a],b]", "[x]\x01", "{}", "%%"};
+  // Bare names: in a path the brackets wouldn't come first.
+  Words words = {"sh", "-c", "cd \"$1\" && shift && exec \"$0\" import \"[m,n]\" --cell-size 1 --json \"$@\"",
+                 VAKDTM_COMMAND, models_.Folder().Path().string()};
+  for (const std::string& name : names) {
+    Text(name, "1.5,1002.5,-3\n");
+    words.push_back(name);
+  }
+  const CommandResult result = RunCommand(words).Wait();
+  ASSERT_EQ(result.status, kDone) << result.err;
+  EXPECT_EQ(json::parse(result.out)["taken"], static_cast<int>(names.size()));
+  EXPECT_TRUE(models_.Folder().Has("[m,n]"));
+}
+
 TEST_F(ImportCommand, TextThatDoesNotParseIsDoneWithAWarningAndMakesNoModel) {
   const CommandResult result =
       Import({Text("s.txt", "Dear sir,\nno soundings today.\n"), "--cell-size", "1", "--json"});
@@ -279,17 +303,18 @@ TEST_F(ImportCommand, CoordinatesThatLookLikeDegreesAreWarnedAboutWithLargeCells
     fs::remove(models_.File("a.dtm"));
     const CommandResult result = Import({"-", "--cell-size", c.cellSize}, c.text);
     EXPECT_EQ(result.status, kDone);
-    EXPECT_EQ(result.err, c.warns ? "vakdtm import: warning: standard input: the coordinates look like degrees, and a "
-                                    "cell is " +
-                                        std::string(c.cellSize) +
-                                        " units wide - project them first, or use a small cell size\n"
-                                  : "");
+    EXPECT_EQ(result.err, c.warns
+                              ? "vakdtm import: warning: standard input: the coordinates look like degrees, and a "
+                                "cell is " +
+                                    std::string(c.cellSize) + (std::string(c.cellSize) == "1" ? " unit" : " units") +
+                                    " wide - project them first, or use a small cell size\n"
+                              : "");
   }
 }
 
 TEST_F(ImportCommand, TheCellSizeOfTheModelThatIsThereCountsForTheWarning) {
   models_.Make("a.dtm", "1000.5,102.5,-3\n");
-  EXPECT_THAT(Import({"-"}, "8.65,53.92,-3\n").err, HasSubstr("look like degrees, and a cell is 1 units wide"));
+  EXPECT_THAT(Import({"-"}, "8.65,53.92,-3\n").err, HasSubstr("look like degrees, and a cell is 1 unit wide"));
 }
 
 // ---- What can't be done
@@ -304,11 +329,60 @@ TEST_F(ImportCommand, AModelWithOtherCellsIsLeftAlone) {
                 "1,2,3\n");
 }
 
+TEST_F(ImportCommand, SettingsThatTheModelDoesNotHaveAreRefused) {
+  models_.Make("a.dtm", "1.5,102.5,-3\n", {"--area-size", "16", "--blocks", "NUM,VAL,MIN"});
+  const std::string path = models_.File("a.dtm");
+  ExpectRefuses({"-", "--area-size", "32"}, path + ": has areas of 16 cells on a side - leave --area-size out",
+                "1,2,3\n");
+  ExpectRefuses({"-", "--area-size", "64"}, path + ": has areas of 16 cells on a side - leave --area-size out",
+                "1,2,3\n");
+  for (const char* blocks : {"NUM,VAL", "NUM,VAL,MIN,MAX", "NUM,VAL,TIM"}) {
+    SCOPED_TRACE(blocks);
+    ExpectRefuses({"-", "--blocks", blocks}, path + ": records NUM,VAL,MIN,XMIN,YMIN - leave --blocks out", "1,2,3\n");
+  }
+}
+
+TEST_F(ImportCommand, SettingsThatTheModelHasMayBeRepeatedAndTheOrderOfItsBlocksIsItsOwn) {
+  models_.Make("a.dtm", "1.5,102.5,-3\n", {"--area-size", "16", "--blocks", "NUM,VAL,MIN"});
+  for (const char* blocks : {"NUM,VAL,MIN", "MIN,VAL,NUM"}) {
+    SCOPED_TRACE(blocks);
+    EXPECT_EQ(ImportJson({"-", "--cell-size", "1", "--area-size", "16", "--blocks", blocks}, "1.5,102.5,-3\n")["taken"],
+              1);
+  }
+}
+
 TEST_F(ImportCommand, AModelThatAnotherProcessWritesIsRefusedBeforeInputIsRead) {
   models_.Make("a.dtm", "1.5,102.5,-3\n");
   const HugeFileStream other(models_.Folder().WideFile("a.dtm").c_str(), false, true);
   ExpectRefuses({"-"}, models_.File("a.dtm") + ": another process is writing it - wait until that has ended",
                 "1,2,3\n");
+}
+
+TEST_F(ImportCommand, AModelThatAnotherMakesMeanwhileIsLeftAlone) {
+  ASSERT_EQ(mkfifo(models_.File("pipe").c_str(), 0600), 0);
+  RunCommand command({VAKDTM_COMMAND, "import", models_.File("a.dtm"), models_.File("pipe"), "--cell-size", "1"});
+  std::ofstream writer(models_.File("pipe"));  // waits for the reader, which has found no model
+  models_.Make("a.dtm", "1.5,102.5,-3\n");
+  const test::FileState state(models_.Folder(), "a.dtm");
+  writer << "1.5,102.5,-9\n";
+  writer.close();
+  const CommandResult& result = command.Wait();
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_EQ(result.err, "vakdtm import: " + models_.File("a.dtm") +
+                            ": somebody else has made it meanwhile, nothing was changed - import again\n");
+  EXPECT_TRUE(state.IsUnchanged());
+}
+
+TEST_F(ImportCommand, ATextThatGoesMeanwhileIsTold) {
+  const std::string gone = Text("s.xyz", "1.5,102.5,-3\n");
+  ASSERT_EQ(mkfifo(models_.File("pipe").c_str(), 0600), 0);
+  RunCommand command({VAKDTM_COMMAND, "import", models_.File("a.dtm"), gone, models_.File("pipe"), "--cell-size", "1"});
+  std::ofstream writer(models_.File("pipe"));  // waits for the reader, which has looked at the text before it
+  fs::remove(gone);
+  writer.close();
+  const CommandResult& result = command.Wait();
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_THAT(result.err, HasSubstr("vakdtm import: " + gone + ": cannot be opened any more - check the file\n"));
 }
 
 TEST_F(ImportCommand, ADamagedModelIsRefusedWithTheOffset) {
@@ -340,7 +414,12 @@ TEST_F(ImportCommand, ASourceThatCannotBeReadStopsItBeforeAnythingIsChanged) {
       {"a file as a folder", good + "/s.xyz", "no such file - check the name"},
       {"a folder", folder, "is a folder - name a file"},
       {"a file that gives no bytes", "/proc/self/mem", "cannot be read to its end - check the file"},
+      {"a link to nothing", models_.File("nowhere"), "is a link that leads nowhere - mend the link, or name a file"},
+      {"a loop of links", models_.File("loop"), "is a link that leads nowhere - mend the link, or name a file"},
+      {"a name too long", models_.File(std::string(256, 'n')), "the name is too long - check the name"},
   };
+  fs::create_symlink("none.xyz", models_.File("nowhere"));
+  fs::create_symlink("loop", models_.File("loop"));
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     fs::remove(models_.File("a.dtm"));
@@ -358,7 +437,8 @@ TEST_F(ImportCommand, ASourceThatMayNotBeReadIsToldInOneLine) {
   fs::permissions(source, fs::perms::none);
   const CommandResult result = models_.RunAsStranger({"import", models_.File("a.dtm"), source, "--cell-size", "1"});
   EXPECT_EQ(result.status, kCouldNotBeDone);
-  EXPECT_EQ(result.err, "vakdtm import: " + source + ": cannot be read - check the file's permissions\n");
+  EXPECT_EQ(result.err,
+            "vakdtm import: " + source + ": cannot be read - check the permissions of the file and its folder\n");
   EXPECT_FALSE(models_.Folder().Has("a.dtm"));
 }
 
@@ -371,6 +451,27 @@ TEST_F(ImportCommand, AModelThatMayNotBeWrittenIsToldInOneLine) {
   EXPECT_EQ(result.status, kCouldNotBeDone);
   EXPECT_EQ(result.err, "vakdtm import: " + models_.File("a.dtm") +
                             ": cannot be written - check the permissions of the file and its folder\n");
+}
+
+TEST_F(ImportCommand, MoreTextsThanAProcessMayHaveOpenAreTaken) {
+  Words words = {"sh", "-c", "ulimit -n 16; exec \"$0\" import \"$@\" --cell-size 1 --json", VAKDTM_COMMAND,
+                 models_.File("a.dtm")};
+  for (int i = 0; i < 40; ++i) words.push_back(Text(std::to_string(i) + ".xyz", "1.5,102.5,-3\n"));
+  const CommandResult result = RunCommand(words).Wait();
+  ASSERT_EQ(result.status, kDone) << result.err;
+  EXPECT_EQ(json::parse(result.out)["taken"], 40);
+}
+
+TEST_F(ImportCommand, MorePipesThanAProcessMayHaveOpenAreToldAsThat) {
+  // What comes through a pipe is copied to files without a name, which stay open.
+  Words words = {"sh", "-c", "ulimit -n 16; exec \"$0\" import \"$@\" --cell-size 1", VAKDTM_COMMAND,
+                 models_.File("a.dtm")};
+  for (int i = 0; i < 20; ++i) words.push_back("/dev/null");
+  const CommandResult result = RunCommand(words).Wait();
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_EQ(result.err,
+            "vakdtm import: /dev/null: too many files are open - name fewer at once, or raise the limit (ulimit -n)\n");
+  EXPECT_FALSE(models_.Folder().Has("a.dtm"));
 }
 
 TEST_F(ImportCommand, WithStandardOutputClosedNoMessageGoesIntoAModel) {
@@ -416,6 +517,55 @@ TEST_F(ImportCommand, WhatIsNoModelIsLeftAlone) {
   fs::remove(models_.File("a.dtm"));
   fs::create_directory(models_.File("a.dtm"));
   EXPECT_EQ(Import({"-"}, "1,2,3\n").err, "vakdtm import: " + models_.File("a.dtm") + ": is a folder - name a file\n");
+}
+
+TEST_F(ImportCommand, ANameThatLeadsToNoModelIsToldForWhatItIs) {
+  fs::create_symlink("none.dtm", models_.File("nowhere"));
+  fs::create_symlink("loop", models_.File("loop"));
+  const struct {
+    const char* name;
+    std::string path;
+    const char* error;
+  } cases[] = {
+      {"a link to nothing", models_.File("nowhere"), "is a link that leads nowhere - mend the link, or name a file"},
+      {"a loop of links", models_.File("loop"), "is a link that leads nowhere - mend the link, or name a file"},
+      {"a name too long", models_.File(std::string(256, 'n')), "the name is too long - check the name"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    for (const Words& words :
+         {Words{"import", c.path, "-", "--cell-size", "1"}, Words{"import", c.path, "-"},
+          Words{"create", c.path, "--cell-size", "1"}, Words{"create", c.path, "--cell-size", "1", "--force"},
+          Words{"info", c.path}, Words{"verify", c.path}}) {
+      const CommandResult result = models_.Run(words, "1,2,3\n");
+      EXPECT_EQ(result.status, kCouldNotBeDone);
+      EXPECT_EQ(result.err, "vakdtm " + words[0] + ": " + c.path + ": " + c.error + "\n");
+    }
+  }
+  EXPECT_FALSE(models_.Folder().Has("none.dtm"));
+}
+
+TEST_F(ImportCommand, AFolderThatMayNotBeEnteredIsNotTakenForAMissingFile) {
+  fs::permissions(models_.Folder().Path(), fs::perms(0777));
+  fs::create_directory(models_.File("closed"));
+  models_.Make("closed/a.dtm", "1.5,102.5,-3\n");
+  Text("s.xyz", "1.5,102.5,-3\n");
+  fs::permissions(models_.File("closed"), fs::perms::none);
+  const std::string command = models_.CopyForStrangers();
+  for (const char* name : {"closed/a.dtm", "closed/new.dtm"}) {
+    SCOPED_TRACE(name);
+    const std::string path = models_.File(name);
+    for (const Words& words :
+         {Words{"import", path, models_.File("s.xyz"), "--cell-size", "1"}, Words{"create", path, "--cell-size", "1"},
+          Words{"create", path, "--cell-size", "1", "--force"}, Words{"info", path}}) {
+      const CommandResult result = test::CommandModels::RunAsStranger(command, words);
+      EXPECT_EQ(result.status, kCouldNotBeDone);
+      EXPECT_EQ(result.err, "vakdtm " + words[0] + ": " + path +
+                                ": a folder on the way to it may not be entered - check the permissions of the "
+                                "folders\n");
+    }
+  }
+  fs::permissions(models_.File("closed"), fs::perms(0755));
 }
 
 TEST_F(ImportCommand, AnEmptyNameIsNoModel) {

@@ -106,6 +106,21 @@ TEST_F(InfoCommand, ADamagedFileIsShownWithAWarningAndLeftAsItIs) {
   EXPECT_TRUE(state.IsUnchanged());
 }
 
+TEST_F(InfoCommand, QuietLeavesTheStatusAndTheResult) {
+  models_.Make("good.dtm", "-1.5,2.5,-3.25\n70.5,2.5,8\n");
+  models_.Make("damaged.dtm", "-1.5,2.5,-3.25\n70.5,2.5,8\n");
+  models_.Damage("damaged.dtm");
+  models_.Folder().Write("text.dtm", "1,2,3\n");
+  for (const char* file : {"good.dtm", "damaged.dtm", "text.dtm", "none.dtm"}) {
+    SCOPED_TRACE(file);
+    const CommandResult loud = models_.Run({"info", models_.File(file)});
+    const CommandResult quiet = models_.Run({"info", models_.File(file), "-q"});
+    EXPECT_EQ(quiet.status, loud.status);
+    EXPECT_EQ(quiet.out, loud.out);
+    EXPECT_EQ(quiet.err, loud.status == kDone ? "" : loud.err);
+  }
+}
+
 TEST_F(InfoCommand, AModelThatAnotherProcessWritesCanBeLookedAt) {
   models_.Make("a.dtm", "-1.5,2.5,-3.25\n");
   const HugeFileStream other(models_.Folder().WideFile("a.dtm").c_str(), false, true);
@@ -153,7 +168,8 @@ TEST_F(InfoCommand, AFileThatMayNotBeReadIsToldInOneLine) {
   fs::permissions(models_.File("a.dtm"), fs::perms::none);
   const CommandResult result = models_.RunAsStranger({"info", models_.File("a.dtm")});
   EXPECT_EQ(result.status, kCouldNotBeDone);
-  EXPECT_EQ(result.err, "vakdtm info: " + models_.File("a.dtm") + ": cannot be read - check the file's permissions\n");
+  EXPECT_EQ(result.err, "vakdtm info: " + models_.File("a.dtm") +
+                            ": cannot be read - check the permissions of the file and its folder\n");
 }
 
 TEST_F(InfoCommand, OutputThatCannotBeWrittenIsAFailure) {

@@ -108,6 +108,26 @@ TEST_F(SimulateCommand, AnExistingFileIsReplacedOnlyWhenTheNewOneIsComplete) {
   EXPECT_THAT(Names(), testing::ElementsAre("s.xyz"));
 }
 
+TEST_F(SimulateCommand, WhatAKilledOneLeftIsInNobodysWay) {
+  folder_.Write("s.xyz", "old");
+  {
+    RunCommand killed(Words({"-o", folder_.File("s.xyz"), "--count", "1000000000000"}));
+    AwaitUnfinishedFile();
+    killed.Signal(SIGKILL);
+    EXPECT_EQ(killed.Wait().signal, SIGKILL);
+  }
+  EXPECT_EQ(folder_.Text("s.xyz"), "old");
+  EXPECT_EQ(Names().size(), 2u) << "nobody could remove it";
+  // The next one, and one that gets the number of a process that was killed.
+  EXPECT_EQ(Simulate({"-o", folder_.File("s.xyz"), "--count", "5"}).status, kDone);
+  EXPECT_EQ(folder_.Text("s.xyz"), Simulate({"-o", "-", "--count", "5"}).out);
+  RunCommand reused({"sh", "-c", "echo left > \"$1/.vakdtm-$$-0.part\"; exec \"$0\" simulate -o \"$1/s.xyz\" --count 7",
+                     VAKDTM_COMMAND, folder_.Path().string()});
+  EXPECT_EQ(reused.Wait().status, kDone);
+  EXPECT_EQ(folder_.Text("s.xyz"), Simulate({"-o", "-", "--count", "7"}).out);
+  EXPECT_EQ(Names().size(), 3u);
+}
+
 TEST_F(SimulateCommand, CtrlCEndsTheWaitForAReaderThatDoesNotRead) {
   ASSERT_EQ(mkfifo(folder_.File("pipe").c_str(), 0600), 0);
   // Held open from here, never read: the command fills the pipe and waits.

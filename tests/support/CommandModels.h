@@ -36,11 +36,17 @@ class CommandModels {
   }
 
   /// Runs the command as somebody who isn't the superuser, to whom nothing is closed.
-  CommandResult RunAsStranger(Words words) const {
-    // The build may lie where strangers don't get.
-    const std::string own = File("vakdtm");
-    std::filesystem::copy_file(VAKDTM_COMMAND, own);
-    words.insert(words.begin(), own);
+  CommandResult RunAsStranger(Words words) const { return RunAsStranger(CopyForStrangers(), std::move(words)); }
+
+  /// @return a copy of the command in the folder: the build may lie where strangers don't get.
+  std::string CopyForStrangers() const {
+    std::filesystem::copy_file(VAKDTM_COMMAND, File("vakdtm"));
+    return File("vakdtm");
+  }
+
+  /// The same with such a copy, more than once.
+  static CommandResult RunAsStranger(const std::string& copy, Words words) {
+    words.insert(words.begin(), copy);
     if (geteuid() == 0) words.insert(words.begin(), {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
     return RunCommand(std::move(words)).Wait();
   }

@@ -134,6 +134,20 @@ bool NothingRuns() {
   return Becomes([] { return CountOfSources() == 0; });
 }
 
+/// Waits until all threads but this one sleep, as the system tells it.
+bool OthersSleep() {
+  return Becomes([] {
+    int awake = 0;
+    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
+      std::string line;
+      std::getline(std::ifstream(task.path() / "stat"), line);
+      const std::size_t name = line.rfind(')');
+      if (name != std::string::npos && line[name + 2] == 'R') ++awake;
+    }
+    return awake <= 1;
+  });
+}
+
 /// Both ways of finding out: by events, and by looking.
 class FileWatcherThreadTest : public testing::TestWithParam<bool> {
  protected:
@@ -292,6 +306,27 @@ TEST_P(FileWatcherThreadTest, TwoWatchesNeedTwoRemovals) {
   EXPECT_TRUE(follower.IsTold([this] { Overwrite(file_, "one"); }));
 }
 
+TEST_P(FileWatcherThreadTest, WatchStaysWhenOthersOfItsFolderAndFileGo) {
+  fs::create_hard_link(file_, folder_.Path() / "twin");
+  const Follower follower(path_);
+  {
+    const Follower neighbour(folder_.WideFile("b.dtm"));
+    const Follower twin(folder_.WideFile("twin"));
+  }
+  EXPECT_TRUE(follower.IsTold([this] { Overwrite(file_, "one"); }));
+  folder_.Write("other", "other");
+  EXPECT_TRUE(follower.IsTold([this] { fs::rename(folder_.Path() / "other", file_); }));
+}
+
+TEST_P(FileWatcherThreadTest, LookingBeginsWhileTheThreadSleeps) {
+  const Follower first(path_);
+  ASSERT_TRUE(OthersSleep());
+  const test::TestFolder elsewhere;  // or the first's events would wake it
+  const Follower second(elsewhere.WideFile("sub/b.dtm"));
+  fs::create_directory(elsewhere.Path() / "sub");
+  EXPECT_TRUE(second.IsTold([&elsewhere] { elsewhere.Write("sub/b.dtm", "b"); }));
+}
+
 TEST_P(FileWatcherThreadTest, RemovedWatchTellsNothingMore) {
   folder_.Write("b.dtm", "b");
   const Follower other(folder_.WideFile("b.dtm"));
@@ -430,6 +465,15 @@ TEST_P(FileWatcherThreadTest, ProcessMayEndWhileFilesAreWatchedAndWritten) {
     follower->IsToldBeyond(0);
     Overwrite(file_, "y");
     std::exit(7);
+  };
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(live(), testing::ExitedWithCode(7), "");
+}
+
+TEST_P(FileWatcherThreadTest, ProcessMayEndWhileTheThreadSleeps) {
+  const auto live = [this] {
+    static const Follower* const follower = std::make_unique<Follower>(path_).release();
+    std::exit(follower->IsWatched() && OthersSleep() ? 7 : 1);
   };
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(live(), testing::ExitedWithCode(7), "");

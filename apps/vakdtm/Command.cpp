@@ -255,6 +255,8 @@ CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const Subcommand
 
 CLI::Option* Required(CLI::Option* option) { return option->required(); }
 
+void Exclude(CLI::Option* option, CLI::Option* other) { option->excludes(other); }
+
 CLI::Option* AddText(CLI::App& command, const std::string& names, std::string& value, const std::string& typeName,
                      const std::string& description) {
   const auto take = [&value](const std::string& text) { value = Unmarked(text); };

@@ -75,6 +75,9 @@ CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const Subcommand
 /// Says that the command line is wrong without it. @return the option.
 CLI::Option* Required(CLI::Option* option);
 
+/// Says that two options can't stand in one command line.
+void Exclude(CLI::Option* option, CLI::Option* other);
+
 /// Adds an argument or an option whose text is taken as it is; the help calls it `typeName`. `value` must live until
 /// the command line has been parsed; the same holds for what is added below.
 CLI::Option* AddText(CLI::App& command, const std::string& names, std::string& value, const std::string& typeName,
@@ -116,5 +119,6 @@ void AddImportCommand(CLI::App& app, CommandContext& context);
 void AddInfoCommand(CLI::App& app, CommandContext& context);
 void AddSimulateCommand(CLI::App& app, CommandContext& context);
 void AddVerifyCommand(CLI::App& app, CommandContext& context);
+void AddWatchCommand(CLI::App& app, CommandContext& context);
 
 }  // namespace vak

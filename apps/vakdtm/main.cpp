@@ -20,5 +20,5 @@ int main(int argc, char** argv) {
   OccupyClosedDescriptors();
   return vak::RunCommandLine(argc, argv,
                              {vak::AddCreateCommand, vak::AddImportCommand, vak::AddInfoCommand, vak::AddCellsCommand,
-                              vak::AddVerifyCommand, vak::AddSimulateCommand});
+                              vak::AddVerifyCommand, vak::AddWatchCommand, vak::AddSimulateCommand});
 }

@@ -70,7 +70,7 @@ TEST(Command, WrongUseIsOneLineThatNamesTheHelp) {
        "vakdtm simulate: the following argument was not expected: --fast - see 'vakdtm simulate --help'\n"},
       {"missing option",
        {"simulate", "--count", "1"},
-       "vakdtm simulate: --output is required - see 'vakdtm simulate --help'\n"},
+       "vakdtm simulate: either --output or --live is required - see 'vakdtm simulate --help'\n"},
       {"line break in an argument",
        {"sa\nil"},
        "vakdtm: there is no subcommand or option 'sa?il' - see 'vakdtm --help'\n"},

@@ -600,6 +600,21 @@ TEST_F(ImportCommand, AFullDiskIsToldWithTheLineAndTheModelOpensWithWhatFitted) 
   EXPECT_EQ(models_.Cells("a.dtm"), "1.5 102.5 -3\n2.5 102.5 -4\n");
 }
 
+TEST_F(ImportCommand, CellsThatHadToBeGivenUpAreTold) {
+  const std::string source = Text("s.xyz", "1.5,1002.5,-3\n101.5,1002.5,-4\n201.5,1002.5,-5\n");
+  models_.Make("a.dtm", models_.Folder().Text("s.xyz"));
+  // Sounding after sounding the areas, which are made already, leave the memory and find no room.
+  const test::FullDisk full(10000);
+  const CommandResult result = Import({source, "--memory", "1"});
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err,
+            "vakdtm import: " + models_.File("a.dtm") +
+                ": cells were lost because they cannot be written, no space left on the disk - make room or "
+                "check the disk, then run \"vakdtm verify " +
+                models_.File("a.dtm") + "\"\n");
+}
+
 TEST_F(ImportCommand, AFullDiskWithABackupNamesIt) {
   models_.Make("a.dtm", "1.5,102.5,-3\n");
   const std::string source = Text("s.xyz", "2.5,102.5,-4\n1000.5,102.5,-5\n");

@@ -3,6 +3,9 @@
     ```console  Every line that begins with "$ " is run by bash, in the order of the page and in one folder that is empty
                 at first, and prints what stands below it: standard output and standard error, to the letter but for
                 seconds. "..." alone on a line stands for any lines. It has to answer 0 unless it tells its status.
+    ```terminals  What is typed into two terminals at the same time: "one$ " begins to run first, and "two$ " once that
+                has printed a line. Both go on until they have printed what is shown, any number standing for any
+                other, and end with status 130 when Ctrl-C is pressed.
     ```cpp      stands in one of examples/*.cpp, which are compiled and run by the tests.
     ```cmake    stands in the project of the package's test.
     ```sh       is for the reader's machine and isn't run here; the scripts, presets and folders it names are there.
@@ -17,10 +20,13 @@ import json
 import os
 import pathlib
 import re
+import select
+import signal
 import subprocess
 import sys
 import tempfile
 import textwrap
+import time
 import unittest
 
 from IncludeRuleTest import ROOT
@@ -71,13 +77,78 @@ def is_shown(shown, printed):
     return re.fullmatch("(?:.*\n)*".join(parts), without_seconds(printed)) is not None
 
 
+def environment():
+    """With the command that is tested in front of all others."""
+    path = f"{pathlib.Path(COMMAND).resolve().parent}{os.pathsep}{os.environ.get('PATH', os.defpath)}"
+    return {**os.environ, "PATH": path}
+
+
+def terminals(text):
+    """Of each pair of terminals, what is typed into either and what it shows."""
+    found = []
+    for body in blocks(text, "terminals"):
+        pair = {}
+        for line in body.splitlines():
+            name, prompt, command = line.partition("$ ")
+            if prompt and name in ("one", "two"):
+                pair[name] = (command, [])
+                last = name
+            else:
+                pair[last][1].append(line)
+        found.append([(pair[name][0], "".join(line + "\n" for line in pair[name][1])) for name in ("one", "two")])
+    return found
+
+
+def whole_lines(text):
+    return text[: text.rfind("\n") + 1]
+
+
+def without_numbers(text):
+    return re.sub(r"\d+", "0", text)
+
+
+class Terminal:
+    """A command that runs until Ctrl-C."""
+
+    def __init__(self, command, folder):
+        # Without a shell, which would keep Ctrl-C to itself.
+        self.process = subprocess.Popen(
+            command.split(),
+            cwd=folder,
+            env=environment(),
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+        )
+        os.set_blocking(self.process.stdout.fileno(), False)
+        self.printed = b""
+
+    def awaits(self, condition):
+        """@return whether what it has printed so far comes to fulfil the condition."""
+        end = time.monotonic() + TIME_LIMIT
+        while not condition(self.printed.decode()):
+            if time.monotonic() > end or self.process.poll() is not None:
+                return False
+            select.select([self.process.stdout], [], [], 1)
+            self.printed += self.process.stdout.read() or b""
+        return True
+
+    def end(self):
+        """@return the status."""
+        self.process.send_signal(signal.SIGINT)
+        try:
+            return self.process.wait(TIME_LIMIT)
+        finally:
+            self.process.kill()
+            self.process.stdout.close()
+
+
 def run(command, folder):
     """@return the status of a command line, and what it prints."""
-    path = f"{pathlib.Path(COMMAND).resolve().parent}{os.pathsep}{os.environ.get('PATH', os.defpath)}"
     result = subprocess.run(
         ["bash", "-c", command],
         cwd=folder,
-        env={**os.environ, "PATH": path},
+        env=environment(),
         stdin=subprocess.DEVNULL,
         stdout=subprocess.PIPE,
         stderr=subprocess.STDOUT,
@@ -123,6 +194,26 @@ class Shown(unittest.TestCase):
                         if not is_shown(shown, printed):
                             self.assertEqual(without_seconds(printed), without_seconds(shown))
                         self.assertEqual(status, 0)
+
+    def test_two_terminals_show_what_is_shown(self):
+        pairs = [(page, pair) for page, text in pages().items() for pair in terminals(text)]
+        self.assertGreater(len(pairs), 1)
+        for page, pair in pairs:
+            with self.subTest(page=page), tempfile.TemporaryDirectory(prefix="vakdtm-readme-") as folder:
+                opened = []
+                try:
+                    for command, _ in pair:
+                        opened.append(Terminal(command, folder))
+                        self.assertTrue(opened[-1].awaits(lambda printed: "\n" in printed), opened[-1].printed)
+                    for terminal, (_, shown) in zip(opened, pair):
+                        wanted = without_numbers(shown)
+                        seen = terminal.awaits(
+                            lambda printed, wanted=wanted: is_shown(wanted, without_numbers(whole_lines(printed)))
+                        )
+                        self.assertTrue(seen, terminal.printed.decode())
+                finally:
+                    statuses = [terminal.end() for terminal in reversed(opened)]
+                self.assertEqual(statuses, [130, 130])
 
     def test_commands_of_the_demonstration_are_shown(self):
         demo = (ROOT / "scripts" / "demo").read_text(encoding="utf-8")
@@ -217,9 +308,9 @@ class CommandPage(unittest.TestCase):
         checked = 0
         for name in self.subcommands:
             text = section(self.text, name)
-            for _, shown in sessions(text):
+            for command, shown in sessions(text) + [one for pair in terminals(text) for one in pair]:
                 for line in shown.splitlines():
-                    if not line.startswith("{"):
+                    if not line.startswith("{") or f"vakdtm {name}" not in command:
                         continue
                     keys = [cell.strip("`") for cell in first_column(text) if re.fullmatch(r"`[a-z_]+`", cell)]
                     self.assertEqual(keys, list(json.loads(line)), name)
@@ -257,6 +348,10 @@ class Reading(unittest.TestCase):
     def test_sessions_are_taken_apart(self):
         text = "x\n```console\n$ one\nout\n$ two\n```\n```sh\n$ not\n```\n```console\n$ three\n```\n"
         self.assertEqual(sessions(text), [("one", "out\n"), ("two", ""), ("three", "")])
+
+    def test_terminals_are_taken_apart(self):
+        text = "```terminals\none$ a b\n{}\ntwo$ c\nout\nmore\n```\n"
+        self.assertEqual(terminals(text), [[("a b", "{}\n"), ("c", "out\nmore\n")]])
 
     def test_snippets_are_found_set_in_and_not_otherwise(self):
         self.assertTrue(stands_in("a;\n\n  b;\n", "{\n    a;\n\n      b;\n}\n"))

@@ -1,14 +1,19 @@
 #include "support/RunCommand.h"
 
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sstream>
+#include <stdexcept>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace vak::test {
@@ -28,7 +33,9 @@ int FileInMemory(const std::string& content) {
 }
 
 std::string ContentOf(int file) {
-  std::string content(static_cast<std::size_t>(Checked(static_cast<int>(lseek(file, 0, SEEK_END)), "lseek")), '\0');
+  struct stat state{};
+  Checked(fstat(file, &state), "fstat");
+  std::string content(static_cast<std::size_t>(state.st_size), '\0');
   if (pread(file, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) Throw("pread", errno);
   return content;
 }
@@ -108,6 +115,27 @@ RunCommand::~RunCommand() {
 
 void RunCommand::Signal(int signal) const {
   if (process_ > 0) kill(process_, signal);
+}
+
+std::string RunCommand::OutputSoFar() const { return process_ > 0 ? ContentOf(out_) : result_.out; }
+
+bool RunCommand::HasEnded() const {
+  if (process_ <= 0) return true;
+  siginfo_t state = {};
+  return waitid(P_PID, static_cast<id_t>(process_), &state, WEXITED | WNOHANG | WNOWAIT) != 0 || state.si_pid != 0;
+}
+
+std::vector<std::string> RunCommand::AwaitLines(std::size_t count) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  for (;;) {
+    const bool ended = HasEnded();  // first: what it has written is all there then
+    std::istringstream text(OutputSoFar());
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line) && !text.eof();) lines.push_back(line);
+    if (lines.size() >= count) return lines;
+    if (ended || std::chrono::steady_clock::now() > end) throw std::runtime_error("no such output: " + ContentOf(err_));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
 }
 
 const CommandResult& RunCommand::Wait() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -40,6 +41,16 @@ class RunCommand {
 
   /// Waits for its end. @return what it left; the same on later calls.
   const CommandResult& Wait();
+
+  /// @return what it has written to standard output so far.
+  [[nodiscard]] std::string OutputSoFar() const;
+
+  /// Waits until it has written at least this many whole lines to standard output, or, when it ends first or a minute
+  /// has passed, throws. @return them and what came with them.
+  std::vector<std::string> AwaitLines(std::size_t count);
+
+  /// Whether it has come to its end, by itself or by a signal; true after `Wait`.
+  [[nodiscard]] bool HasEnded() const;
 
   /// @return its process id, until `Wait` has returned.
   [[nodiscard]] pid_t Process() const { return process_; }

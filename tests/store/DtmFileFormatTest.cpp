@@ -433,11 +433,15 @@ TEST(DtmFileFormat, CellsAreOnTheDiskBeforeTheIndexAndTheIndexBeforeTheAnswer) {
     ASSERT_TRUE(access.SetDoubleValue(0, 0, dVAL, 4, true));  // a new area over the old index
     log->calls.clear();
     ASSERT_TRUE(file.SyncWrite());
-    // Two blocks in place, sync, index, size, sync.
-    EXPECT_EQ(log->Order(), "wwswzs");
-    EXPECT_EQ(log->calls[3].at, 64 + 2 * 104);
-    EXPECT_EQ(log->calls[3].count, 16u + 2 * 32);
-    EXPECT_EQ(log->calls[4].at, 64 + 2 * 104 + 80);
+    // Two blocks in place, the index but for its tail and nothing there, sync, the tail by which it is believed, size,
+    // sync.
+    EXPECT_EQ(log->Order(), "wwwwswzs");
+    EXPECT_EQ(log->calls[2].at, 64 + 2 * 104);
+    EXPECT_EQ(log->calls[2].count, 8u + 2 * 32);
+    EXPECT_EQ(log->calls[3].at, 64 + 2 * 104 + 72);
+    EXPECT_EQ(log->calls[5].at, 64 + 2 * 104 + 72);
+    EXPECT_EQ(log->calls[5].count, 8u);
+    EXPECT_EQ(log->calls[6].at, 64 + 2 * 104 + 80);
   }
   file.Close();
 }

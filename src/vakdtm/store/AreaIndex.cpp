@@ -41,15 +41,21 @@ bool ReadAreaIndex(DataStream& stream, AreaIndex& index) {
   return true;
 }
 
-bool WriteAreaIndex(DataStream& stream, std::int64_t start, const std::vector<grid::IndexEntry>& entries) {
+bool FormIndex(const std::vector<grid::IndexEntry>& entries, std::vector<std::byte>& bytes) {
   const auto count = static_cast<std::int64_t>(entries.size());
   if (grid::IndexHeadLength(count) > std::numeric_limits<std::int32_t>::max()) return false;
-  std::vector<std::byte> bytes(static_cast<std::size_t>(2 * grid::kHeaderSize + grid::kEntrySize * count));
+  bytes.resize(static_cast<std::size_t>(2 * grid::kHeaderSize + grid::kEntrySize * count));
   std::byte* to =
       grid::StoreHeader(bytes.data(), {grid::kIndex, static_cast<std::int32_t>(grid::IndexHeadLength(count))});
   for (const grid::IndexEntry& entry : entries) to = grid::StoreEntry(to, entry);
   grid::StoreHeader(to, {grid::kIndex, static_cast<std::int32_t>(grid::IndexTailLength(count))});
-  return stream.Seek(start, DataStream::kFromStart) && stream.Write(bytes.data(), bytes.size());
+  return true;
+}
+
+bool WriteAreaIndex(DataStream& stream, std::int64_t start, const std::vector<grid::IndexEntry>& entries) {
+  std::vector<std::byte> bytes;
+  return FormIndex(entries, bytes) && stream.Seek(start, DataStream::kFromStart) &&
+         stream.Write(bytes.data(), bytes.size());
 }
 
 void EndFileAt(DataStream& stream, std::int64_t size) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -26,7 +27,10 @@ struct AreaIndex {
 /// @return false when there is none, or head and tail don't belong together; `index` is untouched then.
 bool ReadAreaIndex(DataStream& stream, AreaIndex& index);
 
-/// Writes an index at `start`: head, entries, tail; the stream is left behind the tail. Requires: stream lock held.
+/// Forms an index: head, entries, tail. @return false when there are more entries than an index can count.
+bool FormIndex(const std::vector<grid::IndexEntry>& entries, std::vector<std::byte>& bytes);
+
+/// Writes an index at `start`; the stream is left behind the tail. Requires: stream lock held.
 /// @return false when a write failed, or there are more entries than an index can count; part of it may be written.
 bool WriteAreaIndex(DataStream& stream, std::int64_t start, const std::vector<grid::IndexEntry>& entries);
 

@@ -16,6 +16,7 @@ const std::byte* StreamWindow::At(std::int64_t position, std::int64_t count) {
     start_ = position;
     if (!stream_.Seek(position, DataStream::kFromStart) || !stream_.Read(bytes_.data(), bytes_.size())) {
       bytes_.clear();
+      failed_ = true;
       return nullptr;
     }
   }

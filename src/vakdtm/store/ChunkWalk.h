@@ -24,6 +24,8 @@ class StreamWindow {
   const std::byte* At(std::int64_t position, std::int64_t count);
 
   std::int64_t End() const { return end_; }
+  /// Whether the stream has failed to give bytes that it has: what was read then says nothing about the file.
+  bool HasFailed() const { return failed_; }
 
  private:
   static constexpr std::int64_t kLargest = 1 << 14;
@@ -33,6 +35,7 @@ class StreamWindow {
   std::int64_t start_ = 0;
   std::int64_t reach_ = 0;  // how much to read ahead next time
   std::vector<std::byte> bytes_;
+  bool failed_ = false;
 };
 
 /// One pass over chunks that lie back to back.

@@ -102,6 +102,11 @@ bool DtmArea::ReadOwnHeader(StreamWindow& window) {
   return true;
 }
 
+bool DtmArea::IsStillThere() {
+  StreamWindow window(*stream_, position_ + bodyLength_);
+  return ReadOwnHeader(window);
+}
+
 bool DtmArea::FindBlocks(StreamWindow& window) {
   ChunkWalk walk(window, position_, file_->OwnLength(position_, bodyLength_));
   std::vector<std::size_t> met(blocks_.size());  // chunks with an id, counted at the id's first place in the list
@@ -257,7 +262,7 @@ bool DtmArea::SyncRead(long long time) {
   return true;
 }
 
-bool DtmArea::WriteArea(DataStream* stream) {
+bool DtmArea::WriteArea(DataStream* stream, Target target) {
   const std::scoped_lock lock(mutex_);
   if (stream_) return false;
   CreateDataBlocks();
@@ -266,14 +271,19 @@ bool DtmArea::WriteArea(DataStream* stream) {
   std::vector<BlockHold> holds;
   holds.reserve(blocks_.size());
   for (const auto& block : blocks_) {
+    if (target == Target::kRoom && block->IsEmpty()) continue;
     if (!holds.emplace_back(block.get())) return false;
   }
   const int length = file_->SmallestBody();
-  const auto prefix = grid::AreaPrefix(length, bottomLeftRow_, bottomLeftCol_);
+  auto prefix = grid::AreaPrefix(length, bottomLeftRow_, bottomLeftCol_);
+  if (target == Target::kHole) grid::Store(prefix.data(), grid::kHole);
   const StreamLock streamLock(*stream);
   const std::int64_t start = stream->Position();
-  bool written = stream->Write(prefix.data(), prefix.size());
-  for (const auto& block : blocks_) written = written && block->WriteBlock(stream);
+  // The beginning last: a process that is killed on the way leaves no area with half its cells.
+  const bool written = stream->Seek(start + grid::kAreaPrefixSize, DataStream::kFromStart) &&
+                       WriteBlocks(stream, target) && stream->Seek(start, DataStream::kFromStart) &&
+                       stream->Write(prefix.data(), prefix.size()) &&
+                       stream->Seek(start + grid::kHeaderSize + length, DataStream::kFromStart);
   if (!written) {
     for (const auto& block : blocks_) block->MakeUnwritten();
     return false;
@@ -283,6 +293,14 @@ bool DtmArea::WriteArea(DataStream* stream) {
   bodyLength_ = length;
   lastWritten_ = _time64(nullptr);
   readError_ = false;
+  return true;
+}
+
+bool DtmArea::WriteBlocks(DataStream* stream, Target target) {
+  for (const auto& block : blocks_) {
+    const bool isThere = target == Target::kRoom && block->IsEmpty();
+    if (isThere ? !block->TakePlace(stream) : !block->WriteBlock(stream)) return false;
+  }
   return true;
 }
 

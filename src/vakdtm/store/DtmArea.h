@@ -118,13 +118,25 @@ class DtmArea {
   /// @return false when a block has no place or a read failed.
   bool SyncRead(long long time);
 
-  /// Writes the whole area as a chunk at the stream's offset, and takes that as its place.
+  /// What the stream has where an area is to be written.
+  enum class Target {
+    kAnything,  ///< everything is written
+    kRoom,      ///< an area's empty cells, of which those that hold nothing else stay
+    kHole       ///< a place in front of other areas: everything but the tag, by which the chunk becomes an area, later
+  };
+
+  /// Writes the area as a chunk at the stream's offset, and takes that as its place.
   /// @return false when the area is written already, its blocks can't be made or the write failed.
-  bool WriteArea(DataStream* stream);
+  bool WriteArea(DataStream* stream, Target target = Target::kAnything);
 
  private:
+  friend class AreaMoves;
+  friend class DtmDataBlock;
   friend class DtmFile;
 
+  bool WriteBlocks(DataStream* stream, Target target);
+  /// Whether the chunk at the area's place is still this area's. Requires: area lock and stream lock held.
+  bool IsStillThere();
   static unsigned Offset(int value, int base) { return static_cast<unsigned>(value) - static_cast<unsigned>(base); }
 
   /// Makes the blocks if there are none yet, and finds their places if the area is written.

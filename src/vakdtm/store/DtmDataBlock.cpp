@@ -99,10 +99,7 @@ bool DtmDataBlock::Open() {
     auto cells = std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(size_));
     if (stream_ && !IsEmpty()) {
       const StreamLock streamLock(*stream_);
-      if (!stream_->Seek(position_, DataStream::kFromStart) ||
-          !stream_->Read(cells.get(), static_cast<std::uint64_t>(size_))) {
-        return false;
-      }
+      if (!ReadPlace(cells.get())) return false;
       ClearFlags();
     } else {
       std::memset(cells.get(), FillByte(), static_cast<std::size_t>(size_));
@@ -147,16 +144,13 @@ bool DtmDataBlock::WriteCells(DataStream* stream) const {
   return true;
 }
 
-bool DtmDataBlock::ReadCells(DataStream* stream) {
-  const auto total = static_cast<std::size_t>(size_);
-  std::byte* const scratch = area_->GetDtmFile()->Scratch(std::min(total, kScratchSize));
-  for (std::size_t done = 0; done < total;) {
-    const std::size_t piece = std::min(total - done, kScratchSize);
-    if (!stream->Read(scratch, piece)) return false;
-    StoreCells(BytesPerCell(), cells_.get() + done, scratch, piece);
-    done += piece;
+bool DtmDataBlock::ReadPlace(std::byte* out) {
+  if (!stream_->Seek(position_, DataStream::kFromStart) || !stream_->Read(out, static_cast<std::uint64_t>(size_))) {
+    return false;
   }
-  return true;
+  // Where another process writes, a removed area's place may have become another area's or the index's before this one
+  // hears of it. It goes over the beginning first, so a beginning that still is there speaks for the cells just read.
+  return !area_->GetDtmFile()->IsFollowing() || area_->IsStillThere();
 }
 
 bool DtmDataBlock::SyncWrite() {
@@ -176,7 +170,10 @@ bool DtmDataBlock::SyncRead() {
   if (!stream_) return false;
   if (cells_) {
     const StreamLock streamLock(*stream_);
-    if (!stream_->Seek(position_, DataStream::kFromStart) || !ReadCells(stream_)) return false;
+    const auto total = static_cast<std::size_t>(size_);
+    std::byte* const scratch = area_->GetDtmFile()->Scratch(total);
+    if (!ReadPlace(scratch)) return false;
+    StoreCells(BytesPerCell(), cells_.get(), scratch, total);
   }
   ClearFlags();
   return true;
@@ -206,6 +203,15 @@ bool DtmDataBlock::WriteBlock(DataStream* stream) {
   }
   Close();
   return written;
+}
+
+bool DtmDataBlock::TakePlace(DataStream* stream) {
+  if (stream_) return false;
+  const std::int64_t position = stream->Position() + grid::kHeaderSize;
+  if (!stream->Seek(position + size_, DataStream::kFromStart)) return false;
+  SetBlockPosition(stream, position);
+  ClearModified();
+  return true;
 }
 
 void DtmDataBlock::FindMinMax(float& lo, float& hi) const {

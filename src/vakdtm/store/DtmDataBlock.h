@@ -80,6 +80,8 @@ class DtmDataBlock {
   /// Writes header and cells at the stream's offset, for a block that has no place yet, and takes that as its place.
   /// Requires: area lock and stream lock held.
   bool WriteBlock(DataStream* stream);
+  /// The same for an empty block where the stream has its header and empty cells already: goes past them.
+  bool TakePlace(DataStream* stream);
 
   /// Lowers `lo` and raises `hi` by the values of a `d` or `f` block that isn't empty. The caller holds it open.
   void FindMinMax(float& lo, float& hi) const;
@@ -112,7 +114,8 @@ class DtmDataBlock {
   void FillCells();
   /// The cells, or as many empty ones when none are resident.
   bool WriteCells(DataStream* stream) const;
-  bool ReadCells(DataStream* stream);
+  /// Reads the block from its place. @return false when that failed, or the place was another's by the end.
+  bool ReadPlace(std::byte* out);
 
   std::unique_ptr<std::byte[]> cells_;  // replaced under the area lock, and only while the open count is 0
   DtmArea* area_;

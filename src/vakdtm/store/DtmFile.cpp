@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "vakdtm/store/AreaIndex.h"
+#include "vakdtm/store/AreaMoves.h"
 #include "vakdtm/store/ChunkWalk.h"
 #include "vakdtm/store/DtmUpdater.h"
 #include "vakdtm/store/FloorToInt.h"
@@ -19,6 +20,13 @@ namespace {
 // Where the extents start before there is an area.
 constexpr int kNoLowest = std::numeric_limits<int>::max();
 constexpr int kNoHighest = std::numeric_limits<int>::min();
+
+bool NameSamePlaces(const std::vector<grid::IndexEntry>& one, const std::vector<grid::IndexEntry>& other) {
+  return std::equal(one.begin(), one.end(), other.begin(), other.end(),
+                    [](const grid::IndexEntry& a, const grid::IndexEntry& b) {
+                      return a.row == b.row && a.col == b.col && a.position == b.position;
+                    });
+}
 
 // How many entries an index may have beyond twice those that there is room for; small files are cheap whatever they
 // say.
@@ -45,6 +53,7 @@ void SortByFirst(std::vector<std::pair<int, int>>& pairs) {
 DtmFile::DtmFile(DataStream* stream, bool create)
     : stream_(stream),
       creating_(create),
+      end_(stream),
       lowestRow_(kNoLowest),
       highestRow_(kNoHighest),
       lowestCol_(kNoLowest),
@@ -121,7 +130,7 @@ int DtmFile::OpenCount() const {
 
 long long DtmFile::FileSize() const {
   const StreamLock lock(*stream_);
-  return fileSize_;
+  return end_.Size();
 }
 
 DtmArea* DtmFile::GetArea(int index) const {
@@ -251,9 +260,9 @@ bool DtmFile::WriteDtm() {
 
   const StreamLock lock(*stream_);
   if (!stream_->Seek(0, DataStream::kFromStart) || !stream_->Write(bytes.data(), bytes.size())) return false;
-  nextWrite_ = fileSize_ = stream_->Position();
   settings_.start = grid::kMagicSize;
-  settings_.end = nextWrite_;
+  settings_.end = stream_->Position();
+  end_.Reset(settings_.end, settings_.end, false);
   openedBy_ = DtmOpenedBy::kCreation;
   return true;
 }
@@ -268,14 +277,14 @@ bool DtmFile::ReadMagic() {
   std::array<char, grid::kMagicSize> magic{};
   if (!stream_->Seek(0, DataStream::kFromStart) || !stream_->Read(magic.data(), magic.size())) return false;
   if (magic != grid::kMagic) return false;
-  nextWrite_ = stream_->Position();
+  const std::int64_t next = stream_->Position();
   if (!stream_->Seek(0, DataStream::kFromEnd)) return false;
-  fileSize_ = stream_->Position();
+  end_.Reset(next, stream_->Position(), false);
   return true;
 }
 
 bool DtmFile::ReadAttributes() {
-  StreamWindow window(*stream_, fileSize_);
+  StreamWindow window(*stream_, end_.Size());
   return ReadGridSettings(window, settings_);
 }
 
@@ -288,15 +297,15 @@ DtmOpenedBy DtmFile::ReadAreaIndex() {
   const std::int64_t room = (index.start - grid::kMagicSize) / (grid::kHeaderSize + smallestBody_);
   if (static_cast<std::int64_t>(index.entries.size()) > 2 * room + kFreeLies) return DtmOpenedBy::kNothing;
   heldIndex_ = std::move(index.entries);
+  heldIndexAt_ = index.old ? -1 : index.start;  // the old form gives way to the new one as a whole
   indexHeld_ = true;
-  fileSize_ = index.size;
-  nextWrite_ = index.start;  // whatever is written next goes over the index
+  end_.Reset(index.start, index.size, true);  // whatever is written next goes over the index
   return index.old ? DtmOpenedBy::kOldIndex : DtmOpenedBy::kIndex;
 }
 
 bool DtmFile::IsPlausible(const grid::IndexEntry& entry) const {
   if (!settings_.IsAreaPlace(entry.row, entry.col)) return false;
-  if (entry.position < grid::kMagicSize + grid::kHeaderSize || entry.position > nextWrite_ - smallestBody_)
+  if (entry.position < grid::kMagicSize + grid::kHeaderSize || entry.position > end_.Next() - smallestBody_)
     return false;
   const std::int64_t start = entry.position - grid::kHeaderSize;
   return start >= settings_.end || entry.position + smallestBody_ <= settings_.start;
@@ -353,8 +362,8 @@ std::vector<bool> DtmFile::FindFalseClaims(const EntryList& entries, const Claim
   }
   if (!std::is_sorted(order.begin(), order.end())) std::sort(order.begin(), order.end());
   const std::vector<bool> doubtful = FindDoubtfulEntries(entries.size(), order, claims);
-  StreamWindow window(*stream_, nextWrite_);
-  fromIndex_ = {true, false, nextWrite_, {}};
+  StreamWindow window(*stream_, end_.Next());
+  fromIndex_ = {true, false, end_.Next(), {}};
   fromIndex_.areas.reserve(order.size());
   std::int64_t end = 0;
   for (const auto& [position, i] : order) {
@@ -414,17 +423,11 @@ std::unique_ptr<DtmArea> DtmFile::MakeIndexedArea(const grid::IndexEntry& entry,
   return area;
 }
 
-bool DtmFile::ReadAreas() {
-  struct Found {
-    AreaPlace place;
-    int length;
-    std::int64_t start;
-  };
-  std::vector<Found> found;
-  ClaimList claims;
-  StreamWindow window(*stream_, fileSize_);
-  ChunkWalk walk(window, grid::kMagicSize, fileSize_ - grid::kMagicSize);
-  nextWrite_ = grid::kMagicSize;
+DtmFile::Walked DtmFile::WalkAreas() const {
+  Walked walked;
+  StreamWindow window(*stream_, end_.Size());
+  ChunkWalk walk(window, grid::kMagicSize, end_.Size() - grid::kMagicSize);
+  walked.end = grid::kMagicSize;
   while (walk.Next() && !grid::IsIndexTag(walk.Header().tag)) {
     if (walk.Header().tag == grid::kArea) {
       AreaPlace place;
@@ -432,43 +435,57 @@ bool DtmFile::ReadAreas() {
           !settings_.IsAreaPlace(place.row, place.col)) {
         break;
       }
-      claims.push_back(
-          {DtmAreaPos(settings_.areaSize, place.row, place.col), static_cast<std::uint32_t>(found.size())});
-      found.push_back({place, walk.Header().length, walk.Start()});
+      walked.claims.push_back(
+          {DtmAreaPos(settings_.areaSize, place.row, place.col), static_cast<std::uint32_t>(walked.areas.size())});
+      walked.areas.push_back({place, walk.Header().length, walk.Start()});
     }
-    nextWrite_ = walk.End();
+    walked.end = walk.End();
   }
+  walked.readable = !window.HasFailed();
 
   // Two areas for one place: the first counts, and the walk ends at the second. Told by sorting, which also gives the
   // map its order.
-  std::sort(claims.begin(), claims.end());
-  std::size_t end = found.size();
-  for (std::size_t i = 1; i < claims.size(); ++i) {
-    if (claims[i].pos == claims[i - 1].pos) end = std::min<std::size_t>(end, claims[i].index);
+  std::sort(walked.claims.begin(), walked.claims.end());
+  std::size_t end = walked.areas.size();
+  for (std::size_t i = 1; i < walked.claims.size(); ++i) {
+    if (walked.claims[i].pos == walked.claims[i - 1].pos) end = std::min<std::size_t>(end, walked.claims[i].index);
   }
-  if (end < found.size()) nextWrite_ = found[end].start;
+  if (end < walked.areas.size()) walked.end = walked.areas[end].start;
+  walked.areas.resize(end);
+  return walked;
+}
 
-  areas_.resize(end);
-  for (std::size_t i = 0; i < end; ++i) {
-    const Found& one = found[i];
+bool DtmFile::ReadAreas() {
+  const Walked walked = WalkAreas();
+  // Whatever the bytes are, they make a model. Bytes that couldn't be read may be areas that the next one would go
+  // over.
+  if (!walked.readable) return false;
+  areas_.resize(walked.areas.size());
+  for (std::size_t i = 0; i < areas_.size(); ++i) {
+    const WalkedArea& one = walked.areas[i];
     areas_[i] =
         std::make_unique<DtmArea>(this, one.place.row, one.place.col, stream_.get(), one.start + grid::kHeaderSize, 0);
     areas_[i]->bodyLength_ = one.length;
   }
-  EnterAreas(claims);
+  EnterAreas(walked.claims);
   openedBy_ = DtmOpenedBy::kWalk;
-  walkStoppedAt_ = BelongsAtAnEnd(nextWrite_) ? -1 : nextWrite_;
-  nextWrite_ = std::max(nextWrite_, settings_.end);  // the walk may have ended in front of the settings
+  walkStoppedAt_ = BelongsAtAnEnd(walked.end) ? -1 : walked.end;
+  // The walk may have ended in front of the settings.
+  end_.Reset(std::max(walked.end, settings_.end), end_.Size(), false);
   return true;
 }
 
 bool DtmFile::BelongsAtAnEnd(long long position) const {
-  if (position == fileSize_) return true;
-  StreamWindow window(*stream_, fileSize_);
+  if (position == end_.Size()) return true;
+  StreamWindow window(*stream_, end_.Size());
   const std::byte* bytes = window.At(position, grid::kHeaderSize);
   if (!bytes) return false;
   const grid::ChunkHeader header = grid::LoadHeader(bytes);
-  return grid::IsIndexTag(header.tag) || (header.tag == 0 && header.length == grid::kFillerLength);
+  if (grid::IsIndexTag(header.tag) || (header.tag == 0 && header.length == grid::kFillerLength)) return true;
+  // Room for an area of whose beginning a power cut has let only a part arrive.
+  AreaPlace place;
+  return header.tag == grid::kArea && ReadAreaPlaceNearby(window, position + grid::kHeaderSize, header.length, place) &&
+         (place.row == grid::kNoPlace || place.col == grid::kNoPlace);
 }
 
 // ---- Areas
@@ -492,8 +509,12 @@ bool DtmFile::WriteArea(DtmArea& area) {
   // This goes over the index. Should the area be gone again before the next one is due, the entries would be those held
   // and yet no longer in the file.
   indexHeld_ = false;
-  if (!stream_->Seek(nextWrite_, DataStream::kFromStart) || !area.WriteArea(stream_.get())) return false;
-  nextWrite_ = stream_->Position();
+  if (!end_.MakeRoom(settings_) || !stream_->Seek(end_.Next(), DataStream::kFromStart)) return false;
+  if (!area.WriteArea(stream_.get(), DtmArea::Target::kRoom)) {
+    end_.ForgetRoom();
+    return false;
+  }
+  end_.Advance(grid::kHeaderSize + area.bodyLength_);
   return true;
 }
 
@@ -504,7 +525,9 @@ void DtmFile::ForgetAreas() {
   lowestRow_ = lowestCol_ = kNoLowest;
   highestRow_ = highestCol_ = kNoHighest;
   heldIndex_.clear();
+  heldIndexAt_ = -1;
   indexHeld_ = false;
+  deadChunks_.clear();
   fromIndex_ = {};
 }
 
@@ -516,67 +539,28 @@ bool DtmFile::SyncWrite() {
 }
 
 bool DtmFile::WriteAll() {
-  bool allDone = true;
+  std::vector<DtmArea*> moving;  // those that need another end of the file: emptied ones, and ones without a place
   for (int i = 0; DtmArea* area = GetArea(i); ++i) {
-    const Done done = WritePending(*area);
-    if (done == Done::kFailed) return false;
-    allDone = allDone && done == Done::kAll;
+    const std::scoped_lock lock(area->Mutex());
+    if (area->IsEmpty() ? area->IsWritten() : !area->IsWritten()) {
+      moving.push_back(area);
+    } else if (area->IsWritten() && !area->HasReadError() && !area->SyncWrite()) {
+      return false;  // of one with a read error the bytes stay as they are
+    }
+  }
+  bool allDone = true;
+  if (!moving.empty()) {
+    AreaMoves moves(*this);
+    for (DtmArea* area : moving) {
+      const AreaMoves::Done done = area->IsWritten() ? moves.Remove(*area) : moves.Append(*area);
+      if (done == AreaMoves::Done::kFailed) return false;
+      allDone = allDone && done == AreaMoves::Done::kAll;
+    }
+    if (!moves.CarryOut()) return false;
   }
   // The index is written also when a damaged area had to stay: new areas may have gone over the old one, and a walk
   // doesn't get past such an area.
   return WriteAreaIndex() && allDone;
-}
-
-DtmFile::Done DtmFile::WritePending(DtmArea& area) {
-  const auto all = [](bool written) { return written ? Done::kAll : Done::kFailed; };
-  const std::scoped_lock lock(area.Mutex());
-  if (!area.IsWritten()) return all(area.IsEmpty() || WriteArea(area));
-  if (area.HasReadError()) return Done::kAll;  // its bytes stay as they are
-  return area.IsEmpty() ? RemoveArea(area) : all(area.SyncWrite());
-}
-
-DtmArea* DtmFile::FindLastLiveArea(long long hole) const {
-  DtmArea* last = nullptr;
-  long long furthest = hole;
-  for (int i = 0; DtmArea* area = GetArea(i); ++i) {
-    const std::scoped_lock lock(area->Mutex());
-    if (area->BlockPosition() <= furthest || area->IsFalseClaim() || area->IsEmpty()) continue;
-    furthest = area->BlockPosition();
-    last = area;
-  }
-  return last;
-}
-
-DtmFile::Done DtmFile::RemoveArea(DtmArea& area) {
-  // Nobody may add an area while the end of the file moves.
-  const std::scoped_lock fileLock(fileMutex_);
-  const std::int64_t hole = area.BlockPosition();
-  DtmArea* const last = FindLastLiveArea(hole);
-  std::unique_lock<RecursiveMutex> lastLock;
-  std::int64_t end = hole;
-  if (last) {
-    lastLock = std::unique_lock(last->Mutex());
-    last->CreateDataBlocks();
-    // An area that can't be read can't be moved: the emptied one stays where it is, and no other comes to harm.
-    if (last->HasReadError()) return area.SyncWrite() ? Done::kAll : Done::kFailed;
-    if (last->BlockSize() != area.BlockSize()) return area.SyncWrite() ? Done::kPart : Done::kFailed;
-    end = last->BlockPosition();
-    if (!last->MakeUnwritten()) return area.SyncWrite() ? Done::kPart : Done::kFailed;
-  }
-  if (!area.MakeUnwritten()) return Done::kFailed;
-  // Areas behind the last one with data have no more place in the file. They were all empty when it was chosen; one
-  // that has got a sounding since keeps its cells in memory, and the next pass writes it.
-  for (int i = 0; DtmArea* other = GetArea(i); ++i) {
-    const std::scoped_lock lock(other->Mutex());
-    if (other->BlockPosition() > end && !other->IsFalseClaim()) other->MakeUnwritten();
-  }
-  const StreamLock lock(*stream_);
-  if (last && (!stream_->Seek(hole - grid::kHeaderSize, DataStream::kFromStart) || !last->WriteArea(stream_.get()))) {
-    return Done::kFailed;
-  }
-  // Strange files have areas in front of the settings too; these stay where they are.
-  nextWrite_ = std::max(end - grid::kHeaderSize, settings_.end);
-  return Done::kAll;
 }
 
 bool DtmFile::WriteAreaIndex() {
@@ -584,24 +568,40 @@ bool DtmFile::WriteAreaIndex() {
     std::int64_t end = 0;
     {
       const StreamLock lock(*stream_);
-      end = nextWrite_;
+      end = end_.Next();
     }
     EntryList entries = GatherEntries();
     const StreamLock lock(*stream_);
     // An area was added meanwhile: an index that doesn't name it would hide it.
-    if (nextWrite_ != end) continue;
+    if (end_.Next() != end) continue;
     if (indexHeld_ && entries == heldIndex_) return SyncCells();
-    // What the index will name has to be on the disk before it is named. The next area goes over the index, so the
-    // next-write position stays in front of it.
-    if (!stream_->Sync() || !vak::WriteAreaIndex(*stream_, nextWrite_, entries)) return false;
-    fileSize_ = stream_->Position();
-    EndFileAt(*stream_, fileSize_);
+    // The next area goes over the index, so the next-write position stays in front of it.
+    const bool inPlace = heldIndexAt_ == end && NameSamePlaces(entries, heldIndex_);
     heldIndex_ = std::move(entries);
+    heldIndexAt_ = end;
     // One that may not have reached the disk isn't relied on: the next pass writes it again.
-    indexHeld_ = stream_->Sync();
+    indexHeld_ = end_.WriteIndex(heldIndex_, inPlace);
     unsynced_ = unsynced_ && !indexHeld_;
-    return indexHeld_;
+    return indexHeld_ && ClearDeadChunks();
   }
+}
+
+bool DtmFile::ClearDeadChunks() {
+  // With the index on the disk nothing refers to them. A walk that finds no index must not meet them either.
+  if (deadChunks_.empty()) return true;
+  for (const std::int64_t position : deadChunks_) {
+    if (position < end_.Next() && !WriteTag(position, grid::kHole)) return false;
+  }
+  if (!stream_->Sync()) return false;
+  deadChunks_.clear();
+  return true;
+}
+
+bool DtmFile::WriteTag(std::int64_t position, std::int32_t tag) {
+  std::array<std::byte, sizeof tag> bytes{};
+  grid::Store(bytes.data(), tag);
+  return stream_->Seek(position - grid::kHeaderSize, DataStream::kFromStart) &&
+         stream_->Write(bytes.data(), bytes.size());
 }
 
 DtmFile::EntryList DtmFile::GatherEntries() const {
@@ -644,19 +644,59 @@ bool DtmFile::SyncRead(DtmUpdater* updater) {
   {
     const StreamLock lock(*stream_);
     if (!stream_->Sync() || ReadAreaIndex() == DtmOpenedBy::kNothing) return false;
-    entries = heldIndex_;
-    const std::vector<bool> isFalse = FindFalseClaims(entries, SortClaims(entries));
-    std::size_t i = 0;
-    std::erase_if(entries, [&](const grid::IndexEntry&) { return isFalse[i++]; });
+    entries = BelievedEntries();
   }
+  return Follow(std::move(entries), true, updater);
+}
+
+bool DtmFile::CatchUp(DtmUpdater* updater) {
+  if (OpenCount() < 1) return false;
+  EntryList entries;
+  bool timesKnown = true;
+  {
+    const StreamLock lock(*stream_);
+    if (!stream_->Sync()) return false;
+    timesKnown = ReadAreaIndex() != DtmOpenedBy::kNothing;
+    if (!timesKnown && !WalkForIndex()) return false;
+    entries = timesKnown ? BelievedEntries() : heldIndex_;
+  }
+  return Follow(std::move(entries), timesKnown, updater);
+}
+
+DtmFile::EntryList DtmFile::BelievedEntries() {
+  EntryList entries = heldIndex_;
+  const std::vector<bool> isFalse = FindFalseClaims(entries, SortClaims(entries));
+  std::size_t i = 0;
+  std::erase_if(entries, [&](const grid::IndexEntry&) { return isFalse[i++]; });
+  return entries;
+}
+
+bool DtmFile::WalkForIndex() {
+  if (!stream_->Seek(0, DataStream::kFromEnd)) return false;
+  end_.Reset(end_.Next(), stream_->Position(), false);
+  const Walked walked = WalkAreas();
+  // Behind a place where the walk had to stop there may be more areas.
+  if (!walked.readable || !BelongsAtAnEnd(walked.end)) return false;
+  end_.Reset(std::max(walked.end, settings_.end), end_.Size(), false);
+  heldIndex_.clear();
+  heldIndexAt_ = -1;
+  indexHeld_ = false;
+  fromIndex_ = {};
+  for (const WalkedArea& area : walked.areas) {
+    heldIndex_.push_back({area.place.row, area.place.col, area.start + grid::kHeaderSize, 0});
+  }
+  return true;
+}
+
+bool DtmFile::Follow(EntryList entries, bool timesKnown, DtmUpdater* updater) {
   for (const grid::IndexEntry& entry : entries) {
-    if (!FollowEntry(entry, updater)) return false;
+    if (!FollowEntry(entry, timesKnown, updater)) return false;
   }
   if (entries.size() < static_cast<std::size_t>(NumAreas())) SyncRemoved(std::move(entries), updater);
   return true;
 }
 
-bool DtmFile::FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater) {
+bool DtmFile::FollowEntry(const grid::IndexEntry& entry, bool timesKnown, DtmUpdater* updater) {
   DtmArea* const area = FindArea(DtmAreaPos(settings_.areaSize, entry.row, entry.col));
   if (!area) {
     const std::scoped_lock lock(fileMutex_);
@@ -667,9 +707,13 @@ bool DtmFile::FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater) {
       area->SetBlockPosition(stream_.get(), entry.position);
     }
     // One that can't be read keeps its time, so that the next index brings it up again.
-    if (area->HasReadError() || area->LastWritten() == entry.lastWritten) return true;
+    if (area->HasReadError() || (timesKnown && area->LastWritten() == entry.lastWritten)) return true;
     if (!area->SyncRead(entry.lastWritten)) return false;
-    if (entry.HasRange()) area->SetMinMaxZ(std::bit_cast<float>(entry.lowestZ), std::bit_cast<float>(entry.highestZ));
+    if (entry.HasRange()) {
+      area->SetMinMaxZ(std::bit_cast<float>(entry.lowestZ), std::bit_cast<float>(entry.highestZ));
+    } else if (!timesKnown) {
+      area->rangeValid_ = false;
+    }
   }
   if (updater) updater->UpdateArea(entry.row, entry.col, area != nullptr);
   return true;

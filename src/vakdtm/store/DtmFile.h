@@ -14,11 +14,13 @@
 #include "vakdtm/store/DtmArea.h"
 #include "vakdtm/store/DtmAreaPos.h"
 #include "vakdtm/store/DtmBlockId.h"
+#include "vakdtm/store/FileEnd.h"
 #include "vakdtm/store/GridFormat.h"
 #include "vakdtm/store/GridSettings.h"
 
 namespace vak {
 
+class AreaMoves;
 class DtmUpdater;
 class StreamWindow;
 
@@ -106,6 +108,9 @@ class DtmFile {
   /// moved. @param updater  told of every area that changed; may be null. @return false when the index can't be read
   /// (the model is as it was) or an area can't be.
   bool SyncRead(DtmUpdater* updater);
+  /// The same for one that is about to write: where the former writer's end has left no index, the areas are found by a
+  /// walk, and all that is resident is read afresh. @return false when what that one left can't be followed to the end.
+  bool CatchUp(DtmUpdater* updater);
 
   /// How the last opening found the areas.
   DtmOpenedBy OpenedBy() const { return openedBy_; }
@@ -116,6 +121,11 @@ class DtmFile {
   bool HasLostData() const { return lostData_.load(std::memory_order_relaxed); }
 
   // For areas and blocks of this file.
+
+  /// Says that another process may be writing the file, so that cells read from it are believed only when the area is
+  /// still there behind the reading.
+  void SetFollowing(bool following) { following_.store(following, std::memory_order_relaxed); }
+  bool IsFollowing() const { return following_.load(std::memory_order_relaxed); }
 
   /// Bytes that the cells of a block take.
   int BlockSize(int id) const;
@@ -133,6 +143,7 @@ class DtmFile {
   std::span<const std::pair<int, int>> FindBlockSlots(int id) const;
 
  private:
+  friend class AreaMoves;
   using EntryList = std::vector<grid::IndexEntry>;
 
   bool ReadDtm();
@@ -154,6 +165,19 @@ class DtmFile {
     bool operator<(const Claim& other) const { return pos == other.pos ? index < other.index : pos < other.pos; }
   };
   using ClaimList = std::vector<Claim>;
+  /// What a walk from the front has found.
+  struct WalkedArea {
+    AreaPlace place;
+    int length = 0;
+    std::int64_t start = 0;
+  };
+  struct Walked {
+    std::vector<WalkedArea> areas;
+    ClaimList claims;       ///< by place; also of areas behind the end
+    std::int64_t end = 0;   ///< behind the last area that counts
+    bool readable = false;  ///< whether the stream gave every byte that it was asked for
+  };
+  Walked WalkAreas() const;
   using PositionList = std::vector<std::pair<std::int64_t, std::uint32_t>>;  // and the entry's index
 
   /// The claims of all entries with a place that an area can have, by place.
@@ -181,16 +205,22 @@ class DtmFile {
   void AddArea(std::unique_ptr<DtmArea> area);
   void NoteExtents(const DtmArea& area);
   bool WriteArea(DtmArea& area);
-  /// Of what had to be written: all, all that can be, or not even that.
-  enum class Done { kAll, kPart, kFailed };
   bool WriteAll();
-  Done WritePending(DtmArea& area);
   bool WriteAreaIndex();
+  /// Marks chunks that a failed move has left behind. @return false when that must be tried again.
+  bool ClearDeadChunks();
+  /// Writes the tag of the chunk whose body is at `position`.
+  bool WriteTag(std::int64_t position, std::int32_t tag);
   EntryList GatherEntries() const;
   bool SyncCells();
-  Done RemoveArea(DtmArea& area);
-  DtmArea* FindLastLiveArea(long long hole) const;
-  bool FollowEntry(const grid::IndexEntry& entry, DtmUpdater* updater);
+  /// The held index without entries that can't be true.
+  EntryList BelievedEntries();
+  /// Walks the chunks and holds what was found as an index without times. @return false, and the held index as it was,
+  /// when the walk ends at something that doesn't belong at an end.
+  bool WalkForIndex();
+  /// @param timesKnown  false: every area may have changed.
+  bool Follow(EntryList entries, bool timesKnown, DtmUpdater* updater);
+  bool FollowEntry(const grid::IndexEntry& entry, bool timesKnown, DtmUpdater* updater);
   void SyncRemoved(EntryList entries, DtmUpdater* updater) const;
   void ForgetAreas();
 
@@ -202,16 +232,17 @@ class DtmFile {
   mutable std::vector<std::pair<int, int>> slots_;
   std::unique_ptr<std::once_flag> slotsSorted_ = std::make_unique<std::once_flag>();
   int smallestBody_ = 0;
-  int largestAllowed_ = -1;  // no cell, before the settings are known
-  EntryList heldIndex_;      // guarded by the stream lock, like the four members below
-  bool indexHeld_ = false;   // whether heldIndex_ is what the file has
-  bool unsynced_ = false;    // whether cells were written since the last sync
+  int largestAllowed_ = -1;               // no cell, before the settings are known
+  EntryList heldIndex_;                   // guarded by the stream lock, like the six members below
+  bool indexHeld_ = false;                // whether heldIndex_ is what the file has
+  std::int64_t heldIndexAt_ = -1;         // where it is, or was meant to be
+  std::vector<std::int64_t> deadChunks_;  // bodies of chunks that look like areas and aren't any more
+  bool unsynced_ = false;                 // whether cells were written since the last sync
   FromIndex fromIndex_;
   std::vector<std::byte> scratch_;
   std::mutex writeMutex_;  // one pass of writing out at a time; taken before all others
   mutable std::recursive_mutex fileMutex_;
-  std::int64_t nextWrite_ = 0;                   // guarded by the stream lock: where the next area or index goes
-  std::int64_t fileSize_ = 0;                    // guarded by the stream lock
+  FileEnd end_;                                  // guarded by the stream lock
   std::vector<std::unique_ptr<DtmArea>> areas_;  // guarded by fileMutex_; in order of addition
   std::map<DtmAreaPos, DtmArea*> areaMap_;       // guarded by fileMutex_
   std::atomic<int> areaCount_{0};
@@ -219,6 +250,7 @@ class DtmFile {
   DtmOpenedBy openedBy_ = DtmOpenedBy::kNothing;
   long long walkStoppedAt_ = -1;
   std::atomic<bool> lostData_{false};
+  std::atomic<bool> following_{false};
 };
 
 }  // namespace vak

@@ -21,6 +21,7 @@ DtmUpdateFile::DtmUpdateFile(HugeFileStream* stream, bool create)
     : DtmFile(stream, create), hugeStream_(stream), fileName_(stream->FileName()), name_(GetTitleFromPath(fileName_)) {
   using OwnSubscriber = MemFunNoInfoSubscriber<DtmUpdateFile>;
   subscription_.SetSubscriber(std::make_unique<OwnSubscriber>(this, &DtmUpdateFile::OnFileModified).release(), true);
+  SetFollowing(!stream->IsReadWrite());
   if (stream->IsOpen() && !stream->IsReadWrite()) BeginWatching();
   fileTime_ = ReadFileTime();
 }
@@ -87,7 +88,7 @@ bool DtmUpdateFile::MakeReadWrite(bool readWrite) {
     bool caughtUp = false;
     {
       DtmRectUpdater updater(this);
-      caughtUp = SyncRead(&updater);
+      caughtUp = readWrite ? CatchUp(&updater) : SyncRead(&updater);
     }
     if (readWrite && !caughtUp) {
       // What the other writer left can't be followed: writing behind the end known here would go over it.
@@ -99,6 +100,7 @@ bool DtmUpdateFile::MakeReadWrite(bool readWrite) {
     FlushUpdateRect();
   }
   if (readWrite) EndWatching();
+  SetFollowing(!readWrite);
   return true;
 }
 

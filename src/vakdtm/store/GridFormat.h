@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <string_view>
 
 /// The bytes of a grid model file: tags, sizes and the little-endian form of every record.
@@ -46,6 +47,10 @@ constexpr std::int64_t kOldEntrySize = 24;
 constexpr std::int64_t kAreaAttributesSize = 32;
 /// The length that a stream which can't be cut carries in the header behind the index.
 constexpr std::int32_t kFillerLength = 0x7FFFFFFF;
+/// What stands in place of an area's tag where there is none any more, or not yet: readers pass such a chunk over.
+constexpr std::int32_t kHole = Tag("hole");
+/// Row and column of room for an area, which no area can have.
+constexpr std::int32_t kNoPlace = std::numeric_limits<std::int32_t>::min();
 /// Both Z fields of an entry whose range isn't known.
 constexpr std::uint32_t kUnknownZ = 0xFFFFFFFFU;
 

@@ -280,6 +280,7 @@ struct HugeFileStream::Impl {
     if (const int why = TakeWriterLock(again.Get()); why != 0) return FailToLock(why);
     file = std::move(again);
     readWrite = true;
+    unsynced = true;  // as after LockForWriting
     return true;
   }
 

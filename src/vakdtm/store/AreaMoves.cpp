@@ -105,6 +105,9 @@ bool AreaMoves::TagHoles(std::int32_t tag) {
   const StreamLock lock(*file_.stream_);
   for (const Move& move : moves_) {
     if (!file_.WriteTag(move.hole, tag)) return false;
+    // A walk ends at the first area that it meets for the second time, so the furthest has to be at its new place
+    // before the next one is: moves are in this order.
+    if (tag == grid::kArea && !file_.stream_->Sync()) return false;
   }
   return file_.stream_->Sync();
 }
@@ -133,7 +136,11 @@ bool AreaMoves::CarryOut() {
   done = done && (moves_.empty() || (TagHoles(grid::kHole) && WriteMoved() && TagHoles(grid::kArea)));
   const StreamLock lock(*file_.stream_);
   done = done && file_.end_.MoveBack(end_);
-  if (!done) GiveUp();
+  if (done) {
+    std::erase_if(file_.deadChunks_, [&](std::int64_t position) { return position >= file_.end_.Next(); });
+  } else {
+    GiveUp();
+  }
   moves_.clear();
   vacated_.clear();
   end_ = -1;

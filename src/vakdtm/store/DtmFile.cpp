@@ -587,14 +587,22 @@ bool DtmFile::WriteAreaIndex() {
 }
 
 bool DtmFile::ClearDeadChunks() {
-  // With the index on the disk nothing refers to them. A walk that finds no index must not meet them either.
+  // With the index on the disk nothing refers to them. A walk that finds no index must not meet them either, and the
+  // end that was meant for the file may stand in one.
   if (deadChunks_.empty()) return true;
   for (const std::int64_t position : deadChunks_) {
-    if (position < end_.Next() && !WriteTag(position, grid::kHole)) return false;
+    if (position < end_.Next() && !WriteHeader(position, {grid::kHole, smallestBody_})) return false;
   }
   if (!stream_->Sync()) return false;
   deadChunks_.clear();
   return true;
+}
+
+bool DtmFile::WriteHeader(std::int64_t position, grid::ChunkHeader header) {
+  std::array<std::byte, grid::kHeaderSize> bytes{};
+  grid::StoreHeader(bytes.data(), header);
+  return stream_->Seek(position - grid::kHeaderSize, DataStream::kFromStart) &&
+         stream_->Write(bytes.data(), bytes.size());
 }
 
 bool DtmFile::WriteTag(std::int64_t position, std::int32_t tag) {

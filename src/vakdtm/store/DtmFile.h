@@ -209,7 +209,8 @@ class DtmFile {
   bool WriteAreaIndex();
   /// Marks chunks that a failed move has left behind. @return false when that must be tried again.
   bool ClearDeadChunks();
-  /// Writes the tag of the chunk whose body is at `position`.
+  /// Writes the header, or the tag alone, of the chunk whose body is at `position`.
+  bool WriteHeader(std::int64_t position, grid::ChunkHeader header);
   bool WriteTag(std::int64_t position, std::int32_t tag);
   EntryList GatherEntries() const;
   bool SyncCells();

@@ -308,6 +308,12 @@ void Scan::WalkChunks() {
 
 /// Looks at what begins at `at`. @return where to go on.
 std::int64_t Scan::PassChunk(std::int64_t at, std::int64_t end) {
+  const std::byte* own = window_->At(at, grid::kHeaderSize);
+  if (const grid::ChunkHeader header = own ? grid::LoadHeader(own) : grid::ChunkHeader{};
+      header.tag == grid::kHole && header.length >= 0 && header.length <= end - at - grid::kHeaderSize) {
+    Report(Kind::kHole, at, header.tag, header.length);  // whatever the body looks like, it is no area
+    return at + grid::kHeaderSize + header.length;
+  }
   // The bytes of an area's body say more surely what is here than the eight of a header that may be damaged.
   Area area;
   area.start = at;
@@ -969,6 +975,7 @@ Traits TraitsOf(Kind kind) {
     case Kind::kBlockUnknown:
     case Kind::kOldIndex:
     case Kind::kFiller:
+    case Kind::kHole:
       return {kNote, false};
     case Kind::kEntryTime:
     case Kind::kEntryRange:
@@ -1046,6 +1053,8 @@ std::string ChunkText(const DtmFault& fault) {
              GoingOn(fault);
     case Kind::kTrailingBytes:
       return Bytes(fault.found) + " behind the last chunk";
+    case Kind::kHole:
+      return "the place of an area that was being moved, " + Bytes(fault.found) + " without use";
     case Kind::kUnknownChunk:
       return "a chunk '" + tag + "' of " + Bytes(fault.found) + " that has no meaning here";
     case Kind::kHiddenArea:

@@ -27,6 +27,7 @@ enum class DtmFaultKind {
   kNegativeLength,  ///< a header with length `found`
   kBeyondEnd,       ///< a chunk of `found` bytes where only `wanted` are left
   kTrailingBytes,   ///< `found` bytes, too few for a header
+  kHole,            ///< the place of an area that was being moved when its writer ended; costs nothing but space
   kUnknownChunk,    ///< a whole chunk with a `tag` that has no meaning here
   kHiddenArea,      ///< a chunk of `found` bytes with a sound area beginning inside, at `next`
   kStrayIndex,      ///< an index tag in front of the index

@@ -139,6 +139,8 @@ bool FileEnd::MoveBack(std::int64_t next) {
   const std::int64_t end = PhysicalEnd();
   if (end < 0 || (next < end && !EndWalkAt(next)) || !stream_->Sync()) return false;
   next_ = roomEnd_ = next;
+  // Now that a walk ends here, what lies behind can go too. Where it can't be cut off it stays behind the filler.
+  stream_->SetSize(next);
   return true;
 }
 
@@ -147,6 +149,7 @@ bool FileEnd::WriteIndex(const std::vector<grid::IndexEntry>& entries, bool inPl
   if (!FormIndex(entries, bytes)) return false;
   const std::size_t tail = bytes.size() - grid::kHeaderSize;
   inPlace = inPlace && hasIndex_;
+  ForgetRoom();  // it is written over
   if (!inPlace) {
     const std::array<std::byte, grid::kHeaderSize> nothing{};
     if (!DropIndex() || !stream_->Seek(next_, DataStream::kFromStart) || !stream_->Write(bytes.data(), tail) ||
@@ -164,7 +167,6 @@ bool FileEnd::WriteIndex(const std::vector<grid::IndexEntry>& entries, bool inPl
   }
   size_ = stream_->Position();
   if (!inPlace) EndFileAt(*stream_, size_);
-  roomEnd_ = next_;
   ahead_ = 1;
   const std::int64_t end = PhysicalEnd();
   hasIndex_ = end < 0 || end == size_;  // not behind a filler

@@ -14,43 +14,20 @@
 #include "vakdtm/services/platform/Platform.h"
 #include "vakdtm/services/text/Utf8.h"
 
+#include "support/SystemTemp.h"
 #include "support/TestFolder.h"
 
 namespace vak {
 namespace {
 
 namespace fs = std::filesystem;
+using test::SystemTemp;
 using test::TestFolder;
 
 unsigned ModeOf(const fs::path& path) {
   struct stat info{};
   return lstat(path.c_str(), &info) == 0 ? info.st_mode & 07777U : 0U;
 }
-
-/// Makes a folder of the test's own the system's temporary folder.
-class SystemTemp {
- public:
-  SystemTemp() {
-    if (const char* former = std::getenv("TMPDIR")) former_ = former;
-    setenv("TMPDIR", folder_.Path().c_str(), 1);
-  }
-  ~SystemTemp() {
-    if (former_.empty()) {
-      unsetenv("TMPDIR");
-    } else {
-      setenv("TMPDIR", former_.c_str(), 1);
-    }
-  }
-  SystemTemp(const SystemTemp&) = delete;
-  SystemTemp& operator=(const SystemTemp&) = delete;
-
-  fs::path Path() const { return fs::canonical(folder_.Path()); }
-  fs::path Ours() const { return Path() / ("vakdtm-" + std::to_string(geteuid())); }
-
- private:
-  TestFolder folder_;
-  std::string former_;
-};
 
 TEST(Platform, MillisecondsMoveForwardWithTheSteadyClock) {
   const std::uint32_t start = timeGetTime();

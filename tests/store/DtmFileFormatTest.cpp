@@ -323,18 +323,15 @@ TEST(DtmFileFormat, RangeOfAnEntryIsKnownOnlyWhenBothFieldsAre) {
   }
 }
 
-TEST(DtmFileFormat, RangeOfANewEmptyAreaIsWrittenAsItsStartValues) {
+TEST(DtmFileFormat, RangeOfAnAreaWithoutHeightsIsWrittenAsItsStartValues) {
   const TimeStands time(kSecond);
-  TestGrid grid(kSingleCells);
-  ASSERT_NE(grid.File().GetArea(0, 0, true), nullptr);
-  ASSERT_NE(grid.File().GetArea(0, 1, true), nullptr);
-  ASSERT_TRUE(grid.Set(0, 1, dVAL, 4));  // so that the first isn't last: both are empty or not on their own
-  // An area that is written and empty goes at the next writing, so look at the index of one that only was set aside.
-  float lo = 0;
-  float hi = 0;
-  EXPECT_TRUE(grid.File().GetArea(0)->GetMinMaxZ(lo, hi));
-  EXPECT_EQ(std::bit_cast<std::uint32_t>(lo), 0x7F7FFFFFU);
-  EXPECT_EQ(std::bit_cast<std::uint32_t>(hi), 0xFF7FFFFFU);
+  TestGrid grid({.cellSize = 1.0, .areaSize = 1, .blockIds = {dVAL, iNUM}});
+  ASSERT_TRUE(grid.Access().SetDoubleValue(0, 0, iNUM, 3, false));
+  grid.Close();
+  const std::vector<grid::IndexEntry> index = TakeIndex(grid.Bytes());
+  ASSERT_EQ(index.size(), 1U);
+  EXPECT_EQ(index[0].lowestZ, 0x7F7FFFFFU);
+  EXPECT_EQ(index[0].highestZ, 0xFF7FFFFFU);
 }
 
 TEST(DtmFileFormat, EveryKindOfCellLiesInTheFileAsItsType) {

@@ -212,6 +212,8 @@ TEST(DtmFileRemove, FailureAtAnyChangeKeepsTheOtherAreasCells) {
     grid.Memory().failFrom = MemoryFile::kNever;
     if (!done) ++failures;
     for (const int col : {0, 2, 3}) EXPECT_EQ(grid.Get(0, col), col + 1) << fail;
+    TestGrid killed(grid.Bytes());  // what another process finds if this one ends here
+    for (const int col : {0, 2, 3}) EXPECT_EQ(killed.Get(0, col), col + 1) << fail;
     EXPECT_TRUE(grid.File().SyncWrite()) << fail;
     grid.Reopen();
     for (const int col : {0, 2, 3}) EXPECT_EQ(grid.Get(0, col), col + 1) << fail;

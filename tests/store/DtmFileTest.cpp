@@ -198,7 +198,7 @@ TEST(DtmFile, OnlyTheLastCloseWrites) {
   EXPECT_EQ(grid.File().NumAreas(), 1);
 }
 
-TEST(DtmFile, OpenAndCloseAreTheFirstOverridableOperations) {
+TEST(DtmFile, ACursorOpensAndClosesThroughTheOverriddenOperations) {
   struct Counting : DtmFile {
     using DtmFile::DtmFile;
     bool Open() override {
@@ -216,7 +216,7 @@ TEST(DtmFile, OpenAndCloseAreTheFirstOverridableOperations) {
   {
     const DtmAccess access(&file);
   }
-  EXPECT_EQ(file.opens, 1) << "a cursor opens through the overridden operation";
+  EXPECT_EQ(file.opens, 1);
   EXPECT_EQ(file.closes, 1);
 }
 

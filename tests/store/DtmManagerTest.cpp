@@ -12,6 +12,7 @@
 #include "vakdtm/services/text/Utf8.h"
 
 #include "support/SharedModel.h"
+#include "support/SystemTemp.h"
 #include "support/TestFolder.h"
 
 namespace vak::test {
@@ -216,6 +217,16 @@ TEST(DtmManager, CreatingAFileThatIsOpenAnswersNullAndLeavesTheModelAlone) {
   EXPECT_EQ(DtmManager::LastOpenError(), DtmOpenError::kInUse);
   EXPECT_EQ(model->OpenCount(), 1);
   EXPECT_EQ(ValueAt(*model, 0.5, 0.5), -5.0);
+}
+
+TEST(DtmManager, AModelThatIsNotTemporaryMakesNoFolderForSuch) {
+  const TestFolder folder;
+  const SystemTemp system;
+  MakeModel(folder, "a.dtm");
+  OpenShared(folder.WideFile("a.dtm"), false);
+  EXPECT_FALSE(std::filesystem::exists(system.Ours()));
+  EXPECT_NE(CreateShared(L""), nullptr);
+  EXPECT_TRUE(std::filesystem::exists(system.Ours()));
 }
 
 TEST(DtmManager, CreatingEmptiesAFileThatExists) {

@@ -347,28 +347,45 @@ TEST(DtmAccessThreadTest, CopiesGoToOtherThreadsAndAreClosedThere) {
   EXPECT_EQ(right, 64);
 }
 
-TEST(DtmAccessThreadTest, ReaderFollowsAWriterInPlace) {
+TEST(DtmAccessThreadTest, RefreshingGoesOverCellsThatAnotherThreadLooksAt) {
   const int rounds = LongForm(200, 5000);
   TestGrid writer({.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL}});
   for (int col = 0; col < 4; ++col) ASSERT_TRUE(writer.Set(0, col, dVAL, HeightOf(0, col)));
   ASSERT_TRUE(writer.File().SyncWrite());
-  DtmFile reader(new MemoryStream(writer.Bytes()), false);
+  DtmFile reader(new MemoryStream(writer.Shared()), false);
   ASSERT_TRUE(reader.Open());
-  // Refreshing goes over resident cells that other threads look at.
-  std::atomic<bool> done{false};
-  std::thread looking([&] {
+  {
     DtmAccess access(&reader);
-    while (!done.load()) {
-      for (int col = 0; col < 4; ++col) {
-        double value = 0;
-        EXPECT_TRUE(access.GetDoubleValue(0, col, dVAL, value));
-        EXPECT_EQ(value, HeightOf(0, col));
+    double value = 0;
+    // From here on both areas are resident: the other thread never touches the stream.
+    for (int col = 0; col < 4; ++col) ASSERT_TRUE(access.GetDoubleValue(0, col, dVAL, value));
+    std::atomic<bool> done{false};
+    std::thread looking([&] {
+      while (!done.load()) {
+        for (int col = 0; col < 4; ++col) {
+          double seen = 0;
+          EXPECT_TRUE(access.GetDoubleValue(0, col, dVAL, seen));
+          EXPECT_TRUE(seen == HeightOf(0, col) || seen == HeightOf(0, col) + 100) << seen;
+        }
       }
+    });
+    for (int i = 1; i <= rounds; ++i) {
+      for (int col = 0; col < 4; ++col) EXPECT_TRUE(writer.Set(0, col, dVAL, HeightOf(0, col) + i % 2 * 100));
+      EXPECT_TRUE(writer.File().SyncWrite());
+      for (int area = 0; area < 2; ++area) EXPECT_TRUE(reader.GetArea(area)->SyncRead(i));
     }
-  });
-  for (int i = 0; i < rounds; ++i) EXPECT_TRUE(reader.GetArea(i % 2)->SyncRead(i));
-  done = true;
-  looking.join();
+    done = true;
+    looking.join();
+    for (int col = 0; col < 4; ++col) {
+      ASSERT_TRUE(access.GetDoubleValue(0, col, dVAL, value));
+      EXPECT_EQ(value, HeightOf(0, col) + rounds % 2 * 100);
+    }
+    ASSERT_TRUE(writer.Set(0, 0, dVAL, 77));
+    ASSERT_TRUE(writer.File().SyncWrite());
+    ASSERT_TRUE(reader.GetArea(0)->SyncRead(0));
+    ASSERT_TRUE(access.GetDoubleValue(0, 0, dVAL, value));
+    EXPECT_EQ(value, 77);
+  }
   reader.Close();
 }
 

@@ -181,8 +181,7 @@ void DtmManager::RemoveDtm(DtmUpdateFile* model) {
   const std::wstring name = model->FileName();
   const bool persists = model->GetFilePersis();
   std::erase_if(models_, [&](const auto& owned) { return owned.get() == model; });
-  std::wstring temporary;
-  if (!persists && GetTempPathW(temporary) && name.starts_with(temporary)) DeleteFileW(name);
+  if (!persists && IsInTempPath(name)) DeleteFileW(name);
   if (models_.empty()) EndSyncing();
 }
 

@@ -101,6 +101,14 @@ FileHandle OpenRegular(const std::string& path, struct stat& info) {
   return file;
 }
 
+/// The folder for temporary models, there or not; empty when the system tells none.
+std::filesystem::path TempFolder() {
+  std::error_code failed;
+  std::filesystem::path folder = std::filesystem::temp_directory_path(failed);
+  if (!failed) folder = std::filesystem::canonical(folder, failed);
+  return failed ? std::filesystem::path() : folder / ("vakdtm-" + std::to_string(geteuid()));
+}
+
 bool CopyInto(int from, const struct stat& info, FileHandle& to) {
   const std::array<timespec, 2> times{info.st_atim, info.st_mtim};
   return CopyContent(from, to.Get()) && fchmod(to.Get(), info.st_mode & 07777) == 0 &&
@@ -127,15 +135,16 @@ ScopedClock::ScopedClock(const Clock& clock) : former_(clockInForce.exchange(&cl
 ScopedClock::~ScopedClock() { clockInForce.store(former_); }
 
 bool GetTempPathW(std::wstring& path) {
-  std::error_code failed;
-  std::filesystem::path folder = std::filesystem::temp_directory_path(failed);
-  if (!failed) folder = std::filesystem::canonical(folder, failed);
-  if (failed) return false;
-  folder /= "vakdtm-" + std::to_string(geteuid());
-  if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return false;
+  const std::filesystem::path folder = TempFolder();
+  if (folder.empty() || (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)) return false;
   if (!IsPrivateFolder(folder.c_str())) return false;
   path = FromUtf8(folder.native()) + L'/';
   return true;
+}
+
+bool IsInTempPath(const std::wstring& name) {
+  const std::filesystem::path folder = TempFolder();
+  return !folder.empty() && name.starts_with(FromUtf8(folder.native()) + L'/');
 }
 
 bool GetTempFileNameW(const std::wstring& folder, const std::wstring& prefix, std::wstring& name) {

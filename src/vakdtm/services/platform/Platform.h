@@ -64,6 +64,9 @@ class ScopedClock {
 /// a link or another user's folder could send our files elsewhere. `path` is untouched then.
 bool GetTempPathW(std::wstring& path);
 
+/// Whether a real path begins with that folder's, compared exactly. Makes nothing.
+bool IsInTempPath(const std::wstring& name);
+
 /// Makes a new, empty file for its owner alone, with a name that no file in `folder` had.
 /// @param folder  with or without a '/' at the end.
 /// @param prefix  what the name begins with; the rest is chosen here and ends in ".tmp".

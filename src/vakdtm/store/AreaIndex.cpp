@@ -37,6 +37,10 @@ bool ReadAreaIndex(DataStream& stream, AreaIndex& index) {
     entry = read.old ? grid::LoadOldEntry(from) : grid::LoadEntry(from);
     from += read.EntrySize();
   }
+  // A writer invalidates the tail before it goes over anything else of an index: what still has it was whole.
+  if (!stream.Seek(-grid::kHeaderSize, DataStream::kFromEnd) || !stream.Read(bytes.data(), bytes.size())) return false;
+  const grid::ChunkHeader still = grid::LoadHeader(bytes.data());
+  if (stream.Position() != read.size || still.tag != tail.tag || still.length != tail.length) return false;
   index = std::move(read);
   return true;
 }

@@ -262,6 +262,12 @@ bool DtmArea::SyncRead(long long time) {
   return true;
 }
 
+bool DtmArea::RefreshUnmodified() {
+  const std::scoped_lock lock(mutex_);
+  return std::all_of(blocks_.begin(), blocks_.end(),
+                     [](const auto& block) { return block->NeedsWriting() || block->SyncRead(); });
+}
+
 bool DtmArea::WriteArea(DataStream* stream, Target target) {
   const std::scoped_lock lock(mutex_);
   if (stream_) return false;

@@ -134,6 +134,8 @@ class DtmArea {
   friend class DtmDataBlock;
   friend class DtmFile;
 
+  /// Reads the resident blocks afresh that weren't changed here.
+  bool RefreshUnmodified();
   bool WriteBlocks(DataStream* stream, Target target);
   /// Whether the chunk at the area's place is still this area's. Requires: area lock and stream lock held.
   bool IsStillThere();

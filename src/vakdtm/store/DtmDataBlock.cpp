@@ -158,6 +158,7 @@ bool DtmDataBlock::SyncWrite() {
   if (!stream_) return false;
   if (!NeedsWriting() || (IsModified() && !cells_)) return true;
   const StreamLock streamLock(*stream_);
+  if (area_->GetDtmFile()->IsFollowing()) return false;  // the place may have become another's
   if (!stream_->Seek(position_, DataStream::kFromStart)) return false;
   if (!WriteCells(stream_)) return false;
   area_->GetDtmFile()->NoteCellsWritten();

@@ -506,6 +506,7 @@ void DtmFile::AddArea(std::unique_ptr<DtmArea> area) {
 
 bool DtmFile::WriteArea(DtmArea& area) {
   const StreamLock lock(*stream_);
+  if (IsFollowing()) return false;  // another process may have moved the end
   // This goes over the index. Should the area be gone again before the next one is due, the entries would be those held
   // and yet no longer in the file.
   indexHeld_ = false;
@@ -550,6 +551,7 @@ bool DtmFile::WriteAll() {
   }
   bool allDone = true;
   if (!moving.empty()) {
+    if (IsFollowing()) return false;
     AreaMoves moves(*this);
     for (DtmArea* area : moving) {
       const AreaMoves::Done done = area->IsWritten() ? moves.Remove(*area) : moves.Append(*area);
@@ -575,6 +577,7 @@ bool DtmFile::WriteAreaIndex() {
     // An area was added meanwhile: an index that doesn't name it would hide it.
     if (end_.Next() != end) continue;
     if (indexHeld_ && entries == heldIndex_) return SyncCells();
+    if (IsFollowing()) return false;
     // The next area goes over the index, so the next-write position stays in front of it.
     const bool inPlace = heldIndexAt_ == end && NameSamePlaces(entries, heldIndex_);
     heldIndex_ = std::move(entries);
@@ -628,6 +631,7 @@ DtmFile::EntryList DtmFile::GatherEntries() const {
       entry.lowestZ = std::bit_cast<std::uint32_t>(lo);
       entry.highestZ = std::bit_cast<std::uint32_t>(hi);
     }
+    if (area->HasReadError()) KeepHeldEntry(entry);
     entries.push_back(entry);
   }
   // Only false claims can share a position.
@@ -635,6 +639,14 @@ DtmFile::EntryList DtmFile::GatherEntries() const {
     return std::tie(one.position, one.row, one.col) < std::tie(other.position, other.row, other.col);
   });
   return entries;
+}
+
+void DtmFile::KeepHeldEntry(grid::IndexEntry& entry) const {
+  const StreamLock lock(*stream_);
+  const auto held = std::find_if(heldIndex_.begin(), heldIndex_.end(), [&](const grid::IndexEntry& one) {
+    return one.position == entry.position && one.row == entry.row && one.col == entry.col;
+  });
+  if (held != heldIndex_.end()) entry = *held;
 }
 
 bool DtmFile::SyncCells() {
@@ -651,32 +663,43 @@ bool DtmFile::SyncRead(DtmUpdater* updater) {
   EntryList entries;
   {
     const StreamLock lock(*stream_);
-    if (!stream_->Sync() || ReadAreaIndex() == DtmOpenedBy::kNothing) return false;
-    entries = BelievedEntries();
+    if (!stream_->Sync() || !ReadFollowedIndex(entries)) return false;
   }
-  return Follow(std::move(entries), true, updater);
+  return Follow(std::move(entries), Trust::kTimes, updater);
 }
 
 bool DtmFile::CatchUp(DtmUpdater* updater) {
   if (OpenCount() < 1) return false;
   EntryList entries;
-  bool timesKnown = true;
+  auto trust = Trust::kIndex;
   {
     const StreamLock lock(*stream_);
     if (!stream_->Sync()) return false;
-    timesKnown = ReadAreaIndex() != DtmOpenedBy::kNothing;
-    if (!timesKnown && !WalkForIndex()) return false;
-    entries = timesKnown ? BelievedEntries() : heldIndex_;
+    if (!ReadFollowedIndex(entries)) {
+      if (!WalkForIndex()) return false;
+      entries = heldIndex_;
+      trust = Trust::kPlaces;
+    }
   }
-  return Follow(std::move(entries), timesKnown, updater);
+  return Follow(std::move(entries), trust, updater);
 }
 
-DtmFile::EntryList DtmFile::BelievedEntries() {
-  EntryList entries = heldIndex_;
+bool DtmFile::ReadFollowedIndex(EntryList& entries) {
+  if (ReadAreaIndex() == DtmOpenedBy::kNothing) return false;
+  entries = heldIndex_;
+  // Read once more: between two readings that agree no writer was half through with another.
+  if (ReadAreaIndex() == DtmOpenedBy::kNothing || heldIndex_ != entries) return false;
   const std::vector<bool> isFalse = FindFalseClaims(entries, SortClaims(entries));
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (!isFalse[i]) continue;
+    // A false claim that the file has had from the beginning harms its own area alone. One that wasn't there before
+    // speaks against the index.
+    const DtmArea* const area = FindArea(DtmAreaPos(settings_.areaSize, entries[i].row, entries[i].col));
+    if (settings_.IsAreaPlace(entries[i].row, entries[i].col) && !(area && area->IsFalseClaim())) return false;
+  }
   std::size_t i = 0;
   std::erase_if(entries, [&](const grid::IndexEntry&) { return isFalse[i++]; });
-  return entries;
+  return true;
 }
 
 bool DtmFile::WalkForIndex() {
@@ -696,35 +719,53 @@ bool DtmFile::WalkForIndex() {
   return true;
 }
 
-bool DtmFile::Follow(EntryList entries, bool timesKnown, DtmUpdater* updater) {
+bool DtmFile::Follow(EntryList entries, Trust trust, DtmUpdater* updater) {
   for (const grid::IndexEntry& entry : entries) {
-    if (!FollowEntry(entry, timesKnown, updater)) return false;
+    if (!FollowEntry(entry, trust, updater)) return false;
   }
   if (entries.size() < static_cast<std::size_t>(NumAreas())) SyncRemoved(std::move(entries), updater);
   return true;
 }
 
-bool DtmFile::FollowEntry(const grid::IndexEntry& entry, bool timesKnown, DtmUpdater* updater) {
-  DtmArea* const area = FindArea(DtmAreaPos(settings_.areaSize, entry.row, entry.col));
-  if (!area) {
+bool DtmFile::FollowEntry(const grid::IndexEntry& entry, Trust trust, DtmUpdater* updater) {
+  DtmArea* area = nullptr;
+  {
     const std::scoped_lock lock(fileMutex_);
-    AddArea(MakeIndexedArea(entry, false));
-  } else {
+    area = FindArea(DtmAreaPos(settings_.areaSize, entry.row, entry.col));
+    if (!area) AddArea(MakeIndexedArea(entry, false));
+  }
+  if (!area) {
+    if (updater) updater->UpdateArea(entry.row, entry.col, false);
+    return true;
+  }
+  bool mayDiffer = false;
+  {
     const std::scoped_lock lock(area->Mutex());
+    const bool wasWritten = area->IsWritten();
     if (area->BlockPosition() != entry.position || area->HasReadError()) {
       area->SetBlockPosition(stream_.get(), entry.position);
     }
     // One that can't be read keeps its time, so that the next index brings it up again.
-    if (area->HasReadError() || (timesKnown && area->LastWritten() == entry.lastWritten)) return true;
-    if (!area->SyncRead(entry.lastWritten)) return false;
-    if (entry.HasRange()) {
-      area->SetMinMaxZ(std::bit_cast<float>(entry.lowestZ), std::bit_cast<float>(entry.highestZ));
-    } else if (!timesKnown) {
-      area->rangeValid_ = false;
-    }
+    if (area->HasReadError()) return true;
+    const bool isOld = !wasWritten || area->LastWritten() != entry.lastWritten || trust == Trust::kPlaces;
+    // Times are whole seconds. Who only looks accepts that; who will write cells back reads afresh what is resident,
+    // but for what has been changed here. A shell that has a place again holds nothing of what is there.
+    mayDiffer = isOld || (trust == Trust::kIndex && !area->blocks_.empty());
+    if (isOld ? !area->SyncRead(entry.lastWritten) : mayDiffer && !area->RefreshUnmodified()) return false;
+    TakeRange(*area, entry, trust);
   }
-  if (updater) updater->UpdateArea(entry.row, entry.col, area != nullptr);
+  if (mayDiffer && updater) updater->UpdateArea(entry.row, entry.col, true);
   return true;
+}
+
+void DtmFile::TakeRange(DtmArea& area, const grid::IndexEntry& entry, Trust trust) {
+  // Also at the same time: an untouched reader's index must be the file's to the last byte, or it would write its own.
+  if (area.IsModified()) return;
+  if (entry.HasRange()) {
+    area.SetMinMaxZ(std::bit_cast<float>(entry.lowestZ), std::bit_cast<float>(entry.highestZ));
+  } else if (trust == Trust::kPlaces) {
+    area.rangeValid_ = false;
+  }
 }
 
 void DtmFile::SyncRemoved(EntryList entries, DtmUpdater* updater) const {

@@ -108,8 +108,9 @@ class DtmFile {
   /// moved. @param updater  told of every area that changed; may be null. @return false when the index can't be read
   /// (the model is as it was) or an area can't be.
   bool SyncRead(DtmUpdater* updater);
-  /// The same for one that is about to write: where the former writer's end has left no index, the areas are found by a
-  /// walk, and all that is resident is read afresh. @return false when what that one left can't be followed to the end.
+  /// The same for one that is about to write, with `IsFollowing` still true: all that is resident is read afresh, and
+  /// where the former writer's end has left no index, the areas are found by a walk. @return false when what that one
+  /// left can't be followed to the end.
   bool CatchUp(DtmUpdater* updater);
 
   /// How the last opening found the areas.
@@ -122,8 +123,8 @@ class DtmFile {
 
   // For areas and blocks of this file.
 
-  /// Says that another process may be writing the file, so that cells read from it are believed only when the area is
-  /// still there behind the reading.
+  /// Says that another process may be writing the file, or has been and isn't caught up with: cells read from it are
+  /// believed only when the area is still there behind the reading, and nothing is written.
   void SetFollowing(bool following) { following_.store(following, std::memory_order_relaxed); }
   bool IsFollowing() const { return following_.load(std::memory_order_relaxed); }
 
@@ -214,14 +215,22 @@ class DtmFile {
   bool WriteTag(std::int64_t position, std::int32_t tag);
   EntryList GatherEntries() const;
   bool SyncCells();
-  /// The held index without entries that can't be true.
-  EntryList BelievedEntries();
+  /// What of an index, or of a walk, tells whether an area's cells have changed.
+  enum class Trust {
+    kTimes,  ///< its time: for those who only look
+    kIndex,  ///< nothing; the ranges are good
+    kPlaces  ///< nothing, and nothing else is known
+  };
+  /// Reads the index that another process has written. @return false when there is none, or it was changed meanwhile.
+  bool ReadFollowedIndex(EntryList& entries);
   /// Walks the chunks and holds what was found as an index without times. @return false, and the held index as it was,
   /// when the walk ends at something that doesn't belong at an end.
   bool WalkForIndex();
-  /// @param timesKnown  false: every area may have changed.
-  bool Follow(EntryList entries, bool timesKnown, DtmUpdater* updater);
-  bool FollowEntry(const grid::IndexEntry& entry, bool timesKnown, DtmUpdater* updater);
+  bool Follow(EntryList entries, Trust trust, DtmUpdater* updater);
+  bool FollowEntry(const grid::IndexEntry& entry, Trust trust, DtmUpdater* updater);
+  static void TakeRange(DtmArea& area, const grid::IndexEntry& entry, Trust trust);
+  /// An area that can't be read keeps the entry that the file has for it.
+  void KeepHeldEntry(grid::IndexEntry& entry) const;
   void SyncRemoved(EntryList entries, DtmUpdater* updater) const;
   void ForgetAreas();
 

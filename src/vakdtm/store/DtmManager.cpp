@@ -36,13 +36,12 @@ bool EqualButForCase(const std::wstring& a, const std::wstring& b) {
   });
 }
 
-/// Names are compared without regard to case, but two files that differ only in case are two models.
-bool NameSameFile(const std::wstring& a, const std::wstring& b) {
-  if (a == b) return true;
-  if (!EqualButForCase(a, b)) return false;
+/// Whether a name means an open model. Names are compared without regard to case, but two files that differ only in
+/// case are two models, and one file is one model whatever it is called.
+bool Means(const std::wstring& name, const DtmUpdateFile& model) {
+  if (name == model.FileName()) return true;
   std::error_code error;
-  if (!fs::exists(PathOf(a), error) || !fs::exists(PathOf(b), error)) return true;
-  return fs::equivalent(PathOf(a), PathOf(b), error);
+  return fs::exists(PathOf(name), error) ? model.IsFileOf(name) : EqualButForCase(name, model.FileName());
 }
 
 DtmOpenError ReasonOf(StreamError error) {
@@ -142,8 +141,8 @@ DtmUpdateFile* DtmManager::OpenTemporary(const create_params& params) {
 }
 
 DtmUpdateFile* DtmManager::FindModel(const std::wstring& name) const {
-  const auto found = std::find_if(models_.begin(), models_.end(),
-                                  [&](const auto& model) { return NameSameFile(model->FileName(), name); });
+  const auto found =
+      std::find_if(models_.begin(), models_.end(), [&](const auto& model) { return Means(name, *model); });
   return found == models_.end() ? nullptr : found->get();
 }
 
@@ -151,7 +150,8 @@ DtmUpdateFile* DtmManager::Share(DtmUpdateFile& model, Access access, const crea
   // A file in use can't be created anew.
   if (params) return Failed(DtmOpenError::kInUse);
   if (access == Access::kReadWrite && !model.IsReadWrite() && !model.MakeReadWrite(true)) {
-    return Failed(ReasonOf(model.LastStreamError()));
+    const StreamError why = model.LastStreamError();
+    return Failed(why == StreamError::kNone ? DtmOpenError::kOther : ReasonOf(why));
   }
   return model.Open() ? &model : Failed(DtmOpenError::kOther);
 }
@@ -165,16 +165,13 @@ DtmUpdateFile* DtmManager::OpenNew(const std::wstring& name, Access access, cons
   HugeFileStream& watched = *stream;
   auto model = std::make_unique<DtmUpdateFile>(stream.release(), create);
   if (params) ApplySettings(*model, *params);
-  if (!model->Open()) {
-    const DtmOpenError why = ReasonOf(watched.LastError());
-    const bool made = create && !existed && watched.IsOpen();
-    model.reset();
-    if (made) DeleteFileW(name);
-    return Failed(why);
-  }
-  models_.push_back(std::move(model));
-  StartSyncing();
-  return models_.back().get();
+  const bool opened = model->Open();
+  if (opened && StartSyncing()) return models_.emplace_back(std::move(model)).get();
+  const DtmOpenError why = opened ? DtmOpenError::kOther : ReasonOf(watched.LastError());
+  const bool made = create && !existed && watched.IsOpen();
+  model.reset();
+  if (made) DeleteFileW(name);
+  return Failed(why);
 }
 
 void DtmManager::RemoveDtm(DtmUpdateFile* model) {
@@ -185,20 +182,31 @@ void DtmManager::RemoveDtm(DtmUpdateFile* model) {
   if (models_.empty()) EndSyncing();
 }
 
-void DtmManager::StartSyncing() {
-  if (syncer_) return;
-  syncer_ = std::make_unique<Syncer>();
-  // Under the manager lock, which the thread needs before it does anything.
-  syncer_->thread =
-      std::make_unique<Thread>(ThreadPriority::kLowest, [this, syncer = syncer_.get()] { SyncUntil(syncer->stop); });
+bool DtmManager::StartSyncing() {
+  if (syncer_) return true;
+  auto syncer = std::make_unique<Syncer>();
+  try {
+    // Under the manager lock, which the thread needs before it does anything.
+    syncer->thread =
+        std::make_unique<Thread>(ThreadPriority::kLowest, [this, own = syncer.get()] { SyncUntil(own->stop); });
+  } catch (const std::system_error&) {
+    return false;  // the system has no more threads to give
+  }
+  syncer_ = std::move(syncer);
+  return true;
 }
 
 void DtmManager::EndSyncing() {
   if (!syncer_) return;
-  const std::unique_ptr<Syncer> ending = std::move(syncer_);
+  std::unique_ptr<Syncer> ending = std::move(syncer_);
+  ending->stop.Set();
+  if (ending->thread->IsCurrent()) {
+    // The process is ended from within a notification: the thread is at its end, too, and can't wait for itself.
+    static_cast<void>(ending.release());
+    return;
+  }
   // The thread needs the lock to end its pass. Whoever opens a model meanwhile gets a thread of its own.
   const std::uint32_t depth = mutex_.UnlockAll();
-  ending->stop.Set();
   ending->thread->Join();
   mutex_.RelockAll(depth);
 }
@@ -221,6 +229,7 @@ void DtmManager::SyncModified() {
   std::size_t next = 0;
   while (next < models_.size()) {
     DtmUpdateFile& model = *models_[next++];
+    model.LookIfUnwatched();
     if (!model.IsModified()) continue;
     model.ResetModified();  // before, so that a change during the pass isn't lost
     model.Sync();

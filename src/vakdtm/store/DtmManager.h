@@ -106,7 +106,8 @@ class DtmManager {
   DtmUpdateFile* Share(DtmUpdateFile& model, Access access, const create_params* params);
   DtmUpdateFile* FindModel(const std::wstring& name) const;
   void RemoveDtm(DtmUpdateFile* model);
-  void StartSyncing();
+  /// @return false when there is no thread to be had.
+  bool StartSyncing();
   void EndSyncing();
   void SyncUntil(Event& stop);
 

@@ -1,11 +1,16 @@
 #include "vakdtm/store/DtmUpdateFile.h"
 
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
 #include "vakdtm/services/files/FileName.h"
 #include "vakdtm/services/files/HugeFileStream.h"
 #include "vakdtm/services/notify/FileWatcher.h"
 #include "vakdtm/services/notify/Subscriber.h"
 #include "vakdtm/services/notify/SubscriptionManager.h"
 #include "vakdtm/services/platform/Platform.h"
+#include "vakdtm/services/text/Utf8.h"
 #include "vakdtm/store/DtmManager.h"
 #include "vakdtm/store/DtmRectUpdater.h"
 
@@ -66,6 +71,11 @@ StreamError DtmUpdateFile::LastStreamError() const {
   return hugeStream_->LastError();
 }
 
+bool DtmUpdateFile::IsFileOf(const std::wstring& name) const {
+  const StreamLock lock(*hugeStream_);
+  return hugeStream_->IsFileOf(name.c_str());
+}
+
 double DtmUpdateFile::ReadFileTime() const {
   double created = 0;
   double accessed = 0;
@@ -76,22 +86,29 @@ double DtmUpdateFile::ReadFileTime() const {
 }
 
 bool DtmUpdateFile::MakeReadWrite(bool readWrite) {
-  const std::scoped_lock managerLock(DtmManager::GetDtmManager());
+  const std::scoped_lock lock(DtmManager::GetDtmManager());
+  // A model whose stream could be made writable but not be caught up with is still one that follows.
+  if (IsReadWrite() == readWrite && IsFollowing() != readWrite) return true;
+  return readWrite ? BecomeWriter() : BecomeReader();
+}
+
+bool DtmUpdateFile::BecomeWriter() {
+  // What is written into a file that was replaced is lost: whoever comes by the name gets another.
+  if (IsReplaced()) return false;
   {
     const StreamLock lock(*hugeStream_);
-    if (hugeStream_->IsReadWrite() == readWrite) return true;
-    if (!hugeStream_->MakeReadWrite(readWrite)) return false;
+    if (!hugeStream_->MakeReadWrite(true)) return false;
   }
-  if (!readWrite) BeginWatching();
   const double time = ReadFileTime();
-  if (time != fileTime_) {
+  // Nothing is written before `SetFollowing(false)`, so no thread that inserts meanwhile goes over what isn't known
+  // yet.
+  if (MayHaveChanged(time)) {
     bool caughtUp = false;
     {
       DtmRectUpdater updater(this);
-      caughtUp = readWrite ? CatchUp(&updater) : SyncRead(&updater);
+      caughtUp = CatchUp(&updater);
     }
-    if (readWrite && !caughtUp) {
-      // What the other writer left can't be followed: writing behind the end known here would go over it.
+    if (!caughtUp) {
       const StreamLock lock(*hugeStream_);
       hugeStream_->MakeReadWrite(false);
       return false;
@@ -99,9 +116,47 @@ bool DtmUpdateFile::MakeReadWrite(bool readWrite) {
     fileTime_ = time;
     FlushUpdateRect();
   }
-  if (readWrite) EndWatching();
-  SetFollowing(!readWrite);
+  SetFollowing(false);
+  EndWatching();
   return true;
+}
+
+bool DtmUpdateFile::BecomeReader() {
+  SetFollowing(true);
+  {
+    const StreamLock lock(*hugeStream_);
+    if (!hugeStream_->MakeReadWrite(false)) {
+      SetFollowing(false);
+      return false;
+    }
+  }
+  BeginWatching();
+  const double time = ReadFileTime();
+  if (time == fileTime_) return true;
+  {
+    DtmRectUpdater updater(this);
+    SyncRead(&updater);
+  }
+  fileTime_ = time;
+  FlushUpdateRect();
+  return true;
+}
+
+bool DtmUpdateFile::IsReplaced() const {
+  std::error_code error;
+  return std::filesystem::exists(ToUtf8(fileName_), error) && !IsFileOf(fileName_);
+}
+
+bool DtmUpdateFile::MayHaveChanged(double time) const {
+  // File systems keep times in steps of some milliseconds: a change right behind the last look can have the same time.
+  constexpr double kGrain = 2.0;
+  return time != fileTime_ || static_cast<double>(_time64(nullptr)) - time < kGrain;
+}
+
+void DtmUpdateFile::LookIfUnwatched() {
+  if (watching_ || IsReadWrite()) return;
+  BeginWatching();
+  if (ReadFileTime() != fileTime_) OnFileModified();
 }
 
 void DtmUpdateFile::AddUpdateRect(const Page& rect, bool flag) {
@@ -129,6 +184,17 @@ void DtmUpdateFile::FlushUpdateRect() {
   lastNotify_ = timeGetTime();
 }
 
+void DtmUpdateFile::FlushUpdateRectUnlessBusy() {
+  // Under the manager lock. Another thread that is notifying may have called somebody who wants that lock, to open the
+  // model; it announces what is gathered, and the next tick what comes behind.
+  const std::unique_lock lock(rectMutex_, std::try_to_lock);
+  if (lock.owns_lock()) {
+    FlushUpdateRect();
+  } else {
+    OnFileModified();
+  }
+}
+
 bool DtmUpdateFile::GetUpdateRect(Page& rect, bool& flag) const {
   const std::scoped_lock lock(rectMutex_);
   if (!rectPending_) return false;
@@ -151,7 +217,7 @@ void DtmUpdateFile::Sync() {
   }
   // What couldn't be followed isn't seen: a model that becomes writable has to catch up with it.
   if (writes || done) fileTime_ = time;
-  FlushUpdateRect();
+  FlushUpdateRectUnlessBusy();
   if (observer_) observer_->OnSyncEnd(done);
 }
 

@@ -57,7 +57,8 @@ class DtmUpdateFile final : public DtmFile {
   /// Full path.
   std::wstring FileName() const { return fileName_; }
   bool IsReadWrite() const;
-  /// Changes the mode. To read-write fails, with nothing changed, while another process has it; a model that becomes
+  /// Changes the mode. To read-write fails, with nothing changed, while another process has it, when another file has
+  /// come to stand under the name, or when what was written meanwhile can't be followed; a model that becomes
   /// writable first catches up with what was written meanwhile. Going to read-only writes nothing: call `Sync` before.
   bool MakeReadWrite(bool readWrite);
   /// Why the stream's last failed operation failed.
@@ -68,10 +69,17 @@ class DtmUpdateFile final : public DtmFile {
   bool IsModified() const { return modified_.load(std::memory_order_relaxed); }
   void ResetModified() { modified_.store(false, std::memory_order_relaxed); }
 
+  /// Of a read-only model whose file couldn't be watched: tries again, and looks whether it has changed.
+  void LookIfUnwatched();
+  /// Whether a name leads to this model's file.
+  bool IsFileOf(const std::wstring& name) const;
+
   /// Adds a rectangle (metres) to the one gathered, marks the model modified, and announces if it is time to.
   /// @param flag  existing data changed or went away.
   void AddUpdateRect(const Page& rect, bool flag);
-  /// Announces what is gathered. Subscribers are called on this thread, and fetch the rectangle by `GetUpdateRect`.
+  /// Announces what is gathered. Subscribers are called on this thread, within the rectangle's lock, and fetch the
+  /// rectangle by `GetUpdateRect`. They may read and open models, but not close the last count of one, nor change this
+  /// one: a rectangle that they add goes with the one announced.
   void FlushUpdateRect();
   /// @return false when nothing is gathered.
   bool GetUpdateRect(Page& rect, bool& flag) const;
@@ -91,8 +99,15 @@ class DtmUpdateFile final : public DtmFile {
   static constexpr int kFileChanged = 0;                 // kind of notification
 
   double ReadFileTime() const;
+  /// Whether the file may differ from what was last seen of it. @param time  its last-modified time.
+  bool MayHaveChanged(double time) const;
+  /// Whether another file has come to stand under the name.
+  bool IsReplaced() const;
+  bool BecomeWriter();
+  bool BecomeReader();
   void BeginWatching();
   void EndWatching();
+  void FlushUpdateRectUnlessBusy();
 
   HugeFileStream* hugeStream_;  // the stream that DtmFile owns
   std::wstring fileName_;

@@ -187,6 +187,8 @@ struct HugeFileStream::Impl {
   bool LockForWriting() {
     const int why = TakeWriterLock(file.Get());
     readWrite = why == 0 && IsStillNamed();
+    // A former writer may have died before what it wrote was on the disk: the first sync is for that, too.
+    unsynced = readWrite;
     if (readWrite) return true;
     file.Close();
     // Whoever replaced the file had it locked for that: it was another's when we came.
@@ -403,6 +405,13 @@ bool HugeFileStream::GetFileCrc32(unsigned int& crc) {
   }
   crc = ~value;
   return true;
+}
+
+bool HugeFileStream::IsFileOf(const wchar_t* name) const {
+  struct stat own{};
+  struct stat named{};
+  return IsOpen() && fstat(impl_->file.Get(), &own) == 0 && stat(ToUtf8(name).c_str(), &named) == 0 &&
+         IsSameFile(own, named);
 }
 
 bool HugeFileStream::IsReadWrite() const { return impl_->readWrite; }

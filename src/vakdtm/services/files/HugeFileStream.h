@@ -78,13 +78,17 @@ class HugeFileStream : public DataStream {
   /// @return false when nothing is open or the file couldn't be read to its end.
   virtual bool GetFileCrc32(unsigned int& crc);
 
+  /// Whether a name leads to the open file, perhaps by another way than the one it was opened by.
+  bool IsFileOf(const wchar_t* name) const;
+
   bool IsReadWrite() const;
 
   /// Changes the mode of the open file. It stays the same file, also when it was renamed or removed meanwhile, and the
   /// offset stays.
   ///
-  /// To read-write: false while another stream has it so, when the system doesn't let us write, or after
-  /// `RefuseWriting`. To read-only: syncs first and then gives up the lock; false when the sync failed.
+  /// To read-write: false while another stream has it so, when the system doesn't let us write, when the name has
+  /// become another file's, or after `RefuseWriting`. To read-only: syncs first and then gives up the lock; false when
+  /// the sync failed.
   /// @return false when nothing has changed; `LastError` tells why.
   bool MakeReadWrite(bool readWrite);
 

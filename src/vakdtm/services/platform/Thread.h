@@ -27,6 +27,9 @@ class Thread {
   /// Waits for the thread to end; at once when it has been joined before. Not from the thread itself.
   void Join();
 
+  /// Whether the caller is this thread.
+  bool IsCurrent() const { return thread_.get_id() == std::this_thread::get_id(); }
+
  private:
   std::thread thread_;
 };

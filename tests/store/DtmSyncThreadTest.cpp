@@ -2,6 +2,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -12,9 +13,12 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "vakdtm/services/files/HugeFileStream.h"
+#include "vakdtm/services/notify/Subscriber.h"
+#include "vakdtm/services/notify/Subscription.h"
 #include "vakdtm/services/platform/Event.h"
 
 #include "support/LongForm.h"
@@ -313,6 +317,64 @@ TEST(DtmSyncThreadTest, StormsOfOpeningAndClosingLoseNothingAndLeaveNoThread) {
     EXPECT_EQ(hits, sounded[file].load());
     EXPECT_GT(hits, 0);
   }
+}
+
+/// Runs a piece of work at every notification.
+class Caller final : public Subscriber {
+ public:
+  explicit Caller(std::function<void()> work) : work_(std::move(work)) {}
+  void OnNotify(int, const std::wstring&, const NotificationInfo*) override { work_(); }
+
+ private:
+  std::function<void()> work_;
+};
+
+TEST(DtmSyncThreadTest, AViewMayOpenTheModelInANotificationWhilePassesRun) {
+  const int passes = LongForm(200, 5000);
+  const TestFolder folder;
+  const SharedModel model = CreateShared(folder.WideFile("a.dtm"));
+  ASSERT_NE(model, nullptr);
+  std::atomic<int> calls{0};
+  Caller view([&] {
+    double value = 0;
+    DtmAccess(model.get()).GetDoubleValue(0, 0, dVAL, value);  // takes the manager lock, under the rectangle's
+    ++calls;
+  });
+  Subscription subscription(1);
+  subscription.SetSubscriber(&view, false);
+  subscription.Subscribe(model->FileName());
+  std::atomic<bool> done{false};
+  std::thread inserting([&] {
+    for (int i = 0; !done; ++i) {
+      model->AddUpdateRect({0, 0, 1, 1}, false);
+      model->FlushUpdateRect();
+    }
+  });
+  for (int i = 0; i < passes || calls < passes; ++i) Manager().SyncModified();
+  done = true;
+  inserting.join();
+}
+
+TEST(DtmSyncThreadTest, TheProcessMayBeEndedInANotificationOfTheSyncThread) {
+  const TestFolder folder;
+  const std::wstring path = folder.WideFile("a.dtm");
+  const auto live = [&] {
+    const SyncTime half(500);
+    static DtmUpdateFile* const model = CreateShared(path).release();
+    static const std::thread::id main = std::this_thread::get_id();
+    static Caller view([] {
+      if (std::this_thread::get_id() != main) std::exit(7);
+    });
+    static Subscription subscription(1);
+    subscription.SetSubscriber(&view, false);
+    subscription.Subscribe(model->FileName());
+    // The first rectangle is announced at once, the second by the sync thread.
+    for (int i = 0; i < 2; ++i) model->AddUpdateRect({0, 0, 1, 1}, false);
+    std::this_thread::sleep_for(std::chrono::minutes(1));
+    std::_Exit(1);
+  };
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(live(), testing::ExitedWithCode(7), "");
 }
 
 }  // namespace

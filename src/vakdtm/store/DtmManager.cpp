@@ -202,7 +202,7 @@ void DtmManager::EndSyncing() {
   ending->stop.Set();
   if (ending->thread->IsCurrent()) {
     // The process is ended from within a notification: the thread is at its end, too, and can't wait for itself.
-    static_cast<void>(ending.release());
+    [[maybe_unused]] const Syncer* const forever = ending.release();
     return;
   }
   // The thread needs the lock to end its pass. Whoever opens a model meanwhile gets a thread of its own.

@@ -345,7 +345,7 @@ TEST(DtmSyncThreadTest, AViewMayOpenTheModelInANotificationWhilePassesRun) {
   subscription.Subscribe(model->FileName());
   std::atomic<bool> done{false};
   std::thread inserting([&] {
-    for (int i = 0; !done; ++i) {
+    while (!done) {
       model->AddUpdateRect({0, 0, 1, 1}, false);
       model->FlushUpdateRect();
     }
@@ -356,6 +356,9 @@ TEST(DtmSyncThreadTest, AViewMayOpenTheModelInANotificationWhilePassesRun) {
 }
 
 TEST(DtmSyncThreadTest, TheProcessMayBeEndedInANotificationOfTheSyncThread) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "the sanitizer calls a thread that still runs at the end a leak, and this one ends the process";
+#endif
   const TestFolder folder;
   const std::wstring path = folder.WideFile("a.dtm");
   const auto live = [&] {

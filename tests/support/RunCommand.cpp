@@ -125,8 +125,8 @@ bool RunCommand::HasEnded() const {
   return waitid(P_PID, static_cast<id_t>(process_), &state, WEXITED | WNOHANG | WNOWAIT) != 0 || state.si_pid != 0;
 }
 
-std::vector<std::string> RunCommand::AwaitLines(std::size_t count) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+std::vector<std::string> RunCommand::AwaitLines(std::size_t count, std::chrono::seconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
   for (;;) {
     const bool ended = HasEnded();  // first: what it has written is all there then
     std::istringstream text(OutputSoFar());
@@ -135,7 +135,7 @@ std::vector<std::string> RunCommand::AwaitLines(std::size_t count) {
     if (lines.size() >= count) return lines;
     if (ended || std::chrono::steady_clock::now() > end) {
       throw std::runtime_error(std::to_string(lines.size()) + " lines of " + std::to_string(count) +
-                               (ended ? ", and it has ended: " : " within a minute: ") + ContentOf(err_));
+                               (ended ? ", and it has ended: " : " within the limit: ") + ContentOf(err_));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <sys/types.h>
@@ -45,9 +46,9 @@ class RunCommand {
   /// @return what it has written to standard output so far.
   [[nodiscard]] std::string OutputSoFar() const;
 
-  /// Waits until it has written at least this many whole lines to standard output, or, when it ends first or a minute
+  /// Waits until it has written at least this many whole lines to standard output, or, when it ends first or the limit
   /// has passed, throws. @return them and what came with them.
-  std::vector<std::string> AwaitLines(std::size_t count);
+  std::vector<std::string> AwaitLines(std::size_t count, std::chrono::seconds limit = std::chrono::minutes(1));
 
   /// Whether it has come to its end, by itself or by a signal; true after `Wait`.
   [[nodiscard]] bool HasEnded() const;

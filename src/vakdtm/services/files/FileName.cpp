@@ -67,7 +67,12 @@ std::wstring GetCanonicalPath(const std::wstring& path, std::error_code& error) 
   if (path.empty()) return {};
   const std::filesystem::path absolute = std::filesystem::absolute(ToUtf8(path), error);
   if (error) return {};
-  const std::filesystem::path canonical = std::filesystem::weakly_canonical(absolute, error);
+  std::filesystem::path canonical;
+  // A file that goes between two looks is an error and not a name without a file; looked at again it is the latter.
+  for (int attempt = 0; attempt < 8; ++attempt) {
+    canonical = std::filesystem::weakly_canonical(absolute, error);
+    if (error != std::errc::no_such_file_or_directory) break;
+  }
   return error ? std::wstring() : FromUtf8(canonical.native());
 }
 

@@ -285,7 +285,10 @@ TEST(DtmAccess, SoundingsInOneAreaTouchNoFile) {
   TestGrid grid;
   ASSERT_TRUE(grid.Sound(0.5, 0.5, 1));
   const StreamCounts before = grid.Memory().counts;
-  for (int i = 0; i < 100; ++i) ASSERT_TRUE(grid.Sound(i % 4 + 0.5, i / 25 + 0.5, i));
+  for (int i = 0; i < 100; ++i) {
+    const int row = i / 25;
+    ASSERT_TRUE(grid.Sound(i % 4 + 0.5, row + 0.5, i));
+  }
   EXPECT_EQ(grid.Memory().counts.reads, before.reads);
   EXPECT_EQ(grid.Memory().counts.writes, before.writes);
   EXPECT_EQ(grid.Memory().counts.seeks, before.seeks);

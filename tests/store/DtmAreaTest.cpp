@@ -567,7 +567,7 @@ TEST(DtmArea, ClosingTheLastHolderWritesAllModifiedBlocksOfTheAreaTogether) {
 }
 
 TEST(DtmArea, MakeUnwrittenLeavesItWrittenAsAWholeWhenALaterBlockCantBeRead) {
-  for (const std::uint64_t good : {0, 1, 2}) {
+  for (const std::uint64_t good : {0U, 1U, 2U}) {
     SCOPED_TRACE(good);
     TestGrid grid({.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL, iNUM, dMIN}});
     grid.Sound(0.5, 0.5, -1);

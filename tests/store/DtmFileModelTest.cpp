@@ -95,7 +95,8 @@ class PlainGrid {
   Place AreaOf(Place cell) const { return {AreaIndex(areaSize, cell.row), AreaIndex(areaSize, cell.col)}; }
   std::size_t IndexOf(Place cell) const {
     const Place area = AreaOf(cell);
-    return static_cast<std::size_t>((cell.row - area.row * areaSize) * areaSize + (cell.col - area.col * areaSize));
+    const int index = (cell.row - area.row * areaSize) * areaSize + (cell.col - area.col * areaSize);
+    return static_cast<std::size_t>(index);
   }
   bool IsAllowed(double rowOrCol) const { return std::abs(rowOrCol) <= 2147483647.0 - 2.0 * areaSize; }
 

@@ -242,7 +242,7 @@ TEST(DtmFileRemove, AreaEmptiedAsAWholeIsRemoved) {
 }
 
 TEST(DtmFileRemove, OtherAreasAreWrittenWhenABlockOfTheLastOneCantBeRead) {
-  for (const std::uint64_t good : {0, 1}) {
+  for (const std::uint64_t good : {0U, 1U}) {
     SCOPED_TRACE(good);
     TestGrid grid({.cellSize = 1.0, .areaSize = 1, .blockIds = {dVAL, iNUM}});
     for (int col = 0; col < 4; ++col) ASSERT_TRUE(grid.Sound(col + 0.5, 0.5, col + 1));

@@ -3,65 +3,22 @@
 #include <limits>
 #include <memory>
 
-#include "vakdtm/services/platform/Platform.h"
 #include "vakdtm/store/DtmBufferedUpdater.h"
 
-#include "support/SharedModel.h"
-#include "support/TestFolder.h"
+#include "support/QuietModel.h"
 
 namespace vak::test {
 namespace {
 
 constexpr unsigned long kWait = 125;
 
-/// A model of 0.5 m cells in areas of 8 that has just made an announcement, so that what is handed to it is gathered
-/// there, under a counter of milliseconds that moves only when told to.
-struct QuietModel {
-  explicit QuietModel(std::uint32_t milliseconds = 1000000) : scope(clock) {
-    clock.SetMilliseconds(milliseconds);
-    const DtmManager::create_params params{8, 0.5, {dVAL, iNUM}};
-    model = CreateShared(folder.WideFile("a.dtm"), params);
-    if (!model) throw std::runtime_error("no model");
-    listener = std::make_unique<RectListener>(*model);
-    Announce();
-  }
-
-  /// Announces what is gathered, or something of no interest, so that nothing is announced for the next 125 ms.
-  void Announce() {
-    model->AddUpdateRect({0, 0, 1, 1}, false);
-    model->FlushUpdateRect();
-    listener->heard.clear();
-  }
-  /// An updater that has just handed something on, so that it gathers for as long as its wait.
-  std::unique_ptr<DtmBufferedUpdater> MakeGathering() {
-    auto updater = std::make_unique<DtmBufferedUpdater>(model.get(), kWait);
-    updater->UpdateCell(0, 0, false);
-    Announce();
-    return updater;
-  }
-
-  bool HasRect() const {
-    Page rect;
-    bool flag = false;
-    return model->GetUpdateRect(rect, flag);
-  }
-  void Expect(double left, double bottom, double right, double top, bool flag) const {
-    Page rect;
-    bool found = !flag;
-    ASSERT_TRUE(model->GetUpdateRect(rect, found));
-    EXPECT_EQ(rect.left(), left);
-    EXPECT_EQ(rect.bottom(), bottom);
-    EXPECT_EQ(rect.right(), right);
-    EXPECT_EQ(rect.top(), top);
-    EXPECT_EQ(found, flag);
-  }
-
-  TestFolder folder;
-  ManualClock clock;
-  ScopedClock scope;
-  SharedModel model;
-  std::unique_ptr<RectListener> listener;
-};
+/// An updater that has just handed something on, so that it gathers for as long as its wait.
+std::unique_ptr<DtmBufferedUpdater> MakeGathering(QuietModel& quiet) {
+  auto updater = std::make_unique<DtmBufferedUpdater>(quiet.model.get(), kWait);
+  updater->UpdateCell(0, 0, false);
+  quiet.Announce();
+  return updater;
+}
 
 TEST(DtmBufferedUpdater, TheFirstChangeIsHandedOnAtOnce) {
   QuietModel quiet;
@@ -82,7 +39,7 @@ TEST(DtmBufferedUpdater, TheFirstChangeWaitsOnlyWhileTheCounterIsWithinTheWait) 
 
 TEST(DtmBufferedUpdater, GathersUntilMoreThanTheWaitHasPassed) {
   QuietModel quiet;
-  const auto updater = quiet.MakeGathering();
+  const auto updater = MakeGathering(quiet);
   updater->UpdateCell(3, -7, false);
   quiet.clock.AdvanceMilliseconds(kWait);
   updater->UpdateCell(-5, 9, false);
@@ -95,7 +52,7 @@ TEST(DtmBufferedUpdater, GathersUntilMoreThanTheWaitHasPassed) {
 
 TEST(DtmBufferedUpdater, AHandingOnStartsTheWaitAnew) {
   QuietModel quiet;
-  const auto updater = quiet.MakeGathering();
+  const auto updater = MakeGathering(quiet);
   quiet.clock.AdvanceMilliseconds(kWait + 1);
   updater->UpdateCell(0, 0, false);
   quiet.Announce();
@@ -110,7 +67,7 @@ TEST(DtmBufferedUpdater, AHandingOnStartsTheWaitAnew) {
 
 TEST(DtmBufferedUpdater, WhatIsHandedOnIsForgotten) {
   QuietModel quiet;
-  const auto updater = quiet.MakeGathering();
+  const auto updater = MakeGathering(quiet);
   quiet.clock.AdvanceMilliseconds(kWait + 1);
   updater->UpdateCell(100, 100, true);
   quiet.Announce();
@@ -129,7 +86,7 @@ TEST(DtmBufferedUpdater, AnAreaSpansItsCells) {
 
 TEST(DtmBufferedUpdater, CellsAndAreasAreGatheredTogether) {
   QuietModel quiet;
-  auto updater = quiet.MakeGathering();
+  auto updater = MakeGathering(quiet);
   updater->UpdateCell(20, 3, false);
   updater->UpdateArea(-8, 16, false);
   EXPECT_FALSE(quiet.HasRect());
@@ -144,7 +101,7 @@ TEST(DtmBufferedUpdater, CellsAndAreasAreGatheredTogether) {
 
 TEST(DtmBufferedUpdater, AFlagAmongManyWithoutSurvivesToTheHandingOn) {
   QuietModel quiet;
-  const auto updater = quiet.MakeGathering();
+  const auto updater = MakeGathering(quiet);
   for (int i = 0; i < 100; ++i) updater->UpdateCell(i, i, i == 50);
   EXPECT_FALSE(quiet.HasRect());
   quiet.clock.AdvanceMilliseconds(kWait + 1);
@@ -160,7 +117,7 @@ TEST(DtmBufferedUpdater, AFlagAmongManyWithoutSurvivesToTheHandingOn) {
 
 TEST(DtmBufferedUpdater, ACloneReportsWhatItsOriginalHadGatheredAsWell) {
   QuietModel quiet;
-  auto updater = quiet.MakeGathering();
+  auto updater = MakeGathering(quiet);
   updater->UpdateCell(3, -7, true);
   std::unique_ptr<DtmUpdater> clone(updater->Clone());
   updater->UpdateCell(40, 40, false);
@@ -179,7 +136,7 @@ TEST(DtmBufferedUpdater, ACloneReportsWhatItsOriginalHadGatheredAsWell) {
 
 TEST(DtmBufferedUpdater, ACloneGathersOnItsOwn) {
   QuietModel quiet;
-  auto updater = quiet.MakeGathering();
+  auto updater = MakeGathering(quiet);
   std::unique_ptr<DtmUpdater> clone(updater->Clone());
   clone->UpdateCell(7, 7, true);
   updater.reset();
@@ -188,13 +145,13 @@ TEST(DtmBufferedUpdater, ACloneGathersOnItsOwn) {
 
 TEST(DtmBufferedUpdater, ItsEndWithNothingGatheredAddsNothingButAnnouncesWhatTheModelHas) {
   QuietModel quiet;
-  auto updater = quiet.MakeGathering();
+  auto updater = MakeGathering(quiet);
   quiet.model->ResetModified();
   updater.reset();
   EXPECT_TRUE(quiet.listener->heard.empty());
   EXPECT_FALSE(quiet.model->IsModified()) << "no rectangle was added";
 
-  updater = quiet.MakeGathering();
+  updater = MakeGathering(quiet);
   quiet.model->AddUpdateRect({1, 2, 3, 4}, true);
   updater.reset();
   ASSERT_EQ(quiet.listener->heard.size(), 1U);
@@ -205,7 +162,7 @@ TEST(DtmBufferedUpdater, ItsEndWithNothingGatheredAddsNothingButAnnouncesWhatThe
 
 TEST(DtmBufferedUpdater, ItsEndHandsOnAndAnnouncesWhatIsGathered) {
   QuietModel quiet;
-  auto updater = quiet.MakeGathering();
+  auto updater = MakeGathering(quiet);
   quiet.model->ResetModified();
   updater->UpdateCell(2, 4, true);
   EXPECT_FALSE(quiet.model->IsModified());
@@ -218,7 +175,7 @@ TEST(DtmBufferedUpdater, ItsEndHandsOnAndAnnouncesWhatIsGathered) {
 
 TEST(DtmBufferedUpdater, AfterTheCounterHasWrappedTheNextChangeIsHandedOn) {
   QuietModel quiet(0xFFFFFFF0U);
-  const auto updater = quiet.MakeGathering();
+  const auto updater = MakeGathering(quiet);
   quiet.clock.AdvanceMilliseconds(15);
   updater->UpdateCell(0, 0, false);
   EXPECT_FALSE(quiet.HasRect()) << "0xFFFFFFFF, not wrapped yet";
@@ -257,7 +214,7 @@ TEST(DtmBufferedUpdater, CellsAtTheLatticesEndsAreToldAsTheyAre) {
   QuietModel quiet;
   const int largest = std::numeric_limits<int>::max() - 16;
   ASSERT_TRUE(quiet.model->IsAllowed(largest));
-  auto updater = quiet.MakeGathering();
+  auto updater = MakeGathering(quiet);
   updater->UpdateCell(largest, -largest, false);
   updater->UpdateCell(-largest, largest, false);
   updater.reset();

@@ -1,43 +1,12 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-#include "vakdtm/services/platform/Platform.h"
 #include "vakdtm/store/DtmRectUpdater.h"
 
-#include "support/SharedModel.h"
-#include "support/TestFolder.h"
+#include "support/QuietModel.h"
 
 namespace vak::test {
 namespace {
-
-/// A model of 0.5 m cells in areas of 8 that has just made an announcement, so that the next rectangle is gathered.
-struct QuietModel {
-  QuietModel() : scope(clock) {
-    clock.SetMilliseconds(1000000);
-    const DtmManager::create_params params{8, 0.5, {dVAL, iNUM}};
-    model = CreateShared(folder.WideFile("a.dtm"), params);
-    if (!model) throw std::runtime_error("no model");
-    model->AddUpdateRect({0, 0, 1, 1}, false);
-    listener = std::make_unique<RectListener>(*model);
-  }
-
-  void Expect(double left, double bottom, double right, double top, bool flag) const {
-    Page rect;
-    bool found = !flag;
-    ASSERT_TRUE(model->GetUpdateRect(rect, found));
-    EXPECT_EQ(rect.left(), left);
-    EXPECT_EQ(rect.bottom(), bottom);
-    EXPECT_EQ(rect.right(), right);
-    EXPECT_EQ(rect.top(), top);
-    EXPECT_EQ(found, flag);
-  }
-
-  TestFolder folder;
-  ManualClock clock;
-  ScopedClock scope;
-  SharedModel model;
-  std::unique_ptr<RectListener> listener;
-};
 
 TEST(DtmRectUpdater, ACellIsTheRectangleFromItsLeftBottomCornerOfOneCellSize) {
   QuietModel quiet;

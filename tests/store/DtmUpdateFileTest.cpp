@@ -135,6 +135,19 @@ TEST(DtmUpdateFile, AModelThatBecomesWritableFirstCatchesUp) {
   EXPECT_FALSE(watched.listener->heard.empty());
 }
 
+TEST(DtmUpdateFile, AReaderCountsWithAWriterAndAWriterDoesNot) {
+  const TestFolder folder;
+  const std::wstring path = folder.WideFile("a.dtm");
+  EXPECT_FALSE(CreateShared(path)->IsFollowing());
+  const SharedModel model = OpenShared(path, false);
+  ASSERT_NE(model, nullptr);
+  EXPECT_TRUE(model->IsFollowing());
+  EXPECT_TRUE(model->MakeReadWrite(true));
+  EXPECT_FALSE(model->IsFollowing());
+  EXPECT_TRUE(model->MakeReadWrite(false));
+  EXPECT_TRUE(model->IsFollowing());
+}
+
 /// How many areas a model has when it becomes writable behind another writer whose one area left the file's time as it
 /// was, `age` before now.
 int AreasBehindAWriterUnseen(std::chrono::seconds age) {

@@ -106,7 +106,12 @@ DtmManager::DtmManager() {
 
 DtmManager::~DtmManager() {
   const std::scoped_lock lock(mutex_);
+  // Ended from within a notification of the sync thread, a model is in the middle of its work and must outlive it.
+  const bool isAtWork = syncer_ && syncer_->thread->IsCurrent();
   EndSyncing();
+  if (!isAtWork) return;
+  for (auto& model : models_) [[maybe_unused]]
+    const DtmUpdateFile* const forever = model.release();
 }
 
 DtmUpdateFile* DtmManager::OpenDtm(const std::wstring& name, bool readWrite, const create_params* params) {

@@ -38,8 +38,8 @@ class LineSink final : public MessageSink {
  public:
   explicit LineSink(const CommandContext& context) : context_(context) {}
 
-  void ShowMessage(MessageIcon icon, const std::wstring& text) override {
-    std::string line = ToUtf8(text);
+  void ShowMessage(MessageIcon icon, const std::wstring& title, const std::wstring& text) override {
+    std::string line = ToUtf8(title.empty() ? text : title + L": " + text);
     for (char& c : line) {
       if (c == '\n' || c == '\r') c = ' ';
     }

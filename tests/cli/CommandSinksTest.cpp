@@ -43,17 +43,21 @@ CommandContext Importing(bool quiet) {
 }
 
 /// What a message of the library looks like on standard error.
-std::string Printed(bool quiet, MessageIcon icon, const std::wstring& text) {
+std::string Printed(bool quiet, MessageIcon icon, const std::wstring& text, const std::wstring& title = {}) {
   const CommandContext context = Importing(quiet);
   const CommandSinks sinks(context);
   testing::internal::CaptureStderr();
-  ShowMessage(icon, text);
+  ShowMessage(icon, title, text);
   return testing::internal::GetCapturedStderr();
 }
 
 TEST(CommandSinks, MessagesOfTheLibraryAreOneLineEach) {
   EXPECT_EQ(Printed(false, MessageIcon::kError, L"No space\non \u00e4"), "vakdtm import: No space on \xc3\xa4\n");
   EXPECT_EQ(Printed(false, MessageIcon::kWarning, L"odd"), "vakdtm import: warning: odd\n");
+}
+
+TEST(CommandSinks, TitleStandsBeforeTheText) {
+  EXPECT_EQ(Printed(false, MessageIcon::kError, L"gone\nfor good", L"Model"), "vakdtm import: Model: gone for good\n");
 }
 
 TEST(CommandSinks, QuietLeavesErrors) {

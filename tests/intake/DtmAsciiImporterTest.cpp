@@ -445,7 +445,7 @@ TEST(DtmAsciiImporter, TwoGenerationsOfBackupsStandBesideTheModel) {
 
 class CollectingSink final : public MessageSink {
  public:
-  void ShowMessage(MessageIcon icon, const std::wstring& text) override {
+  void ShowMessage(MessageIcon icon, const std::wstring& /*title*/, const std::wstring& text) override {
     icons.push_back(icon);
     texts.push_back(text);
   }

@@ -225,13 +225,19 @@ TEST_F(ProcessThreadThreadTest, StartedJobCanBeWaitedFor) {
 
 class Collected : public MessageSink {
  public:
-  void ShowMessage(MessageIcon icon, const std::wstring& text) override {
+  struct Message {
+    MessageIcon icon;
+    std::wstring title;
+    std::wstring text;
+  };
+
+  void ShowMessage(MessageIcon icon, const std::wstring& title, const std::wstring& text) override {
     const std::scoped_lock lock(mutex_);
-    messages_.emplace_back(icon, text);
+    messages_.push_back({icon, title, text});
   }
 
   std::mutex mutex_;
-  std::vector<std::pair<MessageIcon, std::wstring>> messages_;
+  std::vector<Message> messages_;
 };
 
 TEST(MessageSinkThreadTest, MessagesGoToTheInstalledSinkAndNowhereWithoutOne) {
@@ -239,11 +245,16 @@ TEST(MessageSinkThreadTest, MessagesGoToTheInstalledSinkAndNowhereWithoutOne) {
   ShowMessage(MessageIcon::kError, L"dropped");
   EXPECT_EQ(InstallMessageSink(sink), nullptr);
   ShowMessage(MessageIcon::kWarning, L"one");
+  ShowMessage(MessageIcon::kInformation, L"title", L"two\nlines");
   EXPECT_EQ(InstallMessageSink(nullptr), sink);
   ShowMessage(MessageIcon::kError, L"dropped");
-  ASSERT_EQ(sink->messages_.size(), 1u);
-  EXPECT_EQ(sink->messages_[0].first, MessageIcon::kWarning);
-  EXPECT_EQ(sink->messages_[0].second, L"one");
+  ASSERT_EQ(sink->messages_.size(), 2u);
+  EXPECT_EQ(sink->messages_[0].icon, MessageIcon::kWarning);
+  EXPECT_EQ(sink->messages_[0].title, L"");
+  EXPECT_EQ(sink->messages_[0].text, L"one");
+  EXPECT_EQ(sink->messages_[1].icon, MessageIcon::kInformation);
+  EXPECT_EQ(sink->messages_[1].title, L"title");
+  EXPECT_EQ(sink->messages_[1].text, L"two\nlines");
 }
 
 TEST(MessageSinkThreadTest, SinksMayBeExchangedWhileMessagesCome) {

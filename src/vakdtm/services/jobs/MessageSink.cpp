@@ -20,8 +20,10 @@ std::shared_ptr<MessageSink> InstallMessageSink(std::shared_ptr<MessageSink> sin
   return Sink().Exchange(std::move(sink));
 }
 
-void ShowMessage(MessageIcon icon, const std::wstring& text) {
-  if (const auto sink = Sink().Get()) sink->ShowMessage(icon, text);
+void ShowMessage(MessageIcon icon, const std::wstring& title, const std::wstring& text) {
+  if (const auto sink = Sink().Get()) sink->ShowMessage(icon, title, text);
 }
+
+void ShowMessage(MessageIcon icon, const std::wstring& text) { ShowMessage(icon, {}, text); }
 
 }  // namespace vak

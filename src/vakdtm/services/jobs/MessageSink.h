@@ -14,8 +14,9 @@ class MessageSink {
   virtual ~MessageSink() = default;
 
   /// Called from any thread, several at a time.
-  /// @param text  may have several lines.
-  virtual void ShowMessage(MessageIcon icon, const std::wstring& text) = 0;
+  /// @param title  what a box would have as its title; empty for a message that speaks for itself.
+  /// @param text   may have several lines.
+  virtual void ShowMessage(MessageIcon icon, const std::wstring& title, const std::wstring& text) = 0;
 };
 
 /// Installs the one sink of the process, or none (null). A sink that is being called lives on until that call has
@@ -24,6 +25,8 @@ class MessageSink {
 std::shared_ptr<MessageSink> InstallMessageSink(std::shared_ptr<MessageSink> sink);
 
 /// Hands a text to the installed sink; without one it is dropped. No lock is held during the call.
+void ShowMessage(MessageIcon icon, const std::wstring& title, const std::wstring& text);
+/// The same without a title.
 void ShowMessage(MessageIcon icon, const std::wstring& text);
 
 }  // namespace vak

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "vakdtm/resources/StringIds.h"
+
 namespace vak::resources {
 
 /// A text of the string table.
@@ -50,6 +52,25 @@ inline constexpr std::array kStringsEnglish{
         L"The action can't be completed because the file is open in a grid model layer.\n\nClose the file and try "
         L"again.\n\n'%s'"},
     StringEntry{19307, L"File Count"},
+    StringEntry{kStatsClippingPolygon, L"Clipping polygon:\t\t"},
+    StringEntry{kStatsUsedCells, L"Used cells: \t\t"},
+    StringEntry{kStatsUsedArea, L"Used area: \t\t"},
+    StringEntry{kStatsEmptyArea, L"Empty area:\t\t"},
+    StringEntry{kStatsMinimum, L"Z minimum(Deepest):\t"},
+    StringEntry{kStatsMaximum, L"Z maximum(Highest):\t"},
+    StringEntry{kStatsAverage, L"Z average: \t\t"},
+    StringEntry{kStatsDeviation, L"Z standard deviation: \t"},
+    StringEntry{kStatsCellsDeviation, L"Cells Z standard deviation: \t"},
+    StringEntry{kStatsTotalHits, L"Total hit count:\t\t"},
+    StringEntry{kStatsLatestTime, L"Latest time:\t\t"},
+    StringEntry{kStatsNoValue, L"-"},
+    StringEntry{kStatsTitle, L"Cell Info Results"},
+    StringEntry{kSquareSuffix, L"\u00B2"},
+    StringEntry{kUnknownFileFormat, L"Unknown file format"},
+    StringEntry{
+        kUpdateError,
+        L"Error occured during DTM update.\nPlease close acquisition and replace the active DTM file:\n%s\nby its "
+        L"backup:\n%s"},
 };
 
 }  // namespace vak::resources

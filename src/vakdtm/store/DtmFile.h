@@ -98,7 +98,9 @@ class DtmFile {
   void CalcXY(int row, int col, double& x, double& y) const;
   /// Offset of a point from the centre of the cell that holds it, metres.
   void CalcCellPos(double x, double y, float& dx, float& dy) const;
-  /// Whether cells may have this row or column: at most 2^31 - 1 - 2S either way.
+  /// The largest row or column that cells may have, either way: 2^31 - 1 - 2S. Of an open file.
+  int LargestAllowed() const { return largestAllowed_; }
+  /// Whether cells may have this row or column.
   bool IsAllowed(int rowOrCol) const { return rowOrCol <= largestAllowed_ && rowOrCol >= -largestAllowed_; }
 
   /// Writes what was changed, gives emptied areas' space back, writes the index and has all of it on the disk.

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -44,7 +46,12 @@ class ProcessThread::Job {
 
   ~Job() {
     Stop();
-    if (worker_.joinable()) worker_.join();
+    if (!worker_.joinable()) return;
+    if (worker_.get_id() == std::this_thread::get_id()) {
+      worker_.detach();  // the job ends itself
+    } else {
+      worker_.join();
+    }
   }
 
   Job(const Job&) = delete;
@@ -54,9 +61,13 @@ class ProcessThread::Job {
 
   void Add(Step step) { steps_.push_back(std::move(step)); }
 
-  bool Start() {
+  /// @param atEnd  called last on the worker, when the job has ended; it may delete the job.
+  bool Start(std::function<void()> atEnd = [] {}) {
     try {
-      worker_ = std::thread([this] { Finish(Run()); });
+      worker_ = std::thread([this, atEnd = std::move(atEnd)] {
+        Finish(Run());
+        atEnd();
+      });
       return true;
     } catch (const std::system_error&) {
       return false;
@@ -143,6 +154,74 @@ class ProcessThread::Job {
   std::thread worker_;
 };
 
+/// The jobs that nobody waits for.
+class ProcessThread::Alone {
+ public:
+  static Alone& Instance() {
+    // Never deleted: a worker may still be on its way out of here when the process ends.
+    static Alone& alone = *std::make_unique<Alone>().release();
+    return alone;
+  }
+
+  ProcessThread* Start(std::unique_ptr<ProcessThread> job) {
+    // Not before there is a job: what the jobs work on goes after it then.
+    static const AtExit atExit{*this};
+    ProcessThread* const started = job.get();
+    // The worker comes to `End` only when all is entered.
+    const std::scoped_lock lock(mutex_);
+    if (started->job_->IsStarted() || !started->job_->Start([this, started] { End(started); })) return nullptr;
+    running_.emplace(started, std::move(job));
+    ++count_;
+    return started;
+  }
+
+  bool Stop(const void* job) {
+    const std::scoped_lock lock(mutex_);
+    const auto found = running_.find(job);
+    if (found == running_.end()) return false;
+    found->second->Stop();
+    return true;
+  }
+
+  void WaitForAll() {
+    std::unique_lock lock(mutex_);
+    ended_.wait(lock, [this] { return count_ == 0; });
+  }
+
+ private:
+  struct AtExit {
+    ~AtExit() {
+      alone.StopAll();
+      alone.WaitForAll();
+    }
+    Alone& alone;
+  };
+
+  void StopAll() {
+    const std::scoped_lock lock(mutex_);
+    for (const auto& job : running_) job.second->Stop();
+  }
+
+  void End(const ProcessThread* job) {
+    std::unique_ptr<ProcessThread> ended;
+    {
+      const std::scoped_lock lock(mutex_);
+      const auto found = running_.find(job);
+      ended = std::move(found->second);
+      running_.erase(found);
+    }
+    ended.reset();  // without the lock: models may be closed by this
+    const std::scoped_lock lock(mutex_);
+    --count_;
+    ended_.notify_all();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable ended_;
+  std::map<const void*, std::unique_ptr<ProcessThread>> running_;  // guarded by mutex_
+  std::size_t count_ = 0;                                          // guarded by mutex_; of jobs that aren't deleted yet
+};
+
 ProcessThread::ProcessThread(const std::wstring& title, void* /*parentWindow*/, bool /*flag*/,
                              const Point* /*position*/, bool /*flag2*/)
     : job_(std::make_unique<Job>(title)) {}
@@ -163,5 +242,13 @@ int ProcessThread::DoModal() {
 }
 
 void ProcessThread::Stop() { job_->Stop(); }
+
+ProcessThread* ProcessThread::StartAlone(std::unique_ptr<ProcessThread> job) {
+  return job != nullptr ? Alone::Instance().Start(std::move(job)) : nullptr;
+}
+
+bool ProcessThread::StopAlone(const void* job) { return Alone::Instance().Stop(job); }
+
+void ProcessThread::WaitForAllAlone() { Alone::Instance().WaitForAll(); }
 
 }  // namespace vak

@@ -46,11 +46,26 @@ class ProcessThread {
   /// @return a `Result`; `kFailed` also when no thread could be had.
   int DoModal();
 
+  /// Starts the job without waiting for it and leaves the object to itself: when the job has ended it is deleted, with
+  /// its steps. A job that still runs when the process ends is stopped and waited for.
+  /// @return the job, by which `StopAlone` knows it: it may be gone by then. Null when no thread could be had or it had
+  /// been started before; it is deleted then.
+  static ProcessThread* StartAlone(std::unique_ptr<ProcessThread> job);
+
+  /// Stops a job that was started so, as `Stop` does. Any thread may call it at any time.
+  /// @return false when there is no such job any more.
+  static bool StopAlone(const void* job);
+
+  /// Returns when there is no job left that was started so: they have ended and are deleted. Not from one of their
+  /// steps.
+  static void WaitForAllAlone();
+
   /// Asks all steps to end early; those that don't allow it run on. Any thread may call it while the object lives.
   void Stop();
 
  private:
   class Job;
+  class Alone;
   std::unique_ptr<Job> job_;
 };
 

@@ -1,13 +1,23 @@
 #include "vakdtm/services/color/ColorTable.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
+
+#include "vakdtm/services/color/CptReader.h"
+#include "vakdtm/services/files/FileObject.h"
+#include "vakdtm/services/text/FormatNumber.h"
+#include "vakdtm/services/text/Utf8.h"
 
 namespace vak {
 namespace {
@@ -16,6 +26,14 @@ constexpr Color kBlack = 0;
 constexpr Color kWhite = 0xFFFFFF;
 constexpr Color kBlue = 0xFF0000;
 constexpr Color kRed = 0x0000FF;
+constexpr Color kAllColors = 0xFFFFFF;
+
+constexpr const wchar_t* kSection = L"COLORTABLE";
+constexpr const wchar_t* kCountKey = L"Classes";
+constexpr const wchar_t* kEndKey = L"End";
+constexpr const wchar_t* kBelowKey = L"Below";
+constexpr const wchar_t* kAboveKey = L"Above";
+constexpr const wchar_t* kNoValueKey = L"No Value";
 
 unsigned Channel(Color color, int channel) { return static_cast<unsigned>(color >> (8 * channel)) & 0xFFU; }
 
@@ -51,6 +69,70 @@ const ColorClass* Holder(const std::vector<ColorClass>& classes, std::optional<d
   const auto above = std::upper_bound(classes.begin(), classes.end(), value,
                                       [](double wanted, const ColorClass& next) { return wanted < next.lower; });
   return above == classes.begin() ? nullptr : &*std::prev(above);
+}
+
+std::optional<Color> Masked(std::optional<Color> color) {
+  return color ? std::optional<Color>(*color & kAllColors) : std::nullopt;
+}
+
+/// As colours are usually written: #, then red, green and blue in two digits each.
+std::string ColorText(Color color) {
+  std::string text = "#";
+  for (int channel = 0; channel < 3; ++channel) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    text += kDigits[Channel(color, channel) >> 4];
+    text += kDigits[Channel(color, channel) & 15U];
+  }
+  return text;
+}
+
+bool ReadColor(std::string_view text, Color& color) {
+  if (text.size() != 7 || text.front() != '#') return false;
+  std::uint32_t rgb = 0;
+  const auto read = std::from_chars(text.data() + 1, text.data() + text.size(), rgb, 16);
+  if (read.ec != std::errc() || read.ptr != text.data() + text.size()) return false;
+  color = (rgb >> 16 & 0xFFU) | (rgb & 0xFF00U) | (rgb & 0xFFU) << 16;
+  return true;
+}
+
+/// `lower,color,upper,name`: no upper colour where it is the same, and the name is all that follows.
+std::string ClassText(const ColorClass& each) {
+  std::string text;
+  AppendNumber(text, each.lower);
+  text += ',' + ColorText(each.color) + ',';
+  if (each.upper != each.color) text += ColorText(each.upper);
+  return text + ',' + ToUtf8(each.name);
+}
+
+bool ReadClass(std::string_view text, ColorClass& each) {
+  std::array<std::string_view, 3> fields;
+  for (std::string_view& field : fields) {
+    const std::size_t comma = text.find(',');
+    if (comma == std::string_view::npos) return false;
+    field = text.substr(0, comma);
+    text.remove_prefix(comma + 1);
+  }
+  const auto read = std::from_chars(fields[0].data(), fields[0].data() + fields[0].size(), each.lower);
+  if (read.ec != std::errc() || read.ptr != fields[0].data() + fields[0].size()) return false;
+  if (!ReadColor(fields[1], each.color)) return false;
+  each.upper = each.color;
+  if (!fields[2].empty() && !ReadColor(fields[2], each.upper)) return false;
+  each.name = FromUtf8(text);
+  return true;
+}
+
+/// Reads the colour of a key that may be missing. @return false when it is no colour.
+bool ReadColorKey(const FileObject& file, const wchar_t* key, std::optional<Color>& color) {
+  std::wstring text;
+  if (!file.GetString(kSection, key, text)) return true;
+  Color read = 0;
+  if (!ReadColor(ToUtf8(text), read)) return false;
+  color = read;
+  return true;
+}
+
+bool WriteColorKey(FileObject& file, const wchar_t* key, std::optional<Color> color) {
+  return !color || file.SetString(kSection, key, FromUtf8(ColorText(*color)));
 }
 
 }  // namespace
@@ -115,7 +197,93 @@ bool ColorTable::SetClasses(std::vector<ColorClass> classes, std::optional<doubl
   if (std::adjacent_find(classes.begin(), classes.end(), notBelow) != classes.end()) return false;
   if (end && (classes.empty() || !std::isfinite(*end) || *end < classes.back().lower)) return false;
   classes_ = std::move(classes);
+  for (ColorClass& each : classes_) {
+    each.color &= kAllColors;
+    each.upper &= kAllColors;
+  }
   end_ = end;
+  return true;
+}
+
+void ColorTable::SetBelowColor(std::optional<Color> color) { below_ = Masked(color); }
+
+void ColorTable::SetAboveColor(std::optional<Color> color) { above_ = Masked(color); }
+
+void ColorTable::SetNoValueColor(std::optional<Color> color) { noValue_ = Masked(color); }
+
+bool ColorTable::FileOpen(const FileObject& file) {
+  const std::wstring place = file.GetPath().empty() ? L"colour table" : file.GetPath();
+  if (file.HasSection(kSection)) return ReadSettings(file) || Refuse(place + L": " + lastError_);
+  return ReadCpt(file.GetContent()) ||
+         Refuse(place + L": neither a section [" + kSection + L"] nor a colour palette: " + lastError_);
+}
+
+bool ColorTable::ReadCpt(std::string_view text) {
+  CptTable palette;
+  CptError error;
+  if (!ReadCptText(text, kMostClasses, palette, error)) {
+    return Refuse((error.line > 0 ? L"line " + std::to_wstring(error.line) + L": " : std::wstring()) + error.what);
+  }
+  std::vector<ColorClass> classes;
+  classes.reserve(palette.slices.size());
+  for (CptTable::Slice& slice : palette.slices) {
+    classes.push_back({slice.lower, slice.color, slice.upperColor, std::move(slice.name)});
+  }
+  ColorTable read;
+  const auto end = palette.categories ? std::nullopt : std::optional<double>(palette.slices.back().upper);
+  if (!read.SetClasses(std::move(classes), end)) return Refuse(L"the values don't rise");
+  read.below_ = palette.below;
+  read.above_ = palette.above;
+  read.noValue_ = palette.noValue;
+  *this = std::move(read);
+  return true;
+}
+
+bool ColorTable::ReadSettings(const FileObject& file) {
+  std::int64_t count = 0;
+  if (!file.GetInt(kSection, kCountKey, count) || count < 0 || count > static_cast<std::int64_t>(kMostClasses)) {
+    return Refuse(std::wstring(kCountKey) + L" isn't a number from 0 to " + std::to_wstring(kMostClasses));
+  }
+  std::vector<ColorClass> classes;
+  for (std::int64_t number = 1; number <= count; ++number) {
+    const std::wstring key = std::to_wstring(number);
+    std::wstring text;
+    if (!file.GetString(kSection, key, text)) return Refuse(L"class " + key + L" is missing");
+    if (!ReadClass(ToUtf8(text), classes.emplace_back())) {
+      return Refuse(L"class " + key + L" isn't \"lower,#rrggbb,#rrggbb,name\"");
+    }
+  }
+  ColorTable read;
+  std::optional<double> end;
+  if (std::wstring text; file.GetString(kSection, kEndKey, text)) {
+    if (!file.GetDouble(kSection, kEndKey, end.emplace())) return Refuse(std::wstring(kEndKey) + L" isn't a number");
+  }
+  if (!read.SetClasses(std::move(classes), end)) return Refuse(L"the bounds of the classes don't rise");
+  if (!ReadColorKey(file, kBelowKey, read.below_) || !ReadColorKey(file, kAboveKey, read.above_) ||
+      !ReadColorKey(file, kNoValueKey, read.noValue_)) {
+    return Refuse(L"a colour isn't \"#rrggbb\"");
+  }
+  *this = std::move(read);
+  return true;
+}
+
+bool ColorTable::Refuse(std::wstring why) {
+  lastError_ = std::move(why);
+  return false;
+}
+
+bool ColorTable::FileSave(FileObject& file) const {
+  file.RemoveSection(kSection);
+  if (!file.SetInt(kSection, kCountKey, static_cast<std::int64_t>(classes_.size()))) return false;
+  if (end_ && !file.SetDouble(kSection, kEndKey, *end_)) return false;
+  if (!WriteColorKey(file, kBelowKey, below_) || !WriteColorKey(file, kAboveKey, above_) ||
+      !WriteColorKey(file, kNoValueKey, noValue_)) {
+    return false;
+  }
+  for (std::size_t index = 0; index < classes_.size(); ++index) {
+    const std::string text = ClassText(classes_[index]);
+    if (!file.SetString(kSection, std::to_wstring(index + 1), FromUtf8(text))) return false;
+  }
   return true;
 }
 

@@ -6,12 +6,11 @@
 #include <string_view>
 #include <vector>
 
+#include "vakdtm/services/color/Color.h"
+
 namespace vak {
 
 class FileObject;
-
-/// A colour: red in the lowest byte, then green, then blue.
-using Color = unsigned long;
 
 /// One class of a colour table: the values from `lower` up to the lower bound of the next class.
 struct ColorClass {
@@ -33,7 +32,7 @@ struct ColorClass {
 class ColorTable {
  public:
   /// A table, and a file, with more classes than this is refused.
-  static constexpr std::size_t kMostClasses = 1 << 20;
+  static constexpr std::size_t kMostClasses = 1 << 16;
 
   /// The colour of a value. Below the first class and above the table's end: the colour set for there, else that of the
   /// table's end nearest to it; for what isn't a number the colour set for it, else black, which is also what an empty
@@ -58,7 +57,8 @@ class ColorTable {
   bool SetRange(double low, double high, int steps, Color first, Color second);
 
   /// Replaces all by the given classes.
-  /// @param classes  by strictly rising lower bound, all finite.
+  /// @param classes  by strictly rising lower bound, all finite, `kMostClasses` at most. Of the colours the lowest
+  /// three bytes count.
   /// @param end      the upper bound of the last class, finite, not below its lower bound; none: it has no end.
   /// @return false when they aren't so; nothing has changed then.
   bool SetClasses(std::vector<ColorClass> classes, std::optional<double> end);
@@ -67,16 +67,16 @@ class ColorTable {
   std::optional<double> End() const { return end_; }
 
   /// The colours outside the classes; none: see `GetColor`.
-  void SetBelowColor(std::optional<Color> color) { below_ = color; }
-  void SetAboveColor(std::optional<Color> color) { above_ = color; }
-  void SetNoValueColor(std::optional<Color> color) { noValue_ = color; }
+  void SetBelowColor(std::optional<Color> color);
+  void SetAboveColor(std::optional<Color> color);
+  void SetNoValueColor(std::optional<Color> color);
 
-  /// Reads a table from the section of a settings text, or, when the text came from a file that ends in ".cpt", that
-  /// file. docs/files.md has both forms. What `FileSave` wrote reads back to an equal table.
-  /// @return false when it can't be read or understood; `LastError` says why, and nothing else has changed.
+  /// Reads a table from its section of a settings text; a file without that section is read as a colour palette of the
+  /// mapping world, a `.cpt`. docs/files.md has both forms. What `FileSave` wrote reads back to an equal table.
+  /// @return false when it can't be understood; `LastError` says why, and nothing else has changed.
   bool FileOpen(const FileObject& file);
 
-  /// Reads the text of a `.cpt` file.
+  /// Reads the text of a `.cpt` file. @return as `FileOpen`.
   bool ReadCpt(std::string_view text);
 
   /// Writes the table into its section of a settings text, in place of what was in it.
@@ -98,6 +98,9 @@ class ColorTable {
   static Color HSLtoRGB(double hue, double saturation, double lightness);
 
  private:
+  bool ReadSettings(const FileObject& file);
+  bool Refuse(std::wstring why);
+
   std::vector<ColorClass> classes_;  // by rising lower bound
   std::optional<double> end_;
   std::optional<Color> below_, above_, noValue_;

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "vakdtm/services/geodesy/ProjectDefinition.h"
 #include "vakdtm/services/text/Utf8.h"
 
 namespace vak {
@@ -44,6 +45,10 @@ void DataSearch::AddFolder(unsigned kind, const std::wstring& folder) {
 void DataSearch::ClearFolders(unsigned kind) {
   const std::scoped_lock lock(mutex_);
   folders_.erase(kind);
+}
+
+std::shared_ptr<const ProjectDefinition> DataSearch::GetProjectDefinition() const {
+  return GetCurrentProjectDefinition();
 }
 
 }  // namespace vak

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -15,6 +16,8 @@ enum FileKind : unsigned {
   kPolygonFile = 31,
   kImageFile = 74
 };
+
+class ProjectDefinition;
 
 /// Where files are looked for, and what the whole process knows of its project.
 ///
@@ -40,6 +43,9 @@ class DataSearch {
 
   /// Forgets all folders of a kind.
   void ClearFolders(unsigned kind);
+
+  /// The definition of the project that is open, never null; see `GetCurrentProjectDefinition`.
+  std::shared_ptr<const ProjectDefinition> GetProjectDefinition() const;
 
  private:
   DataSearch() = default;

@@ -1,19 +1,116 @@
 #include "vakdtm/services/geodesy/ProjectDefinition.h"
 
+#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <memory>
+#include <string>
+#include <string_view>
 
+#include "vakdtm/services/files/FileObject.h"
 #include "vakdtm/services/jobs/Installed.h"
 #include "vakdtm/services/text/CVakUnitCnv.h"
 
 namespace vak {
 namespace {
 
+constexpr const wchar_t* kSystemUnitsKey = L"System Units";
+constexpr const wchar_t* kHeightUnitsKey = L"Height Units";
+constexpr const wchar_t* kVolumeUnitsKey = L"Volume Units";
+constexpr const wchar_t* kCoordinateDecimalsKey = L"Coordinate Decimals";
+constexpr const wchar_t* kHeightDecimalsKey = L"Height Decimals";
+constexpr const wchar_t* kVolumeDecimalsKey = L"Volume Decimals";
+
 Installed<const ProjectDefinition>& Current() {
   static Installed<const ProjectDefinition> current;
   return current;
 }
 
+struct UnitName {
+  LengthUnit unit;
+  const wchar_t* name;
+  const wchar_t* mnemonic;
+};
+
+constexpr std::array kUnitNames{UnitName{LengthUnit::kMetre, L"Metre", L"m"},
+                                UnitName{LengthUnit::kFoot, L"Foot", L"ft"},
+                                UnitName{LengthUnit::kUsSurveyFoot, L"US Survey Foot", L"ftUS"}};
+
+const wchar_t* NameOf(LengthUnit unit) {
+  for (const UnitName& each : kUnitNames) {
+    if (each.unit == unit) return each.name;
+  }
+  return L"";
+}
+
+bool SameLetters(std::wstring_view a, std::wstring_view b) {
+  const auto small = [](wchar_t letter) { return letter >= L'A' && letter <= L'Z' ? letter - L'A' + L'a' : letter; };
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](wchar_t left, wchar_t right) { return small(left) == small(right); });
+}
+
+bool Complain(std::wstring* error, const std::wstring& key, const std::wstring& wanted) {
+  if (error != nullptr) *error = key + L": " + wanted + L" wanted";
+  return false;
+}
+
+/// Reads the unit of a key that may be missing. @return false when it is no unit.
+bool ReadUnit(const FileObject& file, const wchar_t* key, LengthUnit& unit, std::wstring* error) {
+  std::wstring text;
+  if (!file.GetString(UNITS_SECTION, key, text)) return true;
+  for (const UnitName& each : kUnitNames) {
+    if (!SameLetters(text, each.name) && !SameLetters(text, each.mnemonic)) continue;
+    unit = each.unit;
+    return true;
+  }
+  return Complain(error, key, L"Metre, Foot or US Survey Foot");
+}
+
+/// Reads the decimals of a key that may be missing. @return false when they are no number in range.
+bool ReadDecimals(const FileObject& file, const wchar_t* key, int& decimals, std::wstring* error) {
+  std::wstring text;
+  if (!file.GetString(UNITS_SECTION, key, text)) return true;
+  std::int64_t read = 0;
+  if (!file.GetInt(UNITS_SECTION, key, read) || read < 0 || read > ProjectDefinition::kMostDecimals) {
+    return Complain(error, key, L"0 to " + std::to_wstring(ProjectDefinition::kMostDecimals));
+  }
+  decimals = static_cast<int>(read);
+  return true;
+}
+
 }  // namespace
+
+bool ProjectDefinition::FileOpen(const FileObject& file, std::wstring* error) {
+  if (!file.HasSection(UNITS_SECTION)) {
+    if (error != nullptr) *error = std::wstring(L"no section [") + UNITS_SECTION + L"]";
+    return false;
+  }
+  LengthUnit horizontal = LengthUnit::kMetre;
+  if (!ReadUnit(file, kSystemUnitsKey, horizontal, error)) return false;
+  LengthUnit height = horizontal;
+  LengthUnit volume = horizontal;
+  if (!ReadUnit(file, kHeightUnitsKey, height, error) || !ReadUnit(file, kVolumeUnitsKey, volume, error)) return false;
+  ProjectDefinition read;
+  read.units_ = CVakUnitCnv(horizontal, height, volume);
+  if (!ReadDecimals(file, kCoordinateDecimalsKey, read.coordinateDecimals_, error) ||
+      !ReadDecimals(file, kHeightDecimalsKey, read.heightDecimals_, error) ||
+      !ReadDecimals(file, kVolumeDecimalsKey, read.volumeDecimals_, error)) {
+    return false;
+  }
+  *this = read;
+  return true;
+}
+
+bool ProjectDefinition::FileSave(FileObject& file) const {
+  const auto saveUnit = [&](const wchar_t* key, UnitKind kind) {
+    return file.SetString(UNITS_SECTION, key, NameOf(units_.Unit(kind)));
+  };
+  return saveUnit(kSystemUnitsKey, kUnitHorizontalLength) && saveUnit(kHeightUnitsKey, kUnitHeight) &&
+         saveUnit(kVolumeUnitsKey, kUnitVolume) &&
+         file.SetInt(UNITS_SECTION, kCoordinateDecimalsKey, coordinateDecimals_) &&
+         file.SetInt(UNITS_SECTION, kHeightDecimalsKey, heightDecimals_) &&
+         file.SetInt(UNITS_SECTION, kVolumeDecimalsKey, volumeDecimals_);
+}
 
 int ProjectDefinition::Decimals(int unitKind) const {
   switch (unitKind) {

@@ -9,6 +9,9 @@ namespace vak {
 
 class FileObject;
 
+/// The section of a settings text that holds a project's units and decimals.
+inline constexpr const wchar_t* UNITS_SECTION = L"UNITS";  // NOLINT(readability-identifier-naming): a known name
+
 /// What a project has settled: the units in which numbers are shown, and how many decimals they get. A plain value.
 ///
 /// As built: metres and cubic metres, 3 decimals for coordinates and heights, 2 for volumes.

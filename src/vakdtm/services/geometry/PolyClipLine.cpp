@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdint>
-#include <limits>
+#include <map>
 #include <mutex>
 #include <span>
 #include <utility>
@@ -13,6 +13,8 @@
 #include "vakdtm/services/files/FileObject.h"
 #include "vakdtm/services/geometry/Orientation.h"
 #include "vakdtm/services/geometry/PolyClipper.h"
+#include "vakdtm/services/geometry/PolygonFile.h"
+#include "vakdtm/services/geometry/RingSweep.h"
 #include "vakdtm/services/text/FormatNumber.h"
 #include "vakdtm/services/text/Utf8.h"
 
@@ -181,7 +183,39 @@ bool PassesRightOf(const BandIndex::Edge& edge, const Point& point) {
   return OrientationSign({edge.lowX, edge.lowY}, {edge.highX, edge.highY}, point) > 0;
 }
 
+void AppendPlace(std::string& text, const Point& point) {
+  AppendNumber(text, point.x);
+  text += ", ";
+  AppendNumber(text, point.y);
+}
+
 }  // namespace
+
+std::wstring PolyClipFault::Text() const {
+  std::string text;
+  switch (kind) {
+    case Kind::kNone:
+      return {};
+    case Kind::kNotFinite:
+      text = "has a coordinate that is no number or beyond 1e100, in the vertex ";
+      AppendPlace(text, at);
+      break;
+    case Kind::kTooFewPoints:
+      text = "has fewer than three different points";
+      break;
+    case Kind::kNotClosed:
+      text = "isn't closed: it begins at ";
+      AppendPlace(text, at);
+      text += " and ends at ";
+      AppendPlace(text, end);
+      break;
+    case Kind::kSelfIntersecting:
+      text = "intersects itself at ";
+      AppendPlace(text, at);
+      break;
+  }
+  return ring + L": " + FromUtf8(text);
+}
 
 /// Either one ring, or several, each a polygon of one ring.
 struct PolyClipLine::Body {
@@ -385,5 +419,93 @@ bool PolyClipLine::GetExtents(Page& page) const {
 }
 
 double PolyClipLine::GetArea() const { return body_ ? body_->Measured().area : 0; }
+
+bool PolyClipLine::IsSelfIntersecting() const {
+  PolyClipFault fault;
+  return FindIntersection(fault);
+}
+
+/// Looks at the rings that make a polygon with holes together, one such polygon after the other.
+bool PolyClipLine::FindIntersection(PolyClipFault& fault) const {
+  std::map<int, std::vector<std::size_t>> groups;
+  for (std::size_t i = 0; i < NumRings(); ++i) {
+    const Body& ring = body_->RingAt(i);
+    // Where coordinates are no numbers, nothing crosses; and nothing can be computed.
+    if (std::all_of(ring.points.begin(), ring.points.end(), IsUsable)) groups[ring.group].push_back(i);
+  }
+  for (const auto& [group, members] : groups) {
+    std::vector<RingPoints> rings;
+    for (const std::size_t i : members) rings.emplace_back(body_->RingAt(i).points);
+    RingCrossing crossing;
+    if (!FindCrossing(rings, crossing)) continue;
+    fault.kind = PolyClipFault::Kind::kSelfIntersecting;
+    fault.ring = RingName(members[crossing.ring]);
+    fault.at = crossing.at;
+    return true;
+  }
+  return false;
+}
+
+std::wstring PolyClipLine::RingName(std::size_t ring) const {
+  const std::wstring& place = body_->RingAt(ring).place;
+  return place.empty() ? L"ring " + std::to_wstring(ring + 1) : place;
+}
+
+bool PolyClipLine::FindFault(PolyClipFault& fault) const {
+  using Kind = PolyClipFault::Kind;
+  fault = {};
+  for (std::size_t i = 0; i < NumRings(); ++i) {
+    const Body& ring = body_->RingAt(i);
+    const auto unusable = std::find_if_not(ring.points.begin(), ring.points.end(), IsUsable);
+    if (unusable != ring.points.end()) {
+      fault = {Kind::kNotFinite, RingName(i), *unusable, {}};
+    } else if (!HasThreePlaces(ring.points)) {
+      fault = {Kind::kTooFewPoints, RingName(i), ring.points.empty() ? Point() : ring.points.front(), {}};
+    } else if (!ring.closed) {
+      fault = {Kind::kNotClosed, RingName(i), ring.points.front(), ring.points.back()};
+    }
+    if (fault.kind != Kind::kNone) return true;
+  }
+  return FindIntersection(fault);
+}
+
+bool PolyClipLine::FileOpen(const FileObject& file, std::wstring* error) {
+  std::vector<PolygonFileRing> rings;
+  std::wstring fault;
+  if (!ReadPolygonFile(file.GetContent(), rings, fault)) {
+    if (error != nullptr) *error = fault;
+    return false;
+  }
+  PolyClipLine read;
+  for (PolygonFileRing& ring : rings) {
+    Body& body = *read.AppendRing().body_;
+    body.points = std::move(ring.points);
+    body.hole = ring.hole;
+    body.closed = ring.closed;
+    body.group = ring.group;
+    body.place = std::move(ring.place);
+  }
+  read.title_ = GetTitleFromPath(file.GetPath());
+  *this = std::move(read);
+  return true;
+}
+
+bool PolyClipLine::ClipToPage(const Page& page, PolyClipLine& cut) const {
+  PolyClipLine left;
+  PolyClipper clipper;
+  clipper.SetPage(page);
+  for (std::size_t i = 0; i < NumRings(); ++i) {
+    const PolyClipLine& ring = body_->rings.empty() ? *this : body_->rings[i];
+    if (!ring.FillPolyClipper(clipper)) continue;
+    Body& body = *left.AppendRing().body_;
+    for (int at = 0; at < clipper.GetOutputSize(); ++at) body.points.push_back(clipper.GetOutputPoint(at));
+    body.hole = ring.body_->hole;
+    body.group = ring.body_->group;
+    body.place = ring.body_->place;
+  }
+  left.title_ = title_;
+  cut = std::move(left);
+  return !cut.IsEmpty();
+}
 
 }  // namespace vak

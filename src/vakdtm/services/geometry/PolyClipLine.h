@@ -132,6 +132,8 @@ class PolyClipLine {
 
   Body& Own();
   PolyClipLine& AppendRing();
+  bool FindIntersection(PolyClipFault& fault) const;
+  std::wstring RingName(std::size_t ring) const;
 
   std::shared_ptr<Body> body_;  // null: no rings. Shared ones aren't changed.
   std::wstring title_;

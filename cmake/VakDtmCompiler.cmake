@@ -10,6 +10,8 @@ target_compile_options(vakdtm_compiler INTERFACE
   -ffp-contract=off)
 # With clang the sorting of g++'s library warns of a deprecated function that it calls itself; g++ builds warn of ours.
 target_compile_options(vakdtm_compiler INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-deprecated-declarations>)
+# What a program links but doesn't call isn't loaded at its start: OpenGL takes longer than many a command.
+target_link_options(vakdtm_compiler INTERFACE LINKER:--as-needed)
 if(VAKDTM_SANITIZE)
   target_compile_options(vakdtm_compiler INTERFACE -fsanitize=${VAKDTM_SANITIZE} -fno-sanitize-recover=all
     -fno-omit-frame-pointer)

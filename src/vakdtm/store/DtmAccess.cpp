@@ -276,6 +276,13 @@ bool DtmAccess::GetDoubleValue(int row, int col, int id, double& value) {
   }
 }
 
+const std::byte* DtmAccess::FindCell(int row, int col, int id) {
+  const int cell = GetAreaCell(row, col, false);
+  if (cell < 0) return nullptr;
+  const DtmDataBlock* const block = GetDataBlock(id);
+  return block ? CellsOf<std::byte>(*block) + static_cast<std::ptrdiff_t>(cell) * block->BytesPerCell() : nullptr;
+}
+
 bool DtmAccess::GetCellValue(int row, int col, int id, double& value) {
   return GetDoubleValue(row, col, id, value) && !IsEmptyValue(value);
 }

@@ -65,6 +65,11 @@ class DtmAccess {
   /// the kinds c, i, t and u reads as empty; `uFCT` gives the number of its bits that are set.
   bool GetDoubleValue(int row, int col, int id, double& value);
 
+  /// The bytes of a cell as they lie in memory, for who takes values as they are: of the width of the kind's letter, to
+  /// be read by `LoadCell`. @return null without an area or a readable block; good until the cursor is used for
+  /// another area.
+  const std::byte* FindCell(int row, int col, int id);
+
   /// Writes a cell, creating its area. Truncated to the integer kinds, narrowed to float; kind u can't be set this way.
   /// @param updateMinMax  whether the value is a height that the area's Z range has to hold.
   /// @return false when nothing was stored.

@@ -1,3 +1,5 @@
+#include <cstdio>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -262,6 +264,29 @@ TEST_F(DtmProcessTest, StopEndsTheStepsThatAllowIt) {
       EXPECT_EQ(cells, allow ? 1 : one.cells);
     }
   }
+}
+
+/// Has a long way to go, and tells the world when it is deleted.
+class Loud final : public DtmProcessor {
+ public:
+  ~Loud() override { std::fputs("deleted", stderr); }
+  bool Init(DtmAccess& /*access*/) override { return true; }
+  bool ProcessArea(int /*row*/, int /*col*/, double& area) override {
+    area = 0;
+    return true;
+  }
+  bool ProcessCell(int /*row*/, int /*col*/, double& /*area*/) override { return true; }
+};
+
+TEST_F(DtmProcessTest, JobThatStillRunsWhenTheProcessEndsIsStoppedFirst) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto leave = [this] {
+    const Page wide(0, 0, 4e4, 4e4);
+    AddStep(&wide);
+    process_.AddProcessor(0, std::make_unique<Loud>().release());
+    if (process_.StartThread(nullptr, false) != nullptr) std::exit(0);
+  };
+  EXPECT_EXIT(leave(), testing::ExitedWithCode(0), "^deleted$");
 }
 
 class Listener final : public ProgressSink {

@@ -223,6 +223,65 @@ TEST_F(ProcessThreadThreadTest, StartedJobCanBeWaitedFor) {
   EXPECT_EQ(job_->DoModal(), ProcessThread::kDone);
 }
 
+/// Counts itself.
+class Counted : public TestProcessor {
+ public:
+  Counted(std::function<bool(TestProcessor&)> process, std::atomic<int>& alive)
+      : TestProcessor(std::move(process)), alive_(alive) {
+    ++alive_;
+  }
+  ~Counted() override { --alive_; }
+  Counted(const Counted&) = delete;
+  Counted& operator=(const Counted&) = delete;
+
+ private:
+  std::atomic<int>& alive_;
+};
+
+TEST_F(ProcessThreadThreadTest, JobsThatNobodyWaitsForDeleteThemselvesAtTheirEnd) {
+  std::atomic<int> alive{0};
+  std::atomic<int> ran{0};
+  const auto run = [&ran](TestProcessor&) { return ++ran > 0; };
+  for (int i = 0; i < 20; ++i) {
+    auto job = std::make_unique<ProcessThread>(L"", nullptr, false, nullptr, false);
+    for (int step = 0; step < 2; ++step) job->AddProcessor(std::make_unique<Counted>(run, alive).release(), L"");
+    EXPECT_NE(ProcessThread::StartAlone(std::move(job)), nullptr);
+  }
+  ProcessThread::WaitForAllAlone();
+  EXPECT_EQ(ran, 40);
+  EXPECT_EQ(alive, 0);
+  EXPECT_TRUE(sink_->begun_.empty());
+}
+
+TEST_F(ProcessThreadThreadTest, JobThatNobodyWaitsForIsStoppedWhileItIsThere) {
+  std::atomic<int> alive{0};
+  std::atomic<bool> stopped{false};
+  const auto run = [&](TestProcessor& self) {
+    self.RunUntilStopped();
+    stopped = self.IsStopped();
+    return false;
+  };
+  job_->AddProcessor(std::make_unique<Counted>(run, alive).release(), L"");
+  const void* const job = ProcessThread::StartAlone(std::move(job_));
+  ASSERT_NE(job, nullptr);
+  EXPECT_FALSE(ProcessThread::StopAlone(this));
+  EXPECT_TRUE(ProcessThread::StopAlone(job));
+  ProcessThread::WaitForAllAlone();
+  EXPECT_TRUE(stopped);
+  EXPECT_EQ(alive, 0);
+  EXPECT_FALSE(ProcessThread::StopAlone(job));
+}
+
+TEST_F(ProcessThreadThreadTest, JobThatWasStartedBeforeIsNotLeftAlone) {
+  std::atomic<int> alive{0};
+  const auto run = [](TestProcessor& self) { return self.RunUntilStopped(); };
+  job_->AddProcessor(std::make_unique<Counted>(run, alive).release(), L"");
+  ASSERT_TRUE(job_->StartThread(false));
+  EXPECT_EQ(ProcessThread::StartAlone(std::move(job_)), nullptr);
+  EXPECT_EQ(alive, 0);
+  EXPECT_EQ(ProcessThread::StartAlone(nullptr), nullptr);
+}
+
 class Collected : public MessageSink {
  public:
   struct Message {

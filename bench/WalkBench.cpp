@@ -2,7 +2,9 @@
 //   Walk/<walker>             a walk over all cells with a processor that does nothing
 //   Walk/bare_loop            two nested loops over as many cells that make the same virtual call for each
 //   Walk/sum/threads:n        reads VAL of a rectangle of 4000 x 4000 cells and adds it up, with n walkers at a time
+#include <algorithm>
 #include <benchmark/benchmark.h>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -90,7 +92,7 @@ Model& TheModel() {
   return model;
 }
 
-/// In a folder of its own so that the compiler doesn't know it where it is called.
+/// What a walk costs without anything being done.
 class Empty : public DtmProcessor {
  public:
   bool Init(DtmAccess& /*access*/) override { return true; }
@@ -170,8 +172,8 @@ void LinearRectWalk(benchmark::State& state) {
   });
 }
 
-/// Adds up VAL.
-class Sum final : public DtmProcessor {
+/// Adds up VAL. On cache lines of its own, since threads add at the same time.
+class alignas(64) Sum final : public DtmProcessor {
  public:
   bool Init(DtmAccess& access) override {
     access_ = &access;

@@ -256,7 +256,9 @@ TEST_F(ProcessThreadThreadTest, JobsThatNobodyWaitsForDeleteThemselvesAtTheirEnd
 TEST_F(ProcessThreadThreadTest, JobThatNobodyWaitsForIsStoppedWhileItIsThere) {
   std::atomic<int> alive{0};
   std::atomic<bool> stopped{false};
+  Event running;
   const auto run = [&](TestProcessor& self) {
+    running.Set();
     self.RunUntilStopped();
     stopped = self.IsStopped();
     return false;
@@ -264,6 +266,7 @@ TEST_F(ProcessThreadThreadTest, JobThatNobodyWaitsForIsStoppedWhileItIsThere) {
   job_->AddProcessor(std::make_unique<Counted>(run, alive).release(), L"");
   const void* const job = ProcessThread::StartAlone(std::move(job_));
   ASSERT_NE(job, nullptr);
+  running.Wait();
   EXPECT_FALSE(ProcessThread::StopAlone(this));
   EXPECT_TRUE(ProcessThread::StopAlone(job));
   ProcessThread::WaitForAllAlone();

@@ -49,8 +49,9 @@ class DtmWalker : public Processor {
   DtmProcessor* const processor_;
   const std::unique_ptr<DtmAccess> ownedAccess_;
   const std::unique_ptr<DtmProcessor> ownedProcessor_;
-  std::atomic<std::int64_t> done_{0};   // cells
-  std::atomic<std::int64_t> total_{0};  // cells
+  // On a cache line of its own: it is written for every cell, and a neighbour may be what another thread works with.
+  alignas(64) std::atomic<std::int64_t> done_{0};  // cells
+  std::atomic<std::int64_t> total_{0};             // cells
 };
 
 }  // namespace vak

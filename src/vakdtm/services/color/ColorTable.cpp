@@ -149,8 +149,10 @@ Color ColorTable::GetColor(double value) const {
   const bool last = holder == &classes_.back();
   const double upper = last ? end_.value_or(holder->lower) : std::next(holder)->lower;
   if (!(upper > holder->lower)) return holder->color;
-  // Halves, so that the width of a class over all doubles is still one.
-  const double share = (value / 2 - holder->lower / 2) / (upper / 2 - holder->lower / 2);
+  const double width = upper - holder->lower;
+  // Halves, where the width of a class over all doubles would be none.
+  const double share = std::isfinite(width) ? (value - holder->lower) / width
+                                            : (value / 2 - holder->lower / 2) / (upper / 2 - holder->lower / 2);
   return Between(holder->color, holder->upper, share);
 }
 
@@ -303,7 +305,7 @@ void ColorTable::RGBtoHSL(Color color, double& hue, double& saturation, double& 
   hue = 0;
   saturation = 0;
   if (spread == 0) return;
-  saturation = spread / (1 - std::fabs(2 * lightness - 1));
+  saturation = std::min(spread / (1 - std::fabs(2 * lightness - 1)), 1.0);
   if (most == red) {
     hue = 60 * ((green - blue) / spread);
   } else if (most == green) {

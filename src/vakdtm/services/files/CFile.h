@@ -14,7 +14,7 @@ class CFile {
   CFile& operator=(const CFile&) = delete;
 
   /// Appends bytes.
-  /// @param from   read during the call only; may be null when there are none.
+  /// @param from   read during the call only, not the file's own bytes; may be null when there are none.
   /// @param count  in bytes.
   /// @return false when they could not all be written, now or in an earlier call.
   virtual bool Write(const void* from, unsigned count) = 0;

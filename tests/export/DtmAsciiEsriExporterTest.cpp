@@ -8,8 +8,10 @@
 
 #include "vakdtm/export/DtmAsciiEsriExporter.h"
 #include "vakdtm/frame/DtmAllAreasCellProcessor.h"
+#include "vakdtm/frame/DtmEsriPolyClipper.h"
 #include "vakdtm/frame/DtmExtentsProcessor.h"
 #include "vakdtm/frame/DtmMultiProcessor.h"
+#include "vakdtm/services/geometry/PolyClipLine.h"
 #include "vakdtm/store/CellValue.h"
 #include "vakdtm/store/DtmBlockId.h"
 
@@ -117,20 +119,6 @@ TEST(DtmAsciiEsriExporter, AnyKindCanBeExported) {
             "NCOLS 2\nNROWS 1\nXLLCENTER 1.500000\nYLLCENTER 0.500000\nCELLSIZE  1.000000\nNODATA_VALUE -9999\n4 5 \n");
 }
 
-/// Marks cells as lying outside, as a clipper for rasters does.
-class Outside final : public DtmProcessor {
- public:
-  explicit Outside(int col) : col_(col) {}
-  bool Init(DtmAccess& /*access*/) override { return true; }
-  bool ProcessCell(int /*row*/, int col, double& area) override {
-    if (col == col_) area = EmptyDouble();
-    return true;
-  }
-
- private:
-  int col_;
-};
-
 /// Hands on to an exporter that a chain must not own.
 class Onwards final : public DtmProcessor {
  public:
@@ -148,11 +136,14 @@ TEST(DtmAsciiEsriExporter, ACellOutsideThePolygonIsEmptyThoughItHasAValue) {
       "-1 -2\n"
       "-3 -4");
   EsriExport esri(grid);
+  PolyClipLine polygon;
+  for (const Point& corner : {Point{0, 0}, Point{2, 0}, Point{0.1, 2}}) polygon.AddElem(corner);
   DtmMultiProcessor chain;
-  chain.AddProcessor(std::make_unique<Outside>(1).release());
+  chain.AddProcessor(std::make_unique<DtmEsriPolyClipper>(polygon).release());
   chain.AddProcessor(std::make_unique<Onwards>(esri.Exporter()).release());
   ASSERT_TRUE(esri.RunBehind(chain));
-  EXPECT_NE(esri.Text().find("\n-1.00 -9999 \n-3.00 -9999 \n"), std::string::npos) << esri.Text();
+  // The upper right centre is outside; those of the others are inside, though parts of their cells aren't.
+  EXPECT_NE(esri.Text().find("\n-1.00 -9999 \n-3.00 -4.00 \n"), std::string::npos) << esri.Text();
 }
 
 TEST(DtmAsciiEsriExporter, AnotherNotANumberInTheAreaIsNoMark) {

@@ -292,9 +292,10 @@ class Parser {
     if (!range_ || categories_) return;
     const double from = slices_.front().lower;
     if (slices_.back().upper != 1 || (from != 0 && from != -1)) return;
-    const auto [low, high] = *range_;
+    const double low = range_->first;
+    const double high = range_->second;
     const bool bent = hinge_ && from == -1 && low < hingeValue_ && hingeValue_ < high;
-    const auto place = [&, low = low, high = high](double z) {
+    const auto place = [&](double z) {
       if (!bent) return std::lerp(low, high, (z - from) / (1 - from));
       return z < 0 ? std::lerp(hingeValue_, low, -z) : std::lerp(hingeValue_, high, z);
     };

@@ -1,7 +1,9 @@
 // Loads:
 //   Import/text             1,000,000 lines "x,y,z" of a survey in swath order into a model that holds their cells
-//   already,
-//                           file and model in the page cache; parsed and inserted as the command does
+//                           already, file and model in the page cache; parsed and inserted as the command does
+//   Import/dated_text       the same with a date on each line, which changes every 1,000 lines, by the importer of
+//   dated
+//                           texts
 //   Import/text/bare_loop   finds the same lines and runs std::from_chars three times on each; inserts nothing
 #include <benchmark/benchmark.h>
 #include <charconv>
@@ -14,6 +16,7 @@
 #include <vector>
 
 #include "vakdtm/intake/DtmAsciiImporter.h"
+#include "vakdtm/intake/DtmAsciiTimeImporter.h"
 #include "vakdtm/intake/ImportTally.h"
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/DtmManager.h"
@@ -25,7 +28,7 @@ constexpr int kLines = 1000000;
 
 class SurveyText {
  public:
-  SurveyText()
+  explicit SurveyText(bool dated = false)
       : path_(std::filesystem::temp_directory_path() / ("vakdtm-bench-" + std::to_string(std::random_device{}()))) {
     std::mt19937_64 random(20261);
     std::uniform_real_distribution<double> wobble(-0.2, 0.2);
@@ -36,7 +39,8 @@ class SurveyText {
       const int line = ping / 1024;
       const double x = 500000.0 + line * 45.0 + i % 128 * 0.5 + wobble(random);
       const double y = 5800000.0 + ping % 1024 * 0.6 + wobble(random);
-      std::fprintf(file, "%.3f,%.3f,%.3f\n", x, y, depth(random));
+      std::fprintf(file, "%.3f,%.3f,%.3f", x, y, depth(random));
+      std::fprintf(file, dated ? ",%02d-07-2015\n" : "\n", 1 + i / 1000 % 28);
     }
     if (file) std::fclose(file);
   }
@@ -53,21 +57,27 @@ class SurveyText {
   std::filesystem::path path_;
 };
 
-bool ImportOnce(const SurveyText& text, DtmUpdateFile* model) {
+bool ImportOnce(const SurveyText& text, DtmUpdateFile* model, bool dated) {
   ImportTally tally(model->AreaSize());
-  DtmAsciiImporter importer(model, text.Open(), false, false, false);
-  importer.SetCacheSize(1200);
-  importer.SetTally(&tally);
-  return importer.Process() && tally.Taken() == kLines;
+  TextFile source(dated ? text.Open() : nullptr);
+  std::unique_ptr<DtmTextImporter> importer;
+  if (dated) {
+    importer = std::make_unique<DtmAsciiTimeImporter>(model, &source, nullptr, false, false, false);
+  } else {
+    importer = std::make_unique<DtmAsciiImporter>(model, text.Open(), nullptr, false, false, false);
+  }
+  importer->SetCacheSize(1200);
+  importer->SetTally(&tally);
+  return importer->Process() && tally.Taken() == kLines;
 }
 
-void ImportText(benchmark::State& state) {
-  const SurveyText text;
+void ImportText(benchmark::State& state, bool dated) {
+  const SurveyText text(dated);
   DtmManager::create_params params;
   params.blockIds = {iNUM, dVAL, dSDV, dMIN, fXMN, fYMN, dMAX, fXMX, fYMX, tTIM};
   DtmUpdateFile* const model = DtmManager::GetDtmManager().OpenDtm(L"", true, &params);
-  if (!ImportOnce(text, model)) state.SkipWithError("lines were not taken");
-  for (auto _ : state) ImportOnce(text, model);
+  if (!ImportOnce(text, model, dated)) state.SkipWithError("lines were not taken");
+  for (auto _ : state) ImportOnce(text, model, dated);
   model->Close();
   state.SetItemsProcessed(state.iterations() * kLines);
 }
@@ -102,7 +112,8 @@ void ImportBare(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kLines);
 }
 
-BENCHMARK(ImportText)->Name("Import/text")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ImportText, undated, false)->Name("Import/text")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ImportText, dated, true)->Name("Import/dated_text")->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ImportBare)->Name("Import/text/bare_loop")->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

@@ -53,7 +53,7 @@ bool WriteText(const fs::path& path) {
 int Import(vak::DtmUpdateFile* model, const fs::path& text, vak::ImportTally& tally) {
   std::FILE* const source = std::fopen(text.c_str(), "rb");
   if (source == nullptr) return vak::ProcessThread::kFailed;
-  auto importer = std::make_unique<vak::DtmAsciiImporter>(model, source, false, false, false);
+  auto importer = std::make_unique<vak::DtmAsciiImporter>(model, source, nullptr, false, false, false);
   importer->SetTally(&tally);
   vak::ProcessThread job(L"import", nullptr, false, nullptr, false);
   job.AddProcessor(importer.release(), L"lines.xyz");  // the job owns it now, and it the source

@@ -10,8 +10,8 @@
 
 #include "Command.h"
 #include "ModelFile.h"
-#include "OutputFile.h"
 #include "ProgressBar.h"
+#include "ResultFile.h"
 #include "StopSignals.h"
 
 namespace vak {
@@ -28,7 +28,7 @@ struct CellsOptions {
 
 class CellWriter {
  public:
-  CellWriter(DtmUpdateFile& model, std::vector<int> blocks, const CellsOptions& options, OutputFile& output)
+  CellWriter(DtmUpdateFile& model, std::vector<int> blocks, const CellsOptions& options, ResultFile& output)
       : model_(model), access_(&model), blocks_(std::move(blocks)), options_(options), output_(output) {
     values_.resize(blocks_.size());
   }
@@ -82,7 +82,7 @@ class CellWriter {
   DtmAccess access_;
   std::vector<int> blocks_;
   const CellsOptions& options_;
-  OutputFile& output_;
+  ResultFile& output_;
   std::vector<double> values_;
   std::string line_;
 };
@@ -95,7 +95,7 @@ std::vector<DtmArea*> AreasInFileOrder(const DtmUpdateFile& model) {
   return areas;
 }
 
-int FailWriting(const CommandContext& context, const OutputFile& output) {
+int FailWriting(const CommandContext& context, const ResultFile& output) {
   if (StopRequested()) return context.Stopped("nothing was kept");
   if (output.ReaderGone()) return kCouldNotBeDone;
   return context.Fail(output.Name(), "cannot write: " + output.Error(), "name another file with -o");
@@ -118,7 +118,7 @@ int Cells(const CellsOptions& options, const CommandContext& context) {
   if (options.output != "-" && std::filesystem::equivalent(options.output, options.model, code)) {
     return context.Misuse("the model would be replaced by its own cells", "name another file with -o");
   }
-  OutputFile output;
+  ResultFile output;
   if (!output.Open(options.output)) return FailWriting(context, output);
 
   ProgressBar bar(context);

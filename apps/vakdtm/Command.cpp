@@ -100,6 +100,24 @@ CLI::Option* AddRanged(CLI::App& command, const std::string& names, Number& valu
   });
 }
 
+/// @return what is wrong, or nothing.
+std::string ParseRect(const std::string& text, Page& rect) {
+  std::vector<double> numbers;
+  for (std::size_t from = 0; from <= text.size();) {
+    const std::size_t comma = std::min(text.find(',', from), text.size());
+    double number = 0;
+    if (!ParseAll(std::string_view(text).substr(from, comma - from), number) || !std::isfinite(number)) break;
+    numbers.push_back(number);
+    from = comma + 1;
+  }
+  if (numbers.size() != 4 || std::count(text.begin(), text.end(), ',') != 3) {
+    return "'" + text + "' is no rectangle x0,y0,x1,y1";
+  }
+  rect = Page(numbers[0], numbers[1], numbers[2], numbers[3]);
+  if (numbers[0] < numbers[2] && numbers[1] < numbers[3]) return {};
+  return "'" + text + "' has no surface, x0 has to be below x1 and y0 below y1";
+}
+
 /// Binary exponent of a size's unit letter, or -1 when it is none.
 int UnitExponent(char letter) {
   switch (letter) {
@@ -173,8 +191,9 @@ std::string MisuseText(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 int ReportMisuse(const CLI::App& app, const CLI::ParseError& error, CommandContext& context) {
-  const auto chosen = app.get_subcommands();
-  if (!chosen.empty()) context.subcommand = chosen.front()->get_name();
+  for (auto chosen = app.get_subcommands(); !chosen.empty(); chosen = chosen.front()->get_subcommands()) {
+    context.subcommand += (context.subcommand.empty() ? "" : " ") + chosen.front()->get_name();
+  }
   return context.Misuse(MisuseText(app, error), "see '" + context.Label() + " --help'");
 }
 
@@ -240,7 +259,10 @@ int RunCommandLine(int argc, const char* const* argv,
 }
 
 CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const SubcommandText& text, std::function<int()> run) {
-  CLI::App* command = app.add_subcommand(text.name, text.description);
+  // Of a group's member, the group is `app`.
+  const std::size_t blank = text.name.rfind(' ');
+  CLI::App* command =
+      app.add_subcommand(blank == std::string::npos ? text.name : text.name.substr(blank + 1), text.description);
   std::string footer = "Example:";
   std::istringstream lines(text.example);
   for (std::string line; std::getline(lines, line);) footer += "\n  " + line;
@@ -251,6 +273,13 @@ CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const Subcommand
     context.run = run;
   });
   return command;
+}
+
+CLI::App* AddSubcommandGroup(CLI::App& app, const std::string& name, const std::string& description) {
+  CLI::App* group = app.add_subcommand(name, description);
+  group->require_subcommand(1);
+  group->footer("Help on one of them, with an example: vakdtm " + name + " SUBCOMMAND --help");
+  return group;
 }
 
 CLI::Option* Required(CLI::Option* option) { return option->required(); }
@@ -283,6 +312,27 @@ CLI::Option* AddWholeNumber(CLI::App& command, const std::string& names, std::ui
 CLI::Option* AddNumber(CLI::App& command, const std::string& names, double& value, const std::string& description,
                        double lowest, double highest) {
   return AddRanged(command, names, value, description, lowest, highest, "number", "X");
+}
+
+CLI::Option* AddChoice(CLI::App& command, const std::string& names, std::string& value,
+                       const std::vector<std::string>& words, const std::string& description) {
+  std::string all;
+  for (const std::string& word : words) all += (all.empty() ? "" : "|") + word;
+  return AddChecked(command, names, description, all, [&value, words, all](const std::string& text) {
+    if (std::find(words.begin(), words.end(), text) == words.end()) return "'" + text + "' is none of " + all;
+    value = text;
+    return std::string();
+  });
+}
+
+CLI::Option* AddRect(CLI::App& command, const std::string& names, std::optional<Page>& rect,
+                     const std::string& description) {
+  return AddChecked(command, names, description, "X0,Y0,X1,Y1", [&rect](const std::string& text) {
+    Page parsed;
+    const std::string fault = ParseRect(text, parsed);
+    if (fault.empty()) rect = parsed;
+    return fault;
+  });
 }
 
 CLI::Option* AddByteCount(CLI::App& command, const std::string& names, std::uint64_t& bytes,

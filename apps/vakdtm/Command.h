@@ -4,9 +4,12 @@
 #include <functional>
 #include <initializer_list>
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "vakdtm/services/geometry/Page.h"
 
 // The parser's header costs ten seconds a source: Command.cpp alone includes it, subcommands say what they take by the
 // functions below.
@@ -72,6 +75,10 @@ struct SubcommandText {
 /// @return the subcommand, owned by `app`, for its own options.
 CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const SubcommandText& text, std::function<int()> run);
 
+/// Adds a subcommand that has subcommands of its own, one of which has to be named. They are added to what this
+/// answers, by `AddSubcommand` with both names: "export csv".
+CLI::App* AddSubcommandGroup(CLI::App& app, const std::string& name, const std::string& description);
+
 /// Says that the command line is wrong without it. @return the option.
 CLI::Option* Required(CLI::Option* option);
 
@@ -101,6 +108,14 @@ CLI::Option* AddNumber(CLI::App& command, const std::string& names, double& valu
                        double lowest = std::numeric_limits<double>::lowest(),
                        double highest = std::numeric_limits<double>::max());
 
+/// Adds an option with one of a few words.
+CLI::Option* AddChoice(CLI::App& command, const std::string& names, std::string& value,
+                       const std::vector<std::string>& words, const std::string& description);
+
+/// Adds an option with a rectangle, "x0,y0,x1,y1": four finite numbers with x0 below x1 and y0 below y1.
+CLI::Option* AddRect(CLI::App& command, const std::string& names, std::optional<Page>& rect,
+                     const std::string& description);
+
 /// Adds an option with a number of bytes as `ParseByteCount` reads it.
 CLI::Option* AddByteCount(CLI::App& command, const std::string& names, std::uint64_t& bytes,
                           const std::string& description, std::uint64_t lowest = 0);
@@ -115,9 +130,11 @@ std::string Counted(std::int64_t count, const char* noun);
 
 void AddCellsCommand(CLI::App& app, CommandContext& context);
 void AddCreateCommand(CLI::App& app, CommandContext& context);
+void AddExportCommand(CLI::App& app, CommandContext& context);
 void AddImportCommand(CLI::App& app, CommandContext& context);
 void AddInfoCommand(CLI::App& app, CommandContext& context);
 void AddSimulateCommand(CLI::App& app, CommandContext& context);
+void AddStatsCommand(CLI::App& app, CommandContext& context);
 void AddVerifyCommand(CLI::App& app, CommandContext& context);
 void AddWatchCommand(CLI::App& app, CommandContext& context);
 

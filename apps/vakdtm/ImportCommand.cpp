@@ -3,8 +3,11 @@
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "vakdtm/intake/DtmAsciiImporter.h"
+#include "vakdtm/intake/DtmAsciiTimeImporter.h"
+#include "vakdtm/intake/DtmImportException.h"
 #include "vakdtm/services/files/FileName.h"
 #include "vakdtm/services/files/HugeFileStream.h"
 #include "vakdtm/services/jobs/ProcessThread.h"
@@ -13,6 +16,7 @@
 
 #include "Command.h"
 #include "ModelFile.h"
+#include "PolygonInput.h"
 #include "SoundingSource.h"
 #include "StopSignals.h"
 
@@ -25,6 +29,8 @@ struct ImportOptions {
   double cellSize = 0;         // 0: not given
   std::uint64_t areaSize = 0;  // 0: not given
   std::string blocks;
+  std::string polygon;
+  bool dated = false;
   bool clearFirst = false;
   bool negate = false;
   bool backup = false;
@@ -42,6 +48,35 @@ std::string Text(double value) {
   AppendNumber(text, value);
   return text;
 }
+
+/// The import of one source, with what it reads from; keeps what it throws.
+class ImportJob final : public Processor {
+ public:
+  ImportJob(std::unique_ptr<TextFile> text, std::unique_ptr<DtmTextImporter> importer)
+      : text_(std::move(text)), importer_(std::move(importer)) {}
+
+  bool Process() override {
+    try {
+      return importer_->Process();
+    } catch (const DtmImportException& fault) {
+      fault_ = fault;
+      return false;
+    }
+  }
+  double GetProgress() const override { return importer_->GetProgress(); }
+  void Stop() override {
+    Processor::Stop();
+    importer_->Stop();
+  }
+
+  const DtmTextImporter& Importer() const { return *importer_; }
+  const std::optional<DtmImportException>& Fault() const { return fault_; }
+
+ private:
+  std::unique_ptr<TextFile> text_;  // null: the importer has its own
+  std::unique_ptr<DtmTextImporter> importer_;
+  std::optional<DtmImportException> fault_;
+};
 
 /// What one call does: the sources, the model, and what came of it.
 class Import {
@@ -76,6 +111,7 @@ class Import {
     if (std::count(options_.files.begin(), options_.files.end(), "-") > 1) {
       return context_.Misuse("standard input is named twice", "name it once");
     }
+    if (!options_.polygon.empty() && !LoadPolygon(context_, options_.polygon, polygon_)) return kCouldNotBeDone;
     if (options_.model.empty()) return context_.Fail("''", "is no name for a model", "name a file");
     std::error_code code;
     // What can't be looked at, or is a link to nothing, isn't made either: opening it tells why.
@@ -94,8 +130,13 @@ class Import {
       if (exists_ && file != "-" && std::filesystem::equivalent(file, options_.model, same)) {
         return context_.Misuse("the model is named as its own input", "name a text of soundings");
       }
-      if (!LookAtSource(context_, file, sources_.emplace_back())) {
+      if (!LookAtSource(context_, file, options_.dated, sources_.emplace_back())) {
         return StopRequested() ? context_.Stopped("nothing was changed") : kCouldNotBeDone;
+      }
+      const SoundingSource& source = sources_.back();
+      if (options_.dated && !source.parses && !source.isEmpty) {
+        return context_.Fail(source.name + ":1", "unknown file format: \"" + source.firstLine + "\"",
+                             "begin with a line x,y,z,dd-mm-yyyy, or the same parted by blanks");
       }
     }
     for (const SoundingSource& source : sources_) WarnOfStrange(source);
@@ -134,6 +175,9 @@ class Import {
                         (cellSize == 1 ? " unit wide" : " units wide"),
                     "project them first, or use a small cell size");
     }
+    if (options_.dated && source.parses && !source.dated) {
+      context_.Warn(source.name, "the first line holds no date, its soundings get the time of import", "");
+    }
   }
 
   int OpenModel() {
@@ -164,29 +208,62 @@ class Import {
       if (StopRequested()) return {kStopped, "", "", ""};
       SoundingSource& source = sources_[i];
       tally.BeginSource();
+      if (options_.dated && source.isEmpty) continue;
       FilePointer file = TakeFile(source);
       if (!file) return {kCouldNotBeDone, source.name, "cannot be opened any more", "check the file"};
       const bool backup = options_.backup && exists_ && i == 0;
-      auto importer =
-          std::make_unique<DtmAsciiImporter>(&*model_, file.release(), options_.clearFirst, backup, options_.negate);
+      auto importer = MakeJob(std::move(file), backup, tally);
       if (backup && !HasBackup()) {
         return {kCouldNotBeDone, BackupName(), "no backup can be made, nothing was imported", "check its folder"};
       }
-      importer->SetCacheSize(AreasInMemory());
-      importer->SetTally(&tally);
-      const DtmAsciiImporter& job = *importer;
+      const ImportJob& job = *importer;
       ProcessThread thread(L"vakdtm import", nullptr, false, nullptr, false);
       thread.AddProcessor(importer.release(), FromUtf8(source.name));
       const int result = thread.DoModal();
       if (result == ProcessThread::kStopped) return {kStopped, "", "", ""};
+      WarnOfRepeated(source, job);
       if (result == ProcessThread::kDone) continue;
-      if (!job.InsertFailed()) return {kCouldNotBeDone, source.name, "cannot be read to its end", "check the file"};
+      if (const auto& fault = job.Fault()) {
+        return {kCouldNotBeDone, source.name + ":" + std::to_string(fault->Line()), fault->what(),
+                "mend the line; what stands before it is in the model"};
+      }
+      if (!job.Importer().InsertFailed())
+        return {kCouldNotBeDone, source.name, "cannot be read to its end", "check the file"};
       const bool full = model_->LastStreamError() == StreamError::kNoSpace;
-      return {kCouldNotBeDone, source.name + ":" + std::to_string(job.CurrentLine()),
+      return {kCouldNotBeDone, source.name + ":" + std::to_string(job.Importer().CurrentLine()),
               full ? "the sounding cannot be stored, no space left on the disk" : "the sounding cannot be stored",
               WhatToDo()};
     }
     return {};
+  }
+
+  std::unique_ptr<ImportJob> MakeJob(FilePointer file, bool backup, ImportTally& tally) {
+    // Each importer has its own, whose copies share what makes them large.
+    auto polygon = options_.polygon.empty() ? nullptr : std::make_unique<PolyClipLine>(polygon_);
+    std::unique_ptr<TextFile> text;
+    std::unique_ptr<DtmTextImporter> importer;
+    if (options_.dated) {
+      text = std::make_unique<TextFile>(file.release());
+      importer = std::make_unique<DtmAsciiTimeImporter>(&*model_, text.get(), polygon.release(), options_.clearFirst,
+                                                        backup, options_.negate);
+    } else {
+      importer = std::make_unique<DtmAsciiImporter>(&*model_, file.release(), polygon.release(), options_.clearFirst,
+                                                    backup, options_.negate);
+    }
+    importer->SetCacheSize(AreasInMemory());
+    importer->SetTally(&tally);
+    return std::make_unique<ImportJob>(std::move(text), std::move(importer));
+  }
+
+  /// A blank line at the end of a dated text is easily overlooked, and counts.
+  void WarnOfRepeated(const SoundingSource& source, const ImportJob& job) const {
+    const auto* const dated = dynamic_cast<const DtmAsciiTimeImporter*>(&job.Importer());
+    if (!dated || dated->LinesIncomplete() == 0) return;
+    const bool one = dated->LinesIncomplete() == 1;
+    context_.Warn(source.name,
+                  Counted(dated->LinesIncomplete(), "line") + (one ? " lacks" : " lack") + " a number, and took what " +
+                      (one ? "it lacks" : "they lack") + " from the line before",
+                  "blank lines insert a sounding once more");
   }
 
   std::string BackupName() const {
@@ -267,10 +344,12 @@ class Import {
   int PrintSummary(const ImportTally& tally, double seconds) const {
     if (options_.json) return context_.PrintResult(JsonOf(tally, seconds));
     if (context_.quiet) return kDone;
-    std::string line = std::to_string(tally.Taken()) + " of " + Counted(tally.Lines(), "line") + " taken (" +
-                       std::to_string(tally.Skipped()) + " skipped, " + std::to_string(tally.Refused()) + " refused, " +
-                       std::to_string(tally.NotANumber()) + " not a number) into " + Counted(tally.Cells(), "cell") +
-                       " in " + Counted(tally.Areas(), "area");
+    std::string line =
+        std::to_string(tally.Taken()) + " of " + Counted(tally.Lines(), "line") + " taken (" +
+        std::to_string(tally.Skipped()) + " skipped, " + std::to_string(tally.Refused()) + " refused, " +
+        std::to_string(tally.NotANumber()) + " not a number" +
+        (options_.polygon.empty() ? std::string() : ", " + std::to_string(tally.OutsidePolygon()) + " outside") +
+        ") into " + Counted(tally.Cells(), "cell") + " in " + Counted(tally.Areas(), "area");
     if (tally.Taken() > 0) line += ", z " + Text(tally.LowestZ()) + " to " + Text(tally.HighestZ());
     line += ", ";
     AppendFixed(line, seconds, 2);
@@ -284,6 +363,7 @@ class Import {
     json["skipped"] = tally.Skipped();
     json["refused"] = tally.Refused();
     json["not_a_number"] = tally.NotANumber();
+    json["outside_polygon"] = tally.OutsidePolygon();
     json["cells"] = tally.Cells();
     json["areas"] = tally.Areas();
     json["z_range"] = nullptr;
@@ -295,6 +375,7 @@ class Import {
   const ImportOptions& options_;
   const CommandContext& context_;
   std::vector<int> blocks_;
+  PolyClipLine polygon_;
   std::vector<SoundingSource> sources_;
   bool exists_ = false;
   HeldModel held_;  // while it exists and isn't open yet
@@ -318,6 +399,9 @@ void AddImportCommand(CLI::App& app, CommandContext& context) {
                  "Of a model to be made: cells on a side of an area (default 64)", 1, 46340);
   AddText(*command, "--blocks", options->blocks, "LIST",
           "Of a model to be made: kinds of value to record, by mnemonic");
+  AddText(*command, "--polygon", options->polygon, "FILE",
+          "Leaves out what lies outside a polygon: GeoJSON, or a text with a vertex a line");
+  AddFlag(*command, "--dated", options->dated, "Takes the time of a sounding from a date dd-mm-yyyy behind z");
   AddFlag(*command, "--clear-first", options->clearFirst, "Empties a cell before each sounding: the last one wins");
   AddFlag(*command, "--negate", options->negate, "Flips the sign of z, for depths that are positive downwards");
   AddFlag(*command, "--backup", options->backup, "Keeps the model as it was under its name with the ending bk1");

@@ -204,6 +204,28 @@ ModelFile OpenForReading(const CommandContext& context, const std::string& path)
   return Opened(context, path, DtmManager::GetDtmManager().OpenDtmUntouched(FromUtf8(path)));
 }
 
+ModelFile OpenWholeForReading(const CommandContext& context, const std::string& path) {
+  ModelFile model = OpenForReading(context, path);
+  if (model && model->WalkStoppedAt() >= 0) {
+    context.Fail(path, "damaged at offset " + std::to_string(model->WalkStoppedAt()),
+                 "run \"vakdtm verify " + path + "\"");
+    model.Close();
+  }
+  return model;
+}
+
+bool IsWholeRead(const DtmUpdateFile& model) {
+  for (int i = 0; const DtmArea* area = model.GetArea(i); ++i) {
+    if (area->HasReadError()) return false;
+  }
+  return true;
+}
+
+int FailReading(const CommandContext& context, const std::string& path, const DtmUpdateFile& model) {
+  const char* const what = IsWholeRead(model) ? "cannot be read to its end" : "an area cannot be read";
+  return context.Fail(path, what, "run \"vakdtm verify " + path + "\"");
+}
+
 HeldModel::HeldModel(std::string path, ModelSettings settings, std::unique_ptr<HugeFileStream> stream)
     : path_(std::move(path)), settings_(std::move(settings)), stream_(std::move(stream)) {}
 HeldModel::~HeldModel() = default;

@@ -38,6 +38,16 @@ class ModelFile {
 /// Opens a model to look at it: every byte of the file and its times stay as they are. Prints why when it can't.
 ModelFile OpenForReading(const CommandContext& context, const std::string& path);
 
+/// The same for work that makes no sense on half a model: one whose areas can't be followed to the file's end is
+/// refused too.
+ModelFile OpenWholeForReading(const CommandContext& context, const std::string& path);
+
+/// Whether every area could be read that was asked for a cell.
+bool IsWholeRead(const DtmUpdateFile& model);
+
+/// Prints that the work ended because of areas that can't be read. @return kCouldNotBeDone.
+int FailReading(const CommandContext& context, const std::string& path, const DtmUpdateFile& model);
+
 /// What is settled for good when a model is made.
 struct ModelSettings {
   double cellSize = 0;      ///< m

@@ -5,8 +5,8 @@
 
 #include "Command.h"
 #include "LiveSurvey.h"
-#include "OutputFile.h"
 #include "ProgressBar.h"
+#include "ResultFile.h"
 #include "StopSignals.h"
 #include "SurveySimulator.h"
 
@@ -39,7 +39,7 @@ char* AppendMetres(char* at, char* end, std::int64_t millimetres) {
 }
 
 /// Writes the line of a sounding. @return false when it could not be written.
-bool WriteLine(OutputFile& output, const SoundingMillimetres& sounding) {
+bool WriteLine(ResultFile& output, const SoundingMillimetres& sounding) {
   char line[80];
   char* const end = line + sizeof line;
   char* at = AppendMetres(line, end, sounding.x);
@@ -51,7 +51,7 @@ bool WriteLine(OutputFile& output, const SoundingMillimetres& sounding) {
   return output.Write(std::string_view(line, static_cast<std::size_t>(at - line)));
 }
 
-int FailWriting(const CommandContext& context, const OutputFile& output) {
+int FailWriting(const CommandContext& context, const ResultFile& output) {
   if (StopRequested()) return context.Stopped("nothing was kept");
   if (output.ReaderGone()) return kCouldNotBeDone;
   return context.Fail(output.Name(), "cannot write: " + output.Error(), "name another file with -o");
@@ -59,7 +59,7 @@ int FailWriting(const CommandContext& context, const OutputFile& output) {
 
 int WriteText(const SimulateOptions& options, const CommandContext& context) {
   const SurveySimulator::Options& survey = options.live.survey;
-  OutputFile output;
+  ResultFile output;
   if (!output.Open(options.output)) return FailWriting(context, output);
   ProgressBar bar(context);
   SurveySimulator simulator(survey);

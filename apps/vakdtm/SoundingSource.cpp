@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "vakdtm/intake/DtmAsciiImporter.h"
+#include "vakdtm/intake/DtmAsciiTimeImporter.h"
 
 #include "StopSignals.h"
 
@@ -119,9 +120,35 @@ bool LookAtLines(SoundingSource& source) {
   return std::fseek(source.kept.get(), 0, SEEK_SET) == 0;
 }
 
+/// Looks at a text whose first line settles what it is.
+/// @return false when the text can't be read.
+bool LookAtDatedLines(SoundingSource& source) {
+  TextFile text(source.kept.release());
+  std::string_view line;
+  source.isEmpty = !text.ReadLine(line, DtmAsciiTimeImporter::kLongestPiece);
+  DatedFormat format;
+  ScannedSounding sounding;
+  if (!source.isEmpty) {
+    source.firstLine = line.substr(0, line.find_last_not_of("\r\n") + 1);
+    source.parses = DtmAsciiTimeImporter::DetectFormat(line, format, &sounding);
+  }
+  source.dated = source.parses && format.dated;
+  source.looksLikeDegrees = source.parses && CouldBeDegrees(sounding);
+  const SoundingScanner scanner(format.columns);
+  for (int i = 0; i < kLinesLookedAt && source.looksLikeDegrees; ++i) {
+    if (!text.ReadLine(line, DtmAsciiTimeImporter::kLongestPiece)) break;
+    if (scanner.Scan(line.data(), line.data() + line.size(), sounding) == 3 && !CouldBeDegrees(sounding)) {
+      source.looksLikeDegrees = false;
+    }
+  }
+  const bool failed = text.Failed();
+  source.kept.reset(text.Release());
+  return !failed && !StopRequested() && std::fseek(source.kept.get(), 0, SEEK_SET) == 0;
+}
+
 }  // namespace
 
-bool LookAtSource(const CommandContext& context, const std::string& path, SoundingSource& source) {
+bool LookAtSource(const CommandContext& context, const std::string& path, bool mayBeDated, SoundingSource& source) {
   const bool standardInput = path == "-";
   source.name = standardInput ? "standard input" : path;
   source.kept = standardInput ? OpenStandardInput() : OpenForReading(path);
@@ -133,7 +160,8 @@ bool LookAtSource(const CommandContext& context, const std::string& path, Soundi
   }
   const bool readOnce = standardInput || !S_ISREG(status.st_mode);
   if (readOnce && !Spool(context, source)) return false;
-  if (!LookAtLines(source)) return !StopRequested() && FailReading(context, source);
+  if (!(mayBeDated ? LookAtDatedLines(source) : LookAtLines(source)))
+    return !StopRequested() && FailReading(context, source);
   if (!readOnce) source.kept.reset();
   return true;
 }

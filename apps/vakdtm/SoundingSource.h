@@ -19,7 +19,8 @@ using FilePointer = std::unique_ptr<std::FILE, CloseFile>;
 struct SoundingSource {
   std::string name;               ///< for messages; of what isn't kept open, the path
   FilePointer kept;               ///< seekable, at its start; null for what isn't kept open
-  bool parses = false;            ///< some line holds three numbers
+  bool parses = false;            ///< some line holds three numbers; of a dated text, the first one does
+  bool dated = false;             ///< and that one holds a date behind them
   bool looksLikeDegrees = false;  ///< the first of those lines could all be longitude and latitude
   bool isEmpty = false;           ///< there isn't a single byte
   std::string firstLine;          ///< for the message that none does
@@ -27,8 +28,10 @@ struct SoundingSource {
 
 /// Opens a file, or standard input for "-", and looks for the first lines that parse. What can't be read twice
 /// (standard input, a pipe) is copied to a temporary file first, which stays open. Prints why when it can't.
+/// @param mayBeDated  whether the text is one for `DtmAsciiTimeImporter`.
 /// @return false then, and when the user has stopped the copying.
-[[nodiscard]] bool LookAtSource(const CommandContext& context, const std::string& path, SoundingSource& source);
+[[nodiscard]] bool LookAtSource(const CommandContext& context, const std::string& path, bool mayBeDated,
+                                SoundingSource& source);
 
 /// Gives the file of a source that was looked at, once. @return null when it can't be opened any more.
 FilePointer TakeFile(SoundingSource& source);

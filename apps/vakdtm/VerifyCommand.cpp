@@ -9,8 +9,8 @@
 #include "vakdtm/store/DtmVerifier.h"
 
 #include "Command.h"
-#include "OutputFile.h"
 #include "ProgressBar.h"
+#include "ResultFile.h"
 #include "StopSignals.h"
 
 namespace vak {
@@ -93,7 +93,7 @@ class Verification {
   }
 
   bool OpenOutput() {
-    out_ = std::make_unique<OutputFile>();
+    out_ = std::make_unique<ResultFile>();
     return out_->Open("-");
   }
 
@@ -208,7 +208,7 @@ class Verification {
   const CommandContext& context_;
   HugeFileStream stream_;
   DtmVerifier verifier_{stream_};
-  std::unique_ptr<OutputFile> out_;
+  std::unique_ptr<ResultFile> out_;
   bool printed_ = true;
   int status_ = kDone;
 };

@@ -86,12 +86,14 @@ TEST_F(ImportCommand, JsonHasEveryKeyInOrderAndTheLinesAddUp) {
   const CommandResult result =
       Import({"-", "--cell-size", "1", "--json", "-q"}, "x\n1.5,102.5,-3\n1e300,2,3\n1.5,3.5,-nan\n1.5,102.5,-4\n\n");
   EXPECT_EQ(result.status, kDone);
-  EXPECT_THAT(result.out, StartsWith("{\"lines\":6,\"taken\":2,\"skipped\":2,\"refused\":1,\"not_a_number\":1,"
-                                     "\"cells\":1,\"areas\":1,\"z_range\":[-4.0,-3.0],\"seconds\":"));
+  EXPECT_THAT(
+      result.out,
+      StartsWith("{\"lines\":6,\"taken\":2,\"skipped\":2,\"refused\":1,\"not_a_number\":1,\"outside_polygon\":0,"
+                 "\"cells\":1,\"areas\":1,\"z_range\":[-4.0,-3.0],\"seconds\":"));
   EXPECT_EQ(result.err, "");
   const json summary = json::parse(result.out);
   EXPECT_GE(summary["seconds"], 0.0);
-  EXPECT_EQ(summary.size(), 9u);
+  EXPECT_EQ(summary.size(), 10u);
 }
 
 TEST_F(ImportCommand, SeveralFilesAndStandardInputGoIntoOneModel) {

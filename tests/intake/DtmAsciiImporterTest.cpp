@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "vakdtm/intake/DtmAsciiImporter.h"
+#include "vakdtm/services/geometry/PolyClipLine.h"
 #include "vakdtm/services/jobs/MessageSink.h"
 #include "vakdtm/services/platform/Platform.h"
 #include "vakdtm/services/text/Utf8.h"
@@ -29,6 +30,7 @@ struct How {
   bool clearFirst = false;
   bool backup = false;
   bool negate = false;
+  PolyClipLine* polygon = nullptr;
 };
 
 /// Moves by 200 ms whenever it is read, so that every rectangle is announced.
@@ -69,7 +71,8 @@ struct Importing {
   std::unique_ptr<DtmAsciiImporter> Importer(const std::string& text, const How& how = {}) {
     std::FILE* const source = std::fopen(folder.Write("source.xyz", text).c_str(), "rb");
     if (!source) throw std::runtime_error("no source");
-    auto importer = std::make_unique<DtmAsciiImporter>(model.get(), source, how.clearFirst, how.backup, how.negate);
+    auto importer =
+        std::make_unique<DtmAsciiImporter>(model.get(), source, how.polygon, how.clearFirst, how.backup, how.negate);
     importer->SetTally(&tally);
     return importer;
   }
@@ -293,6 +296,23 @@ TEST(DtmAsciiImporter, AMarkerInCapitalsBehindThreeNumbersIsNoMarker) {
   importing.ExpectCounts(1, 0, 0, 0);
 }
 
+TEST(DtmAsciiImporter, APointOutsideThePolygonNeitherEmptiesItsCellNorCounts) {
+  Importing importing;
+  EXPECT_TRUE(importing.Run("1.5,2.5,-3\n7.5,2.5,-4\n"));
+  auto polygon = std::make_unique<PolyClipLine>();
+  polygon->AddRing({{0, 0}, {5, 0}, {5, 5}, {0, 5}}, false);
+  const auto importer = importing.Importer("1.5,2.5,5\n7.5,2.5,6\n7.5,2.5,-nan\n5,2.5,1\n0,0,7\nhead\n",
+                                           {.clearFirst = true, .negate = true, .polygon = polygon.release()});
+  EXPECT_TRUE(importer->Process());
+  EXPECT_EQ(importing.At(1.5, 2.5), -5.0);
+  EXPECT_EQ(importing.At(7.5, 2.5), -4.0) << "outside";
+  EXPECT_TRUE(importing.IsEmptyAt(5.5, 2.5)) << "the right edge is outside";
+  EXPECT_EQ(importing.At(0.5, 0.5), -7.0) << "the lower left corner is inside";
+  EXPECT_EQ(importer->LinesTaken(), 2);
+  EXPECT_EQ(importing.tally.OutsidePolygon(), 3);
+  EXPECT_EQ(importing.tally.Lines(), 8) << "with those of the first run";
+}
+
 TEST(DtmAsciiImporter, EverySoundingIsStampedWithTheSecondOfItsImport) {
   Importing importing;
   const AtEachSounding later(*importing.model, [&](int count) { importing.clock.SetSeconds(5000 + 10 * count); });
@@ -370,7 +390,7 @@ TEST(DtmAsciiImporter, TheSourceIsItsOwnAndClosedAtItsEnd) {
   ASSERT_NE(source, nullptr);
   const int descriptor = fileno(source);
   {
-    DtmAsciiImporter importer(importing.model.get(), source, false, false, false);
+    DtmAsciiImporter importer(importing.model.get(), source, nullptr, false, false, false);
     EXPECT_TRUE(importer.Process());
     EXPECT_NE(fcntl(descriptor, F_GETFD), -1);
   }
@@ -382,7 +402,7 @@ TEST(DtmAsciiImporter, ASourceReadBeforeIsReadFromItsStart) {
   std::FILE* const source = std::fopen(importing.folder.Write("source.xyz", "1.5,2.5,-3\n2.5,2.5,-4\n").c_str(), "rb");
   ASSERT_NE(source, nullptr);
   ASSERT_EQ(std::fseek(source, 11, SEEK_SET), 0);
-  DtmAsciiImporter importer(importing.model.get(), source, false, false, false);
+  DtmAsciiImporter importer(importing.model.get(), source, nullptr, false, false, false);
   EXPECT_TRUE(importer.Process());
   EXPECT_EQ(importing.At(1.5, 2.5), -3.0);
 }
@@ -391,7 +411,7 @@ TEST(DtmAsciiImporter, ASourceThatCannotBeReadEndsTheRunWithFalse) {
   Importing importing;
   std::FILE* const folder = std::fopen(importing.folder.Path().c_str(), "rb");  // opens, and then reads nothing
   ASSERT_NE(folder, nullptr);
-  DtmAsciiImporter importer(importing.model.get(), folder, false, false, false);
+  DtmAsciiImporter importer(importing.model.get(), folder, nullptr, false, false, false);
   EXPECT_FALSE(importer.Process());
   EXPECT_TRUE(importer.ReadFailed());
   EXPECT_FALSE(importer.IsStopped());

@@ -12,7 +12,7 @@ namespace vak {
 
 /// What imports did, added up over one source or several: counts of lines, the range of heights, the cells touched.
 ///
-/// Every line is counted once: `Lines` is the sum of the other four. A value with a little memory, one bit a cell of
+/// Every line is counted once: `Lines` is the sum of the other five. A value with a little memory, one bit a cell of
 /// the areas touched. Not thread safe; to be read when the importer has ended.
 class ImportTally {
  public:
@@ -41,10 +41,11 @@ class ImportTally {
     Touch(row, col);
   }
   void CountNotANumber() { ++notANumber_; }
+  void CountOutsidePolygon() { ++outsidePolygon_; }
   void CountSkipped(std::int64_t line, std::string_view text);
   void CountRefused(std::int64_t line, std::string_view text);
 
-  std::int64_t Lines() const { return taken_ + skipped_ + refused_ + notANumber_; }
+  std::int64_t Lines() const { return taken_ + skipped_ + refused_ + notANumber_ + outsidePolygon_; }
   /// Inserted into the model.
   std::int64_t Taken() const { return taken_; }
   /// Lines that don't hold three numbers.
@@ -53,6 +54,8 @@ class ImportTally {
   std::int64_t Refused() const { return refused_; }
   /// Points with a height that isn't a number.
   std::int64_t NotANumber() const { return notANumber_; }
+  /// Points outside the polygon that limits the import.
+  std::int64_t OutsidePolygon() const { return outsidePolygon_; }
 
   /// Cells that took a sounding, each counted once.
   std::int64_t Cells() const;
@@ -88,6 +91,7 @@ class ImportTally {
   std::int64_t skipped_ = 0;
   std::int64_t refused_ = 0;
   std::int64_t notANumber_ = 0;
+  std::int64_t outsidePolygon_ = 0;
   double lowestZ_ = 0;
   double highestZ_ = 0;
   std::vector<RejectedLine> rejected_;

@@ -8,18 +8,45 @@ namespace {
 
 constexpr std::size_t kLinesABatch = 4096;
 
-SoundingLine::Kind Judge(const ScannedSounding& sounding) {
-  if (sounding.fields != 3 || !std::isfinite(sounding.x) || !std::isfinite(sounding.y) || std::isinf(sounding.z)) {
-    return SoundingLine::Kind::kNotParsed;
+bool FillUndated(LineReader& lines, SoundingScanner scanner, SoundingBatch& batch) {
+  std::string_view line;
+  while (!batch.IsFull()) {
+    if (!lines.Next(line)) return false;
+    ScannedSounding scanned;
+    const int fields = scanner.Scan(line.data(), line.data() + line.size(), scanned);
+    const auto kind = fields == 3 ? JudgeNumbers(scanned, HoldsMarker(scanned)) : SoundingLine::Kind::kNotParsed;
+    batch.Add(scanned, kind, lines.LineNumber(), lines.Position(), line);
   }
-  return std::isnan(sounding.z) || HoldsMarker(sounding) ? SoundingLine::Kind::kNotANumber
-                                                         : SoundingLine::Kind::kSounding;
+  return true;
 }
 
 }  // namespace
 
+SoundingLine::Kind JudgeNumbers(const ScannedSounding& sounding, bool marker) {
+  if (!std::isfinite(sounding.x) || !std::isfinite(sounding.y) || std::isinf(sounding.z)) {
+    return SoundingLine::Kind::kNotParsed;
+  }
+  return marker || std::isnan(sounding.z) ? SoundingLine::Kind::kNotANumber : SoundingLine::Kind::kSounding;
+}
+
+bool SoundingBatch::IsFull() const { return lines.size() >= kLinesABatch; }
+
+void SoundingBatch::Clear() {
+  lines.clear();
+  text.clear();
+}
+
+void SoundingBatch::Add(const ScannedSounding& sounding, SoundingLine::Kind kind, std::int64_t number,
+                        std::int64_t position, std::string_view line) {
+  lines.push_back(
+      {sounding.x, sounding.y, sounding.z, number, position, text.size(), line.size(), kind, ScannedDate()});
+  text.append(line);
+}
+
+SoundingAhead::SoundingAhead(FillBatch fill) : fill_(std::move(fill)), thread_([this] { Run(); }) {}
+
 SoundingAhead::SoundingAhead(LineReader& lines, SoundingScanner scanner)
-    : lines_(lines), scanner_(scanner), thread_([this] { Run(); }) {}
+    : SoundingAhead([&lines, scanner](SoundingBatch& batch) { return FillUndated(lines, scanner, batch); }) {}
 
 SoundingAhead::~SoundingAhead() {
   {
@@ -46,7 +73,8 @@ void SoundingAhead::Run() {
   SoundingBatch batch;
   bool more = true;
   while (more) {
-    more = Fill(batch);
+    batch.Clear();
+    more = fill_(batch);
     {
       std::unique_lock lock(mutex_);
       changed_.wait(lock, [this] { return !full_ || stop_; });
@@ -57,21 +85,6 @@ void SoundingAhead::Run() {
     }
     changed_.notify_all();
   }
-}
-
-bool SoundingAhead::Fill(SoundingBatch& batch) {
-  batch.lines.clear();
-  batch.text.clear();
-  std::string_view line;
-  while (batch.lines.size() < kLinesABatch) {
-    if (!lines_.Next(line)) return false;
-    ScannedSounding scanned;
-    scanner_.Scan(line.data(), line.data() + line.size(), scanned);
-    batch.lines.push_back({scanned.x, scanned.y, scanned.z, lines_.LineNumber(), lines_.Position(), batch.text.size(),
-                           line.size(), Judge(scanned)});
-    batch.text.append(line);
-  }
-  return true;
 }
 
 }  // namespace vak

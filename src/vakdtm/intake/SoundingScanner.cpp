@@ -221,6 +221,7 @@ bool ScanShort(const char* begin, const char* end, ScannedSounding& sounding) {
   sounding.y = y;
   sounding.z = z;
   sounding.fields = 3;
+  sounding.behindZ = begin + behind;
   return true;
 }
 
@@ -260,7 +261,7 @@ bool ScanDecimal(const char* begin, const char* end, ScannedSounding& sounding) 
   }
   std::string_view unread;
   if (!FindUnread(at, end, unread)) return false;
-  sounding = {x, y, z, 3, unread};
+  sounding = {x, y, z, 3, unread, at};
   return true;
 }
 
@@ -297,13 +298,15 @@ void ScanAny(const char* begin, const char* end, ScannedSounding& sounding) {
     text = longLine.c_str();
   }
   const NeutralLocale neutral;
+  int behindZ = 0;
   // strtod would report a number out of range; here the number that sscanf makes of it is what is asked for.
   // NOLINTBEGIN(cert-err34-c)
   sounding.fields = format == SoundingFormat::kComma
-                        ? std::sscanf(text, "%lf,%lf,%lf", &sounding.x, &sounding.y, &sounding.z)
-                        : std::sscanf(text, "%lf %lf %lf", &sounding.x, &sounding.y, &sounding.z);
+                        ? std::sscanf(text, "%lf,%lf,%lf%n", &sounding.x, &sounding.y, &sounding.z, &behindZ)
+                        : std::sscanf(text, "%lf %lf %lf%n", &sounding.x, &sounding.y, &sounding.z, &behindZ);
   // NOLINTEND(cert-err34-c)
   sounding.unread = {begin, length};
+  sounding.behindZ = begin + behindZ;
 }
 
 template <SoundingFormat format>
@@ -323,9 +326,9 @@ int SoundingScanner::Scan(const char* begin, const char* end, ScannedSounding& s
   return sounding.fields;
 }
 
-bool HoldsMarker(const ScannedSounding& sounding) {
+bool HoldsMarker(const ScannedSounding& sounding, std::string_view marker) {
   if (sounding.unread.empty()) return false;
-  return sounding.unread.substr(0, sounding.unread.find('\0')).find("-nan") != std::string_view::npos;
+  return sounding.unread.substr(0, sounding.unread.find('\0')).find(marker) != std::string_view::npos;
 }
 
 }  // namespace vak

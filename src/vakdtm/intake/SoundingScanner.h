@@ -24,6 +24,9 @@ struct ScannedSounding {
   /// only the line's end (`\r`, `\n`) is left there; otherwise the whole line.
   std::string_view unread;
 
+  /// The character behind z; means something when `fields` is 3.
+  const char* behindZ = nullptr;
+
   /// True says that three plain decimal numbers and the line's end are all that the line holds. False says nothing.
   bool RestIsEmpty() const { return unread.empty() && fields == 3; }
 };
@@ -56,8 +59,9 @@ class SoundingScanner {
   SoundingFormat format_;
 };
 
-/// @return whether the text "-nan" stands anywhere before the first NUL of the line that was scanned. Searches only
-/// what the scan left unread, so that it costs nothing for a line of three plain numbers.
-bool HoldsMarker(const ScannedSounding& sounding);
+/// @return whether the marker stands anywhere before the first NUL of the line that was scanned. Searches only what the
+/// scan left unread, so that it costs nothing for a line of three plain numbers.
+/// @param marker  no part of a plain decimal number.
+bool HoldsMarker(const ScannedSounding& sounding, std::string_view marker = "-nan");
 
 }  // namespace vak

@@ -69,6 +69,12 @@ std::wstring FromUtf8(std::string_view bytes) {
   return text;
 }
 
+std::size_t FirstCharacterLength(std::string_view bytes) {
+  if (bytes.empty()) return 0;
+  const std::size_t count = DecodeFirst(bytes).count;
+  return count == 0 ? 1 : count;
+}
+
 std::string ToUtf8(std::wstring_view text) {
   std::string bytes;
   bytes.reserve(text.size());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,9 @@ namespace vak {
 
 /// @return the wide text of UTF-8 bytes.
 std::wstring FromUtf8(std::string_view bytes);
+
+/// @return of how many bytes `FromUtf8` makes the first wide character of `bytes`, 1 to 4; 0 of none.
+std::size_t FirstCharacterLength(std::string_view bytes);
 
 /// @return the UTF-8 bytes of a wide text.
 std::string ToUtf8(std::wstring_view text);

@@ -17,13 +17,13 @@ namespace vak {
 ///
 /// Every write is checked. After a failure all later calls answer false; `Error` says what happened, in words for the
 /// user. For one thread at a time.
-class OutputFile {
+class ResultFile {
  public:
-  OutputFile() = default;
-  ~OutputFile();
+  ResultFile() = default;
+  ~ResultFile();
 
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
+  ResultFile(const ResultFile&) = delete;
+  ResultFile& operator=(const ResultFile&) = delete;
 
   /// Opens `path` for writing; "-" is standard output. To be called once.
   /// @return false when it can't be written: a folder, no permission, no such folder. The target is as it was.
@@ -38,6 +38,10 @@ class OutputFile {
 
   /// @return the target for messages: the path as given, or "standard output".
   [[nodiscard]] const std::string& Name() const { return name_; }
+
+  /// @return the path of the hidden file, for somebody else to write to before `Commit`; empty when the target is
+  /// written directly.
+  [[nodiscard]] const std::string& HiddenPath() const { return unfinished_.Path(); }
 
   /// @return what failed, as "no space left on the device"; empty when nothing has.
   [[nodiscard]] const std::string& Error() const { return error_; }

@@ -6,7 +6,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "OutputFile.h"
+#include "ResultFile.h"
 #include "support/TestFolder.h"
 
 namespace vak {
@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class OutputFileTest : public testing::Test {
+class ResultFileTest : public testing::Test {
  protected:
   std::string Path(const std::string& name) const { return folder_.File(name); }
 
@@ -25,9 +25,9 @@ class OutputFileTest : public testing::Test {
   test::TestFolder folder_;
 };
 
-TEST_F(OutputFileTest, NothingAppearsUnderTheNameBeforeItIsComplete) {
+TEST_F(ResultFileTest, NothingAppearsUnderTheNameBeforeItIsComplete) {
   const std::vector<std::string> parts = {std::string(1000000, 'x'), "end\n"};
-  OutputFile output;
+  ResultFile output;
   ASSERT_TRUE(output.Open(Path("a.xyz")));
   ASSERT_TRUE(output.Write(parts[0]));
   EXPECT_FALSE(folder_.Has("a.xyz"));
@@ -37,10 +37,10 @@ TEST_F(OutputFileTest, NothingAppearsUnderTheNameBeforeItIsComplete) {
   EXPECT_EQ(Files(), 1u);
 }
 
-TEST_F(OutputFileTest, WithoutCommitTheOldFileStaysAndNothingElseIsLeft) {
+TEST_F(ResultFileTest, WithoutCommitTheOldFileStaysAndNothingElseIsLeft) {
   folder_.Write("a.xyz", "old");
   {
-    OutputFile output;
+    ResultFile output;
     ASSERT_TRUE(output.Open(Path("a.xyz")));
     ASSERT_TRUE(output.Write("new"));
   }
@@ -48,10 +48,10 @@ TEST_F(OutputFileTest, WithoutCommitTheOldFileStaysAndNothingElseIsLeft) {
   EXPECT_EQ(Files(), 1u);
 }
 
-TEST_F(OutputFileTest, AReplacedFileKeepsItsPermissions) {
+TEST_F(ResultFileTest, AReplacedFileKeepsItsPermissions) {
   folder_.Write("a.xyz", "old");
   ASSERT_EQ(chmod(Path("a.xyz").c_str(), 0640), 0);
-  OutputFile output;
+  ResultFile output;
   ASSERT_TRUE(output.Open(Path("a.xyz")));
   ASSERT_TRUE(output.Write("new"));
   ASSERT_TRUE(output.Commit());
@@ -59,10 +59,10 @@ TEST_F(OutputFileTest, AReplacedFileKeepsItsPermissions) {
   EXPECT_EQ(fs::status(Path("a.xyz")).permissions(), fs::perms(0640));
 }
 
-TEST_F(OutputFileTest, ALinkIsFollowedAndStays) {
+TEST_F(ResultFileTest, ALinkIsFollowedAndStays) {
   folder_.Write("real.xyz", "old");
   fs::create_symlink("real.xyz", Path("link.xyz"));
-  OutputFile output;
+  ResultFile output;
   ASSERT_TRUE(output.Open(Path("link.xyz")));
   ASSERT_TRUE(output.Write("new"));
   ASSERT_TRUE(output.Commit());
@@ -70,15 +70,15 @@ TEST_F(OutputFileTest, ALinkIsFollowedAndStays) {
   EXPECT_EQ(folder_.Text("real.xyz"), "new");
 }
 
-TEST_F(OutputFileTest, ANameAsLongAsNamesMayBeIsWritten) {
+TEST_F(ResultFileTest, ANameAsLongAsNamesMayBeIsWritten) {
   const std::string name(255, 'n');
-  OutputFile output;
+  ResultFile output;
   ASSERT_TRUE(output.Open(Path(name)));
   ASSERT_TRUE(output.Commit());
   EXPECT_EQ(folder_.Text(name), "");
 }
 
-TEST_F(OutputFileTest, WhatCannotBeWrittenSaysWhy) {
+TEST_F(ResultFileTest, WhatCannotBeWrittenSaysWhy) {
   fs::create_directory(Path("folder"));
   folder_.Write("file", "");
   const struct {
@@ -94,7 +94,7 @@ TEST_F(OutputFileTest, WhatCannotBeWrittenSaysWhy) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    OutputFile output;
+    ResultFile output;
     EXPECT_FALSE(output.Open(c.path));
     EXPECT_EQ(output.Error(), c.error);
     EXPECT_FALSE(output.Write("x"));
@@ -103,7 +103,7 @@ TEST_F(OutputFileTest, WhatCannotBeWrittenSaysWhy) {
   EXPECT_EQ(Files(), 2u);
 }
 
-TEST_F(OutputFileTest, AReadOnlyFileIsNotReplaced) {
+TEST_F(ResultFileTest, AReadOnlyFileIsNotReplaced) {
   folder_.Write("a.xyz", "old");
   ASSERT_EQ(chmod(Path("a.xyz").c_str(), 0444), 0);
   ASSERT_EQ(chmod(folder_.Path().c_str(), 0777), 0);
@@ -111,7 +111,7 @@ TEST_F(OutputFileTest, AReadOnlyFileIsNotReplaced) {
       {
         // The superuser may write every file.
         if (geteuid() == 0 && setuid(65534) != 0) _exit(44);
-        OutputFile output;
+        ResultFile output;
         const bool opened = output.Open(Path("a.xyz"));
         std::cerr << output.Error();
         _exit(opened ? 43 : 42);
@@ -121,8 +121,8 @@ TEST_F(OutputFileTest, AReadOnlyFileIsNotReplaced) {
   EXPECT_EQ(Files(), 1u);
 }
 
-TEST_F(OutputFileTest, AFullDeviceIsReportedByTheWriteThatMeetsIt) {
-  OutputFile output;
+TEST_F(ResultFileTest, AFullDeviceIsReportedByTheWriteThatMeetsIt) {
+  ResultFile output;
   ASSERT_TRUE(output.Open("/dev/full"));
   ASSERT_TRUE(output.Write("buffered"));
   EXPECT_FALSE(output.Commit());

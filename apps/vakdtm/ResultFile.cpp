@@ -1,4 +1,4 @@
-#include "OutputFile.h"
+#include "ResultFile.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -37,9 +37,9 @@ std::string Words(int error) {
 
 }  // namespace
 
-OutputFile::~OutputFile() { Abandon(); }
+ResultFile::~ResultFile() { Abandon(); }
 
-bool OutputFile::Open(const std::string& path) {
+bool ResultFile::Open(const std::string& path) {
   buffer_.reserve(kBufferSize);
   if (path == "-") {
     name_ = "standard output";
@@ -60,7 +60,7 @@ bool OutputFile::Open(const std::string& path) {
   return OpenBeside();
 }
 
-bool OutputFile::OpenDirectly() {
+bool ResultFile::OpenDirectly() {
   descriptor_ = open(target_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
   target_.clear();
   if (descriptor_ < 0) return FailWith(errno);
@@ -68,14 +68,14 @@ bool OutputFile::OpenDirectly() {
   return true;
 }
 
-bool OutputFile::OpenBeside() {
+bool ResultFile::OpenBeside() {
   descriptor_ = unfinished_.Make(target_);
   if (descriptor_ < 0) return FailWith(errno);
   closes_ = true;
   return true;
 }
 
-bool OutputFile::Write(std::string_view text) {
+bool ResultFile::Write(std::string_view text) {
   if (descriptor_ < 0) return false;
   if (buffer_.size() + text.size() > kBufferSize) {
     if (!WriteOut(buffer_.data(), buffer_.size())) return false;
@@ -86,7 +86,7 @@ bool OutputFile::Write(std::string_view text) {
   return true;
 }
 
-bool OutputFile::WriteOut(const char* from, std::size_t count) {
+bool ResultFile::WriteOut(const char* from, std::size_t count) {
   while (count > 0) {
     const ssize_t written = write(descriptor_, from, count);
     if (written < 0 && errno != EINTR) return FailWith(errno);
@@ -99,7 +99,7 @@ bool OutputFile::WriteOut(const char* from, std::size_t count) {
   return true;
 }
 
-bool OutputFile::Commit() {
+bool ResultFile::Commit() {
   if (descriptor_ < 0 || !WriteOut(buffer_.data(), buffer_.size())) return false;
   buffer_.clear();
   const int descriptor = std::exchange(descriptor_, -1);
@@ -108,14 +108,14 @@ bool OutputFile::Commit() {
   return unfinished_.Commit(UnfinishedFile::Existing::kReplace) || FailWith(errno);
 }
 
-bool OutputFile::FailWith(int error) {
+bool ResultFile::FailWith(int error) {
   readerGone_ = error == EPIPE;
   error_ = Words(error);
   Abandon();
   return false;
 }
 
-void OutputFile::Abandon() {
+void ResultFile::Abandon() {
   if (descriptor_ >= 0 && closes_) close(descriptor_);
   descriptor_ = -1;
   unfinished_.Abandon();

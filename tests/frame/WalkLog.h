@@ -75,11 +75,15 @@ class WalkLog : public DtmProcessor {
   DtmAccess* shown = nullptr;
 
  private:
+  static constexpr std::size_t kMostCalls = 100000;
+
   bool Note(const Call& call) {
     double weight = 0;
     return Note(call, weight);
   }
   bool Note(const Call& call, double& weight) {
+    // A walk that doesn't end is to fail its test, not to take all memory.
+    if (calls.size() >= kMostCalls) return false;
     const auto deed = deeds_.find(calls.size());
     calls.push_back(call);
     bool answer = true;

@@ -285,6 +285,7 @@ TEST(DtmTotalProcessor, ASecondWalkStartsAnewButForTheDuration) {
   EXPECT_EQ(Average(total), -1.0);
   EXPECT_EQ(Deviation(total), std::sqrt(3.0 * 0.25));
   EXPECT_EQ(DeviationSd(total), 0.5);
+  EXPECT_EQ(Minimum(total), "-1 at none none");
   EXPECT_EQ(Maximum(total), "-1 at 0.5 0.5");
   EXPECT_EQ(total.LatestTime(), 100);
   EXPECT_EQ(Duration(total), 12.0F);

@@ -1,5 +1,6 @@
 #include <bit>
 #include <cmath>
+#include <cstdint>
 #include <functional>
 #include <future>
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "vakdtm/store/CellValue.h"
 #include "vakdtm/store/DtmAccess.h"
 #include "vakdtm/store/DtmCell.h"
 #include "vakdtm/store/DtmFile.h"
@@ -82,6 +84,25 @@ TEST(DtmAccess, HoldsOneOpenCountOnTheFile) {
   EXPECT_EQ(grid.File().OpenCount(), before);
 }
 
+TEST(DtmAccess, FindsTheBytesOfACellWhateverItsWidth) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 4, .blockIds = {cOIL, dVAL, fBKS}});
+  for (const auto& [col, scale] : {std::pair{-1, 1.0}, {2, 3.0}}) {
+    grid.Set(1, col, cOIL, 7 * scale);
+    grid.Set(1, col, dVAL, -1.5 * scale);
+    grid.Set(1, col, fBKS, 0.25 * scale);
+  }
+  for (const auto& [col, scale] : {std::pair{-1, 1.0}, {2, 3.0}}) {
+    SCOPED_TRACE(col);
+    DtmAccess& access = grid.Access();
+    ASSERT_NE(access.FindCell(1, col, dVAL), nullptr);
+    EXPECT_EQ(LoadCell(reinterpret_cast<const std::uint8_t*>(access.FindCell(1, col, cOIL))), 7 * scale);
+    EXPECT_EQ(LoadCell(reinterpret_cast<const double*>(access.FindCell(1, col, dVAL))), -1.5 * scale);
+    EXPECT_EQ(LoadCell(reinterpret_cast<const float*>(access.FindCell(1, col, fBKS))), 0.25 * scale);
+  }
+  EXPECT_EQ(grid.Access().FindCell(1, 2, iNUM), nullptr) << "the model doesn't have it";
+  EXPECT_EQ(grid.Access().FindCell(900, 2, dVAL), nullptr) << "no area";
+}
+
 TEST(DtmAccess, WithoutAFileEveryOperationAnswersFalse) {
   DtmAccess access(nullptr);
   double value = 5;
@@ -91,6 +112,7 @@ TEST(DtmAccess, WithoutAFileEveryOperationAnswersFalse) {
   EXPECT_FALSE(access.HasBlock(dVAL));
   EXPECT_FALSE(access.GetDoubleValue(0, 0, dVAL, value));
   EXPECT_TRUE(IsEmptyValue(value));
+  EXPECT_EQ(access.FindCell(0, 0, dVAL), nullptr);
   EXPECT_FALSE(access.SetDoubleValue(0, 0, dVAL, 1, true));
   EXPECT_FALSE(access.InsertValue(0, 0, 0, 0, nullptr, nullptr, 0));
   EXPECT_FALSE(access.SetValue(0, 0, 0, 0, nullptr, nullptr, 0));

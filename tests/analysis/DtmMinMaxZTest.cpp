@@ -18,7 +18,7 @@ namespace {
 using test::TestFolder;
 using test::TestGrid;
 
-/// Lowest and highest of the table in a file, and how many classes it has; throws without one.
+/// The table that a file has.
 struct TableFile {
   explicit TableFile(const std::wstring& path) {
     SmartFileImpl file;
@@ -83,6 +83,18 @@ TEST(DtmMinMaxZ, AnEmptyAreaDoesNotHideTheOthers) {
   grid.Set(0, 0, dVAL, -5.0);
   grid.Set(100, 0, dVAL, -6.0);
   grid.Area(0, 0)->MakeEmpty();
+  const TestFolder folder;
+  DtmMinMaxZ job(&grid.File(), folder.WideFile("table"));
+  ASSERT_TRUE(job.Process());
+  const TableFile file(folder.WideFile("table"));
+  EXPECT_EQ(file.table.Classes().front().lower, -6.0);
+}
+
+TEST(DtmMinMaxZ, ARangeTheWrongWayRoundIsNone) {
+  TestGrid grid;
+  grid.Set(0, 0, dVAL, -5.0);
+  grid.Set(100, 0, dVAL, -6.0);
+  grid.Area(0, 0)->SetMinMaxZ(-50.0F, -60.0F);  // as the index of a damaged file may have it
   const TestFolder folder;
   DtmMinMaxZ job(&grid.File(), folder.WideFile("table"));
   ASSERT_TRUE(job.Process());

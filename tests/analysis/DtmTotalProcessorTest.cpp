@@ -347,6 +347,17 @@ TEST(DtmTotalProcessor, APlaceOfTheDeepestStaysWhenAMeanGoesBelowIt) {
   EXPECT_EQ(Maximum(total), "-1 at 1.5 0.5");
 }
 
+TEST(DtmTotalProcessor, TheDeepestComesBeforeTheHighestSoThatItsOwnPlaceStays) {
+  TestGrid grid = Grid({dVAL, dMIN, dMAX, fXMX, fYMX});
+  grid.Draw("-5");
+  grid.Set(0, 0, dMAX, -1.0);
+  for (const int id : {fXMX, fYMX}) grid.Set(0, 0, id, 0.25);
+  DtmTotalProcessor total;
+  ASSERT_TRUE(Walk(total, grid, {{0, 0, 1.0}}));
+  EXPECT_EQ(Minimum(total), "-5 at none none");
+  EXPECT_EQ(Maximum(total), "-1 at 0.75 0.75");
+}
+
 TEST(DtmTotalProcessor, AnExtremeIsAtTheCentreUnlessBothOffsetsAreKnown) {
   struct Case {
     const char* name;

@@ -27,8 +27,9 @@ struct LocaleCloser {
 }  // namespace
 
 bool ReadUserSeparators(LocaleSeparators& separators) {
-  const std::unique_ptr<std::remove_pointer_t<locale_t>, LocaleCloser> locale(
-      newlocale(LC_NUMERIC_MASK, "", locale_t{}));
+  std::unique_ptr<std::remove_pointer_t<locale_t>, LocaleCloser> locale(newlocale(LC_NUMERIC_MASK, "", locale_t{}));
+  // A bare system is often told of a locale that it doesn't have; its programs then go on as in "C".
+  if (!locale) locale.reset(newlocale(LC_NUMERIC_MASK, "C", locale_t{}));
   if (!locale) return false;
   std::wstring decimal = FromUtf8(nl_langinfo_l(RADIXCHAR, locale.get()));
   if (decimal.empty()) return false;

@@ -15,12 +15,13 @@ struct LocaleSeparators {
   bool operator==(const LocaleSeparators&) const = default;
 };
 
-/// Reads the marks of the locale that the environment names (LC_ALL, LC_NUMERIC, LANG; none of them: the locale "C").
+/// Reads the marks of the locale that the environment names (LC_ALL, LC_NUMERIC, LANG; none of them, or one that isn't
+/// installed: the locale "C").
 /// The process's own locale is neither asked nor changed. The locales of this system know no list separator: it is ','
 /// where the decimal mark is a point, else ';'.
 ///
 /// Any thread may call it while nobody changes the environment.
-/// @return false when the system has no such locale; `separators` is untouched then.
+/// @return false when no locale can be read; `separators` is untouched then.
 bool ReadUserSeparators(LocaleSeparators& separators);
 
 /// The marks for text in the user's locale: those that were set, else those of the environment, else a comma and a

@@ -89,6 +89,17 @@ TEST(DtmLinearRectProcessor, LargestStepsReachFromTheLowestCellsToTheHighest) {
                                         Cell(kStep, 0, 1.0), Cell(2 * kStep, 0, 1.0)}));
 }
 
+TEST(DtmLinearRectProcessor, ColumnBehindTheLastIsTheTypesEndWhenItLiesBeyond) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 10000, .blockIds = {dVAL}});
+  WalkLog log;
+  DtmLinearRectProcessor walker({-1.2e9, 0.5, 1.2e9, 0.5}, &grid.Access(), &log, false);
+  constexpr int kStep = 1 << 30;
+  walker.SetDrawScale({1.0 / kStep, -1.0});
+  EXPECT_TRUE(walker.Process());
+  EXPECT_EQ(log.calls, (Calls{Init(), Row(0, -kStep, std::numeric_limits<int>::max()), Cell(0, -kStep, 1.0),
+                              Cell(0, 0, 1.0), Cell(0, kStep, 1.0), Fini()}));
+}
+
 TEST(DtmLinearRectProcessor, CacheHoldsTheAreasOfARow) {
   TestGrid grid(Small());
   for (int col = 0; col < 40; ++col) ASSERT_TRUE(grid.Set(0, col, dVAL, 1) && grid.Set(1, col, dVAL, 1));

@@ -26,8 +26,9 @@ struct Tally {
   std::atomic<int> finis{0};
   std::atomic<int> alive{0};
   std::mutex mutex;
-  std::multiset<std::pair<int, int>> cells;  // guarded by mutex, like the two below
+  std::multiset<std::pair<int, int>> cells;  // guarded by mutex, like all below
   std::set<DtmAccess*> accesses;
+  std::set<std::thread::id> threads;
   int updaters = 0;
 };
 
@@ -48,6 +49,7 @@ class Adding final : public DtmProcessor {
     const std::scoped_lock lock(tally_.mutex);
     access_ = &access;
     tally_.accesses.insert(&access);
+    tally_.threads.insert(std::this_thread::get_id());
     if (access.GetUpdater() != nullptr) ++tally_.updaters;
     return true;
   }
@@ -152,12 +154,17 @@ TEST_F(DtmProcessThreadTest, OnOneCoreAParallelStepIsOneWalker) {
   CPU_ZERO(&one);
   CPU_SET(core, &one);
   ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+  // A step before it that shows no cell, but tells the job's thread.
+  const Page flat(0.5, 0.5, 0.5, 0.5);
+  process_.AddProcessStep(model_.get(), 0, &flat, false, nullptr);
+  process_.AddProcessor(0, std::make_unique<Adding>(tally_, true).release());
   AddStep(true);
   const int result = process_.DoModal();
   ASSERT_EQ(sched_setaffinity(0, sizeof former, &former), 0);
   EXPECT_EQ(result, ProcessThread::kDone);
   EXPECT_EQ(tally_.clones, 0);
-  EXPECT_EQ(tally_.finis, 1);
+  EXPECT_EQ(tally_.finis, 2);
+  EXPECT_EQ(tally_.threads.size(), 1U) << "no group, which would run even one walker on a thread of its own";
   ExpectAllRaised();
 }
 

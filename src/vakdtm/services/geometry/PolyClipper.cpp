@@ -111,6 +111,7 @@ void PolyClipper::BeginClip() {
   overCentre_ = 0;
   ringMark_ = Mark::kNone;
   cover_ = Cover::kOutside;
+  area_ = 0;
 }
 
 bool PolyClipper::InitPoly() {
@@ -229,12 +230,18 @@ bool PolyClipper::CutAside(bool withZ) {
   Cut(kept_, scratch_, Columns{0.0, true, withZ});
   Cut(scratch_, kept_, Columns{width_, false, withZ});
   TidyOutput();
-  if (output_.empty()) {
+  const double whole = page_.Area();
+  area_ = entered_ ? MeasureOutput(whole) : overCentre_ * whole;
+  // Where a ring runs forth and back along a line, that has no surface but for rounding, nor does it take any away.
+  const double rounding = 16 * std::numeric_limits<double>::epsilon() * whole;
+  cover_ = entered_ ? Cover::kPartly : Cover::kInside;
+  if (output_.empty() || std::fabs(area_) <= rounding) {
+    output_.clear();
+    area_ = 0;
     cover_ = Cover::kOutside;
-  } else if (entered_) {
-    cover_ = Cover::kPartly;
-  } else {
-    cover_ = overCentre_ == 0 ? Cover::kOutside : Cover::kInside;
+  } else if (std::fabs(std::fabs(area_) - whole) <= rounding) {
+    area_ = std::copysign(whole, area_);
+    cover_ = Cover::kInside;
   }
   return cover_ != Cover::kOutside;
 }
@@ -261,6 +268,7 @@ void PolyClipper::ResetOutputList() {
   output_.clear();
   origin_ = Point();
   cover_ = Cover::kOutside;
+  area_ = 0;
 }
 
 void PolyClipper::StoreOutputPoint(const Point& point, bool first) {
@@ -313,25 +321,22 @@ Point PolyClipper::GetOutputPoint(int index) const {
   return point;
 }
 
-double PolyClipper::Area() const {
-  if (cover_ == Cover::kOutside) return 0;
-  const double whole = page_.Area();
-  if (cover_ == Cover::kInside) return overCentre_ * whole;
+/// The surface of the output list, rings by their vertices (after Gauss).
+double PolyClipper::MeasureOutput(double whole) const {
   double sum = 0;
-  for (std::size_t i = 0; i < output_.size();) {
-    const std::size_t begin = i;
+  for (std::size_t begin = 0; begin < output_.size();) {
+    std::size_t end = begin + 1;
+    while (end < output_.size() && output_[end].mark == Mark::kNone) ++end;
     ExactSum twice;
-    do {
+    for (std::size_t i = begin; i < end; ++i) {
       const Vertex& from = output_[i];
-      ++i;
-      const bool last = i == output_.size() || output_[i].mark != Mark::kNone;
-      const Vertex& to = last ? output_[begin] : output_[i];
+      const Vertex& to = output_[i + 1 == end ? begin : i + 1];
       twice.Add(from.x * to.y);
       twice.Add(-to.x * from.y);
-      if (last) break;
-    } while (true);
+    }
     const double surface = std::min(std::fabs(twice.Value()) / 2, whole);
     sum += output_[begin].mark == Mark::kHole ? -surface : surface;
+    begin = end;
   }
   return sum;
 }

@@ -37,8 +37,8 @@ class PolyClipper {
   /// How the last result covers the page.
   enum class Cover {
     kOutside,  ///< not at all; the output list is empty
-    kPartly,   ///< an edge enters the page
-    kInside    ///< all of it, no edge enters
+    kPartly,   ///< in part, by more and less than rounding can make
+    kInside    ///< all of it: no edge enters, or none that bounds a surface
   };
 
   /// Sets the rectangle to cut to. An invalid one, or one without surface, lets nothing through.
@@ -92,7 +92,7 @@ class PolyClipper {
   Cover GetCover() const { return cover_; }
 
   /// The surface of the last result in square model units: holes negative; 0 before there is any.
-  double Area() const;
+  double Area() const { return area_; }
 
  private:
   enum class Mark : unsigned char { kNone, kRing, kHole };
@@ -114,6 +114,7 @@ class PolyClipper {
   bool CutAside(bool withZ);
   bool ClipList(const Vertices& list, Point origin, bool withZ);
   void TidyOutput();
+  double MeasureOutput(double whole) const;
 
   Page page_;
   double width_ = 0;
@@ -136,6 +137,7 @@ class PolyClipper {
   Vertices output_;
   Point origin_;  // what output_ is relative to
   Cover cover_ = Cover::kOutside;
+  double area_ = 0;
 };
 
 }  // namespace vak

@@ -1,6 +1,5 @@
 // PolyClipLine::FileOpen: what polygon files may look like, and what of a bad one is said.
 
-#include <locale.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -8,6 +7,7 @@
 #include "vakdtm/services/files/FileObject.h"
 #include "vakdtm/services/geometry/PolyClipLine.h"
 
+#include "support/DecimalComma.h"
 #include "support/TestFolder.h"
 
 namespace vak {
@@ -142,19 +142,12 @@ TEST_F(PolygonFile, TextErrorsNameTheLine) {
 }
 
 TEST_F(PolygonFile, NumbersDontFollowTheLocale) {
-  const locale_t german = newlocale(LC_ALL_MASK, "de_DE.UTF-8", nullptr);
-  if (german == nullptr) GTEST_SKIP() << "this system has no German locale";
-  const locale_t before = uselocale(german);
-  const std::wstring text = Read("0.5,0\n4.5,0\n4.5,3\n0.5,0\n");
-  const double textArea = polygon_.GetArea();
-  const std::wstring json = Read(R"({"type":"Polygon","coordinates":[[[0.5,0],[4.5,0],[4.5,3.5],[0.5,0]]]})");
-  const double jsonArea = polygon_.GetArea();
-  uselocale(before);
-  freelocale(german);
-  EXPECT_EQ(text, L"");
-  EXPECT_EQ(textArea, 6);
-  EXPECT_EQ(json, L"");
-  EXPECT_EQ(jsonArea, 7);
+  const test::DecimalComma comma;
+  ASSERT_TRUE(comma.Set());
+  EXPECT_EQ(Read("0.5,0\n4.5,0\n4.5,3\n0.5,0\n"), L"");
+  EXPECT_EQ(polygon_.GetArea(), 6);
+  EXPECT_EQ(Read(R"({"type":"Polygon","coordinates":[[[0.5,0],[4.5,0],[4.5,3.5],[0.5,0]]]})"), L"");
+  EXPECT_EQ(polygon_.GetArea(), 7);
 }
 
 constexpr std::string_view kTriangle = "[[0,0],[4,0],[4,3],[0,0]]";

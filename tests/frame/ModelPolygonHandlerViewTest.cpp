@@ -3,6 +3,7 @@
 #include <GL/gl.h>
 #include <array>
 #include <cmath>
+#include <gtest/gtest.h>
 #include <string>
 #include <thread>
 #include <vector>

@@ -1,5 +1,6 @@
 #include <cstdint>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <limits>
 #include <string>
 #include <string_view>

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <gtest/gtest.h>
 #include <thread>
 #include <vector>
 

@@ -1,11 +1,13 @@
 // What the clipper measures, against two referees that have nothing in common with it: exact fractions, and GEOS.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <geos_c.h>
+#include <gtest/gtest.h>
 #include <memory>
 #include <numeric>
 #include <random>

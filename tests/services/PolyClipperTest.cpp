@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <gtest/gtest.h>
 #include <limits>
 #include <string>
 #include <utility>

@@ -1,5 +1,6 @@
 // PolyClipLine::FileOpen: what polygon files may look like, and what of a bad one is said.
 
+#include <gtest/gtest.h>
 #include <string>
 #include <string_view>
 #include <vector>

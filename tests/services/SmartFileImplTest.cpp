@@ -1,3 +1,4 @@
+#include <gtest/gtest.h>
 #include <string>
 
 #include "vakdtm/services/files/DataSearch.h"

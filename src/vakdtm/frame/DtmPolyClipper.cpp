@@ -52,7 +52,8 @@ DtmPolyClipper::Ring& DtmPolyClipper::Rings::Add() {
 }
 
 DtmPolyClipper::DtmPolyClipper(const PolyClipLine& polygon, bool centrePoint, bool inverted)
-    : polygon_(polygon), centrePoint_(centrePoint), inverted_(inverted) {
+    : centrePoint_(centrePoint), inverted_(inverted) {
+  polygon_ = polygon;
   TakeExtents();
 }
 
@@ -83,7 +84,7 @@ bool DtmPolyClipper::Init(DtmAccess& access) {
 bool DtmPolyClipper::Set2D(double* xy, int count) {
   if (xy == nullptr) return false;
   polygon_.Clear();
-  for (int i = 0; i < count; ++i) polygon_.AddElem({xy[2 * i], xy[2 * i + 1]});
+  for (int i = 0; i < count; ++i, xy += 2) polygon_.AddElem({xy[0], xy[1]});
   TakeExtents();
   return true;
 }

@@ -17,7 +17,8 @@ namespace vak {
 bool ModelPolygonHandler::HasViews() { return true; }
 
 ModelPolygonHandler::ModelPolygonHandler(const PolyClipLine& polygon, const Point& origin)
-    : polygon_(polygon), origin_(origin), useView_(true), hasPolygon_(true) {
+    : origin_(origin), useView_(true), hasPolygon_(true) {
+  polygon_ = polygon;
   glGetDoublev(GL_MODELVIEW_MATRIX, modelView_.data());
   glGetDoublev(GL_PROJECTION_MATRIX, projection_.data());
   glGetIntegerv(GL_VIEWPORT, viewport_.data());

@@ -267,9 +267,9 @@ std::vector<std::wstring> FileObject::GetSections() const {
 std::vector<std::wstring> FileObject::GetKeys(const std::wstring& section) const {
   const std::string name = ToUtf8(section);
   std::vector<std::wstring> keys;
-  for (auto piece = pieces_.begin(); piece != pieces_.end(); ++piece) {
-    if (piece->form != Form::kKey || piece->section != name) continue;
-    if (&*index_.at({name, piece->key}) == &*piece) keys.push_back(FromUtf8(piece->key));
+  for (const Piece& piece : pieces_) {
+    if (piece.form != Form::kKey || piece.section != name) continue;
+    if (&*index_.at({name, piece.key}) == &piece) keys.push_back(FromUtf8(piece.key));
   }
   return keys;
 }

@@ -133,7 +133,8 @@ class BandIndex {
 
   /// The edges near a height, those of a ring behind each other.
   std::span<const Edge> At(double y) const {
-    if (starts_.empty() || !(y >= bottom_ && y < top_)) return {};
+    const bool within = y >= bottom_ && y < top_;  // not so for a not-a-number
+    if (starts_.empty() || !within) return {};
     const std::size_t band = BandOf(y);
     return std::span(sorted_).subspan(starts_[band], starts_[band + 1] - starts_[band]);
   }

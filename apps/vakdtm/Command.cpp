@@ -176,6 +176,14 @@ int PrintAnswer(const CLI::App& app, const CLI::Error& answer, const CommandCont
   return std::cout ? kDone : context.Fail("", "cannot write to standard output", "");
 }
 
+/// What stands at the end of a subcommand's help.
+std::string ExampleText(const SubcommandText& text) {
+  std::string footer = "Example:";
+  std::istringstream lines(text.example);
+  for (std::string line; std::getline(lines, line);) footer += "\n  " + line;
+  return footer;
+}
+
 /// What is wrong with the command line, in the words of the parser where they are good ones.
 std::string MisuseText(const CLI::App& app, const CLI::ParseError& error) {
   if (app.get_subcommands().empty()) {
@@ -263,10 +271,7 @@ CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const Subcommand
   const std::size_t blank = text.name.rfind(' ');
   CLI::App* command =
       app.add_subcommand(blank == std::string::npos ? text.name : text.name.substr(blank + 1), text.description);
-  std::string footer = "Example:";
-  std::istringstream lines(text.example);
-  for (std::string line; std::getline(lines, line);) footer += "\n  " + line;
-  command->footer(footer);
+  command->footer(ExampleText(text));
   command->add_flag("-q,--quiet", context.quiet, "Print errors only: no progress bar, no warnings");
   command->callback([&context, name = text.name, run = std::move(run)] {
     context.subcommand = name;
@@ -275,10 +280,10 @@ CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const Subcommand
   return command;
 }
 
-CLI::App* AddSubcommandGroup(CLI::App& app, const std::string& name, const std::string& description) {
-  CLI::App* group = app.add_subcommand(name, description);
+CLI::App* AddSubcommandGroup(CLI::App& app, const SubcommandText& text) {
+  CLI::App* group = app.add_subcommand(text.name, text.description);
   group->require_subcommand(1);
-  group->footer("Help on one of them, with an example: vakdtm " + name + " SUBCOMMAND --help");
+  group->footer("Help on one of them: vakdtm " + text.name + " SUBCOMMAND --help\n\n" + ExampleText(text));
   return group;
 }
 

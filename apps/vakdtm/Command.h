@@ -77,7 +77,7 @@ CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const Subcommand
 
 /// Adds a subcommand that has subcommands of its own, one of which has to be named. They are added to what this
 /// answers, by `AddSubcommand` with both names: "export csv".
-CLI::App* AddSubcommandGroup(CLI::App& app, const std::string& name, const std::string& description);
+CLI::App* AddSubcommandGroup(CLI::App& app, const SubcommandText& text);
 
 /// Says that the command line is wrong without it. @return the option.
 CLI::Option* Required(CLI::Option* option);

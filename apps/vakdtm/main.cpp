@@ -18,7 +18,8 @@ void OccupyClosedDescriptors() {
 
 int main(int argc, char** argv) {
   OccupyClosedDescriptors();
-  return vak::RunCommandLine(argc, argv,
-                             {vak::AddCreateCommand, vak::AddImportCommand, vak::AddInfoCommand, vak::AddCellsCommand,
-                              vak::AddVerifyCommand, vak::AddWatchCommand, vak::AddSimulateCommand});
+  return vak::RunCommandLine(
+      argc, argv,
+      {vak::AddCreateCommand, vak::AddImportCommand, vak::AddInfoCommand, vak::AddStatsCommand, vak::AddCellsCommand,
+       vak::AddExportCommand, vak::AddVerifyCommand, vak::AddWatchCommand, vak::AddSimulateCommand});
 }

@@ -290,16 +290,24 @@ class CommandPage(unittest.TestCase):
         for name in self.subcommands:
             self.assertNotEqual(section(self.text, name), "", name)
 
+    def options_of(self, name):
+        """What a subcommand offers, with what its own subcommands do."""
+        _, text = run(f"vakdtm {name} --help", ROOT)
+        options = re.search(r"^Options:\n(.*?)\n\n", text, re.MULTILINE | re.DOTALL).group(1)
+        offered = {
+            option
+            for line in options.splitlines()
+            for option in OPTION.findall(line.split("  ")[1])
+            if option not in ("--help", "--quiet")
+        }
+        inner = re.search(r"^Subcommands:\n(.*?)\n\n", text, re.MULTILINE | re.DOTALL)
+        for word in re.findall(r"^  (\w[\w-]*)", inner.group(1), re.MULTILINE) if inner else []:
+            offered |= self.options_of(f"{name} {word}")
+        return offered
+
     def test_every_option_has_a_row_and_every_row_an_option(self):
         for name in self.subcommands:
-            _, text = run(f"vakdtm {name} --help", ROOT)
-            options = re.search(r"^Options:\n(.*?)\n\n", text, re.MULTILINE | re.DOTALL).group(1)
-            offered = {
-                option
-                for line in options.splitlines()
-                for option in OPTION.findall(line.split("  ")[1])
-                if option not in ("--help", "--quiet")
-            }
+            offered = self.options_of(name)
             rows = {option for cell in first_column(section(self.text, name)) for option in OPTION.findall(cell)}
             with self.subTest(name):
                 self.assertEqual(rows, offered)

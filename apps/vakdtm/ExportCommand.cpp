@@ -1,0 +1,359 @@
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <sys/statvfs.h>
+#include <system_error>
+
+#include "vakdtm/export/DtmAsciiEsriExporter.h"
+#include "vakdtm/export/DtmAsciiExporter.h"
+#include "vakdtm/export/DtmExport.h"
+#include "vakdtm/export/ValueFormat.h"
+#include "vakdtm/frame/DtmEsriPolyClipper.h"
+#include "vakdtm/frame/DtmExtentsProcessor.h"
+#include "vakdtm/frame/DtmPolyClipper.h"
+#include "vakdtm/frame/DtmProcess.h"
+#include "vakdtm/services/files/memfile.h"
+#include "vakdtm/services/geodesy/ProjectDefinition.h"
+#include "vakdtm/services/jobs/ProcessThread.h"
+#include "vakdtm/services/text/LocaleSeparators.h"
+#include "vakdtm/services/text/Utf8.h"
+#include "vakdtm/store/DtmBlockId.h"
+
+#include "Command.h"
+#include "ExportTarget.h"
+#include "ModelFile.h"
+#include "PolygonInput.h"
+#include "ProjectOptions.h"
+#include "StopSignals.h"
+
+namespace vak {
+namespace {
+
+constexpr std::uint64_t kNotGiven = ~std::uint64_t{0};
+
+/// What all exports are told.
+struct ExportOptions {
+  std::string model;
+  std::string output;
+  std::string polygon;
+};
+
+struct CsvOptions : ExportOptions {
+  std::string blocks = "VAL";
+  bool invert = false;
+  bool extremePositions = false;
+  bool corners = false;
+  std::string decimalMark;
+  std::string listSeparator;
+  ProjectOptions project;
+};
+
+struct EsriOptions : ExportOptions {
+  std::string block = "VAL";
+  std::string noData = "-9999";
+  std::string format;
+  std::uint64_t digits = kNotGiven;
+  bool corner = false;
+};
+
+/// One export: a model, perhaps a polygon, and a file.
+class Export {
+ public:
+  Export(const ExportOptions& options, const CommandContext& context) : options_(options), context_(context) {}
+
+  /// Reads the polygon and opens the model. @return a status.
+  int LookAtInputs() {
+    if (HasPolygon() && !LoadPolygon(context_, options_.polygon, polygon_)) return kCouldNotBeDone;
+    model_ = OpenWholeForReading(context_, options_.model);
+    if (!model_) return kCouldNotBeDone;
+    std::error_code code;
+    if (options_.output != "-" && std::filesystem::equivalent(options_.output, options_.model, code)) {
+      return context_.Misuse("the model would be replaced by its own export", "name another file with -o");
+    }
+    if (HasPolygon() && !MeetsModel(context_, options_.polygon, polygon_, *model_)) return kCouldNotBeDone;
+    return kDone;
+  }
+
+  int LookAtBlocks(const std::vector<int>& blocks) const {
+    for (const int id : blocks) {
+      if (model_->HasBlockId(id)) continue;
+      return context_.Fail(options_.model, "records no " + BlockLabel(id), "ask \"vakdtm info\" which kinds it has");
+    }
+    return kDone;
+  }
+
+  /// Opens the output, when all else is known to be good.
+  int OpenOutput() { return target_.Open(options_.output) ? kDone : FailWriting(); }
+
+  bool HasPolygon() const { return !options_.polygon.empty(); }
+  const PolyClipLine& Polygon() const { return polygon_; }
+  DtmUpdateFile& Model() const { return *model_; }
+  ExportTarget& Target() { return target_; }
+
+  /// Tells how a job ended that didn't come to its end.
+  int FailJob(int result) const {
+    if (result == ProcessThread::kStopped || StopRequested()) return context_.Stopped("nothing was kept");
+    if (!IsWholeRead(*model_)) return FailReading(context_, options_.model, *model_);
+    return FailWriting();
+  }
+
+  /// Puts the file in its place. @param written  whether all of it has arrived.
+  int Finish(bool written) {
+    if (!IsWholeRead(*model_)) return FailReading(context_, options_.model, *model_);
+    return written && target_.Commit() ? kDone : FailWriting();
+  }
+
+  int FailWriting() const {
+    if (StopRequested()) return context_.Stopped("nothing was kept");
+    if (target_.ReaderGone()) return kCouldNotBeDone;
+    const std::string error = target_.Error().empty() ? "no room for all of it" : target_.Error();
+    return context_.Fail(target_.Name(), "cannot write: " + error, "make room, or name another file with -o");
+  }
+
+  const ExportOptions& Options() const { return options_; }
+  const CommandContext& Context() const { return context_; }
+
+ private:
+  const ExportOptions& options_;
+  const CommandContext& context_;
+  PolyClipLine polygon_;
+  ModelFile model_;
+  ExportTarget target_;
+};
+
+/// The steps of a job with their thread: the processors live as long as this.
+class Job {
+ public:
+  DtmProcess& Steps() { return steps_; }
+
+  /// @return a `ProcessThread::Result`.
+  int Run() {
+    steps_.Init(&thread_);
+    return thread_.DoModal();
+  }
+
+ private:
+  DtmProcess steps_;
+  ProcessThread thread_{L"vakdtm export", nullptr, true, nullptr, false};
+};
+
+// ---- csv
+
+/// A mark is one character.
+bool IsMark(const std::string& text) { return FromUtf8(text).size() == 1 && text != "\n" && text != "\r"; }
+
+/// The locale's, but for what the options say.
+int SetSeparators(const CsvOptions& options, const CommandContext& context) {
+  LocaleSeparators separators = GetLocaleSeparators();
+  for (const std::string* mark : {&options.decimalMark, &options.listSeparator}) {
+    if (mark->empty() || IsMark(*mark)) continue;
+    return context.Misuse("'" + *mark + "' is no single character", "give one, as in --list-separator ';'");
+  }
+  if (!options.decimalMark.empty()) separators.decimal = FromUtf8(options.decimalMark);
+  if (!options.listSeparator.empty()) separators.list = FromUtf8(options.listSeparator);
+  SetLocaleSeparators(separators);
+  return kDone;
+}
+
+/// The list takes every number for a height.
+void WarnOfUnits(const CsvOptions& options, const CommandContext& context, const std::vector<int>& blocks) {
+  if (GetCurrentProjectDefinition()->GetUnitCnv().Unit(kUnitHeight) == LengthUnit::kMetre) return;
+  std::string names;
+  for (const int id : blocks) {
+    if (id != dVAL && id != dSDV && id != dMIN && id != dMAX && id != dTVU && id != dTHU) {
+      names += (names.empty() ? "" : ", ") + BlockLabel(id);
+    }
+  }
+  if (!names.empty()) {
+    context.Warn(options.model, names + " is converted like a height, which it is not", "export it in metres");
+  }
+}
+
+int ExportCsv(const CsvOptions& options, const CommandContext& context) {
+  std::vector<int> blocks;
+  std::string error;
+  if (!ParseBlockList(options.blocks, blocks, error)) {
+    return context.Misuse("--blocks: " + error, "name them as in --blocks VAL,NUM");
+  }
+  if (const int status = SetSeparators(options, context); status != kDone) return status;
+  if (!UseProject(context, options.project)) return kCouldNotBeDone;
+  Export work(options, context);
+  if (const int status = work.LookAtInputs(); status != kDone) return status;
+  if (const int status = work.LookAtBlocks(blocks); status != kDone) return status;
+  WarnOfUnits(options, context, blocks);
+  if (const int status = work.OpenOutput(); status != kDone) return status;
+
+  auto exporter = std::make_unique<DtmAsciiExporter>(blocks.front(), work.Target().Path().c_str());
+  std::for_each(blocks.begin() + 1, blocks.end(), [&](int id) { exporter->AddExtraBlockId(id); });
+  exporter->SetInvert(options.invert);
+  exporter->SetAddMinMaxPos(options.extremePositions);
+  exporter->SetResampleToCenterCellZero(options.corners);
+
+  Job job;
+  const int step = job.Steps().AddProcessStep(&work.Model(), 0, nullptr, false, nullptr);
+  if (work.HasPolygon()) {
+    job.Steps().AddProcessor(step, std::make_unique<DtmPolyClipper>(work.Polygon(), true, false).release());
+  }
+  DtmAsciiExporter& list = *exporter;
+  job.Steps().AddProcessor(step, exporter.release());
+  const int result = job.Run();
+  return result == ProcessThread::kDone ? work.Finish(list.Close()) : work.FailJob(result);
+}
+
+// ---- esri
+
+std::string FormatOf(const EsriOptions& options) {
+  if (options.format.empty()) return "%." + std::to_string(options.digits == kNotGiven ? 3 : options.digits) + "f ";
+  const bool separates = options.format.back() == ' ' || options.format.back() == '\t';
+  return separates ? options.format : options.format + " ";
+}
+
+/// Refuses a grid that is surely larger than the room for it: a model may be sparse, and its grid has every cell.
+int LookAtRoom(Export& work, std::size_t smallestCell) {
+  const DtmUpdateFile& model = work.Model();
+  Page extents;
+  if (!FindExtents(work.Model(), extents)) return kDone;
+  // The outermost areas may hold values in their innermost row or column alone.
+  const double span = model.AreaSize() * model.CellSize();
+  const auto cells = [&](double width) { return std::max(1.0, (width - 2 * span) / model.CellSize() + 2); };
+  const double size =
+      cells(extents.Width()) * cells(extents.top() - extents.bottom()) * static_cast<double>(smallestCell);
+  struct statvfs status = {};
+  if (statvfs(ToUtf8(work.Target().Path()).c_str(), &status) != 0) return kDone;
+  const double room = static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
+  if (size <= room) return kDone;
+  const auto gigabytes = [](double bytes) {
+    return std::to_string(static_cast<long long>(std::ceil(bytes / 1e9))) + " GB";
+  };
+  return work.Context().Fail(
+      work.Target().Name(), "the grid takes " + gigabytes(size) + " at least, and there is room for " + gigabytes(room),
+      "make room, or write the cells alone with \"vakdtm export csv\"");
+}
+
+int ExportEsri(const EsriOptions& options, const CommandContext& context) {
+  std::vector<int> blocks;
+  std::string error;
+  if (!ParseBlockList(options.block, blocks, error)) {
+    return context.Misuse("--block: " + error, "name one as in --block VAL");
+  }
+  if (blocks.size() != 1) return context.Misuse("--block: a grid has one kind of value", "name one as in --block VAL");
+  const std::wstring format = FromUtf8(FormatOf(options));
+  if (!ValueFormat(format.c_str()).IsValid()) {
+    return context.Misuse("--format: '" + options.format + "' is no format for one number", "give one such as '%.2f'");
+  }
+  if (options.noData.empty() || options.noData.find_first_of(" \t\r\n") != std::string::npos) {
+    return context.Misuse("--no-data: '" + options.noData + "' is no word", "give one such as -9999");
+  }
+  Export work(options, context);
+  if (const int status = work.LookAtInputs(); status != kDone) return status;
+  if (const int status = work.LookAtBlocks(blocks); status != kDone) return status;
+  if (const int status = work.OpenOutput(); status != kDone) return status;
+  if (const int status = LookAtRoom(work, std::min<std::size_t>(2, options.noData.size() + 1)); status != kDone) {
+    return status;
+  }
+
+  auto finder = std::make_unique<DtmExtentsProcessor>(blocks.front());
+  DtmExtentsProcessor& extents = *finder;
+  auto exporter = std::make_unique<DtmAsciiEsriExporter>(blocks.front(), &extents, FromUtf8(options.noData).c_str(),
+                                                         format.c_str(), options.corner, work.Target().Path().c_str());
+  Job job;
+  job.Steps().AddProcessor(job.Steps().AddProcessStep(&work.Model(), 0, nullptr, false, nullptr), finder.release());
+  const int step = job.Steps().AddProcessStep(&work.Model(), 0, nullptr, true, &extents);
+  if (work.HasPolygon()) {
+    job.Steps().AddProcessor(step, std::make_unique<DtmEsriPolyClipper>(work.Polygon()).release());
+  }
+  DtmAsciiEsriExporter& grid = *exporter;
+  job.Steps().AddProcessor(step, exporter.release());
+  const int result = job.Run();
+  if (result != ProcessThread::kDone) return work.FailJob(result);
+  if (extents.Count() == 0) {
+    return context.Fail(options.model, "no cell has a " + BlockLabel(blocks.front()),
+                        "ask \"vakdtm info\" what it has");
+  }
+  return work.Finish(grid.Close());
+}
+
+// ---- stream
+
+int ExportStream(const ExportOptions& options, const CommandContext& context) {
+  Export work(options, context);
+  if (const int status = work.LookAtInputs(); status != kDone) return status;
+  if (const int status = work.LookAtBlocks({dVAL}); status != kDone) return status;
+  if (const int status = work.OpenOutput(); status != kDone) return status;
+
+  memfile stream;
+  Job job;
+  const int step = job.Steps().AddProcessStep(&work.Model(), 0, nullptr, false, nullptr);
+  if (work.HasPolygon()) {
+    job.Steps().AddProcessor(step, std::make_unique<DtmPolyClipper>(work.Polygon(), true, false).release());
+  }
+  job.Steps().AddProcessor(step, std::make_unique<DtmExport>(&stream).release());
+  const int result = job.Run();
+  if (result != ProcessThread::kDone) return work.FailJob(result);
+  if (stream.Failed()) return context.Fail(options.model, "there is no memory for its stream", "export a part of it");
+  const auto* const bytes = reinterpret_cast<const char*>(stream.Bytes().data());
+  return work.Finish(work.Target().Write({bytes, stream.Size()}));
+}
+
+void AddCommon(CLI::App& command, ExportOptions& options) {
+  Required(AddText(command, "model", options.model, "MODEL", "Model to read"));
+  Required(AddText(command, "-o,--output", options.output, "FILE", "File to write; - for standard output"));
+  AddText(command, "--polygon", options.polygon, "FILE",
+          "Leaves out cells whose centre isn't in a polygon: GeoJSON, or a text with a vertex a line");
+}
+
+void AddCsv(CLI::App& group, CommandContext& context) {
+  const auto options = std::make_shared<CsvOptions>();
+  CLI::App* command = AddSubcommand(group, context,
+                                    {"export csv", "Writes a list for spreadsheets, in the marks of the user's locale.",
+                                     "vakdtm export csv harbour.dtm -o harbour.csv --blocks VAL,NUM --units ft"},
+                                    [options, &context] { return ExportCsv(*options, context); });
+  AddCommon(*command, *options);
+  AddText(*command, "--blocks", options->blocks, "LIST", "Kinds of value, by mnemonic (default VAL)");
+  AddFlag(*command, "--invert", options->invert, "Flips the sign of heights, so that depths are positive");
+  AddFlag(*command, "--extreme-positions", options->extremePositions,
+          "Writes in front of MIN and MAX where they were measured");
+  AddFlag(*command, "--corners", options->corners, "Writes values at the cells' upper right corners, interpolated");
+  AddText(*command, "--decimal-mark", options->decimalMark, "CHARACTER", "In place of the locale's");
+  AddText(*command, "--list-separator", options->listSeparator, "CHARACTER", "In place of the locale's");
+  AddProjectOptions(*command, options->project);
+}
+
+void AddEsri(CLI::App& group, CommandContext& context) {
+  const auto options = std::make_shared<EsriOptions>();
+  CLI::App* command = AddSubcommand(group, context,
+                                    {"export esri", "Writes an Esri ASCII grid, which other programs open as a raster.",
+                                     "vakdtm export esri harbour.dtm -o harbour.asc --corner"},
+                                    [options, &context] { return ExportEsri(*options, context); });
+  AddCommon(*command, *options);
+  AddText(*command, "--block", options->block, "NAME", "Kind of value, by mnemonic (default VAL)");
+  AddText(*command, "--no-data", options->noData, "TEXT", "What stands for a cell without a value (default -9999)");
+  CLI::Option* const digits =
+      AddWholeNumber(*command, "--digits", options->digits, "Decimals of every value (default 3)", 0, 99);
+  Exclude(AddText(*command, "--format", options->format, "FORMAT", "Of every value, as for printf: '%.2f', '%.17g'"),
+          digits);
+  AddFlag(*command, "--corner", options->corner, "Gives the grid's corner in the header, not its first cell's centre");
+}
+
+void AddStream(CLI::App& group, CommandContext& context) {
+  const auto options = std::make_shared<ExportOptions>();
+  CLI::App* command = AddSubcommand(group, context,
+                                    {"export stream", "Writes the cells with all their values as a compact stream.",
+                                     "vakdtm export stream harbour.dtm -o harbour.bin"},
+                                    [options, &context] { return ExportStream(*options, context); });
+  AddCommon(*command, *options);
+}
+
+}  // namespace
+
+void AddExportCommand(CLI::App& app, CommandContext& context) {
+  CLI::App* const group = AddSubcommandGroup(
+      app, {"export", "Writes a model as a file for another system.", "vakdtm export esri harbour.dtm -o harbour.asc"});
+  AddCsv(*group, context);
+  AddEsri(*group, context);
+  AddStream(*group, context);
+}
+
+}  // namespace vak

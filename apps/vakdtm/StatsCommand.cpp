@@ -24,6 +24,7 @@
 #include "ModelFile.h"
 #include "PolygonInput.h"
 #include "ProjectOptions.h"
+#include "StopSignals.h"
 
 namespace vak {
 namespace {
@@ -177,6 +178,7 @@ class Stats {
 
   int Run() {
     if (!LookAtEverything()) return kCouldNotBeDone;
+    if (StopRequested()) return context_.Stopped("nothing was written");
     memfile lines;
     std::string report;
     const int status = Walk(lines, report);

@@ -66,12 +66,5 @@ TEST(ModelPolygonHandler, ExcludePolygonsTakeAwayAndBadFilesAreLeftOut) {
   EXPECT_TRUE(limited.IsPointInPolygon(1, 1, 0));
 }
 
-TEST(ModelPolygonHandler, WithoutOpenGLTheViewFormJudgesInThePlane) {
-  if (ModelPolygonHandler::HasViews()) GTEST_SKIP() << "this library has OpenGL";
-  const ModelPolygonHandler handler(Rectangle(10, 10, 20, 20), Point(1000, 1000, 0));
-  EXPECT_TRUE(handler.IsPointInPolygon(15, 15, 0));
-  EXPECT_FALSE(handler.IsPointInPolygon(25, 15, 0));
-}
-
 }  // namespace
 }  // namespace vak

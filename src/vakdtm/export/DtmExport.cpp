@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "vakdtm/store/CellValue.h"
 #include "vakdtm/store/DtmAccess.h"
@@ -17,8 +18,9 @@ static_assert(std::endian::native == std::endian::little, "numbers go out as the
 
 template <typename T>
 void Append(std::vector<char>& record, T value) {
-  const auto* bytes = reinterpret_cast<const char*>(&value);
-  record.insert(record.end(), bytes, bytes + sizeof(T));
+  const std::size_t end = record.size();
+  record.resize(end + sizeof(T));
+  std::memcpy(record.data() + end, &value, sizeof(T));
 }
 
 /// @param cell  null for a cell that the model doesn't have: `empty` stands for it.

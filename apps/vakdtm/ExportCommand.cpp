@@ -17,6 +17,7 @@
 #include "vakdtm/services/files/memfile.h"
 #include "vakdtm/services/geodesy/ProjectDefinition.h"
 #include "vakdtm/services/jobs/ProcessThread.h"
+#include "vakdtm/services/text/FormatNumber.h"
 #include "vakdtm/services/text/LocaleSeparators.h"
 #include "vakdtm/services/text/Utf8.h"
 #include "vakdtm/store/DtmBlockId.h"
@@ -210,27 +211,42 @@ std::string FormatOf(const EsriOptions& options) {
   return separates ? options.format : options.format + " ";
 }
 
-/// Refuses a grid that is surely larger than the room for it: a model may be sparse, and its grid has every cell.
-int LookAtRoom(Export& work, std::size_t smallestCell) {
-  const DtmUpdateFile& model = work.Model();
-  Page extents;
-  if (!FindExtents(work.Model(), extents)) return kDone;
-  // The outermost areas may hold values in their innermost row or column alone.
-  const double span = model.AreaSize() * model.CellSize();
-  const auto cells = [&](double width) { return std::max(1.0, (width - 2 * span) / model.CellSize() + 2); };
-  const double size =
-      cells(extents.Width()) * cells(extents.top() - extents.bottom()) * static_cast<double>(smallestCell);
-  struct statvfs status = {};
-  if (statvfs(ToUtf8(work.Target().Path()).c_str(), &status) != 0) return kDone;
-  const double room = static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
-  if (size <= room) return kDone;
-  const auto gigabytes = [](double bytes) {
-    return std::to_string(static_cast<long long>(std::ceil(bytes / 1e9))) + " GB";
-  };
-  return work.Context().Fail(
-      work.Target().Name(), "the grid takes " + gigabytes(size) + " at least, and there is room for " + gigabytes(room),
-      "make room, or write the cells alone with \"vakdtm export csv\"");
-}
+/// Refuses a grid that is surely larger than the room for it, before anything is written: a model may be sparse, and
+/// its grid has every cell.
+class RoomGuard final : public DtmProcessor {
+ public:
+  /// @param extents       has run by the time of `Init`; outlives this. @param smallestCell  bytes of a cell's text.
+  RoomGuard(const DtmExtentsProcessor& extents, std::size_t smallestCell, const std::wstring& path,
+            std::string& refusal)
+      : extents_(extents), smallestCell_(static_cast<double>(smallestCell)), path_(ToUtf8(path)), refusal_(refusal) {}
+
+  bool Init(DtmAccess& /*access*/) override {
+    if (extents_.Count() == 0) return true;
+    const double rows = static_cast<double>(extents_.MaxRow()) - extents_.MinRow() + 1;
+    const double columns = static_cast<double>(extents_.MaxCol()) - extents_.MinCol() + 1;
+    const double size = rows * columns * smallestCell_;
+    struct statvfs status = {};
+    if (statvfs(path_.c_str(), &status) != 0) return true;
+    const double room = static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
+    if (size <= room) return true;
+    refusal_ = "the grid has " + Whole(columns) + " x " + Whole(rows) + " cells and takes " + Whole(size / 1e9) +
+               " GB at least, with room for " + Whole(room / 1e9);
+    return false;
+  }
+  bool ProcessCell(int /*row*/, int /*col*/, double& /*area*/) override { return true; }
+
+ private:
+  static std::string Whole(double value) {
+    std::string text;
+    AppendFixed(text, std::ceil(value), 0);
+    return text;
+  }
+
+  const DtmExtentsProcessor& extents_;
+  double smallestCell_;
+  std::string path_;
+  std::string& refusal_;
+};
 
 int ExportEsri(const EsriOptions& options, const CommandContext& context) {
   std::vector<int> blocks;
@@ -250,9 +266,6 @@ int ExportEsri(const EsriOptions& options, const CommandContext& context) {
   if (const int status = work.LookAtInputs(); status != kDone) return status;
   if (const int status = work.LookAtBlocks(blocks); status != kDone) return status;
   if (const int status = work.OpenOutput(); status != kDone) return status;
-  if (const int status = LookAtRoom(work, std::min<std::size_t>(2, options.noData.size() + 1)); status != kDone) {
-    return status;
-  }
 
   auto finder = std::make_unique<DtmExtentsProcessor>(blocks.front());
   DtmExtentsProcessor& extents = *finder;
@@ -261,12 +274,19 @@ int ExportEsri(const EsriOptions& options, const CommandContext& context) {
   Job job;
   job.Steps().AddProcessor(job.Steps().AddProcessStep(&work.Model(), 0, nullptr, false, nullptr), finder.release());
   const int step = job.Steps().AddProcessStep(&work.Model(), 0, nullptr, true, &extents);
+  // A cell takes a character and a blank at least.
+  std::string refusal;
+  job.Steps().AddProcessor(step, std::make_unique<RoomGuard>(extents, 2, work.Target().Path(), refusal).release());
   if (work.HasPolygon()) {
     job.Steps().AddProcessor(step, std::make_unique<DtmEsriPolyClipper>(work.Polygon()).release());
   }
   DtmAsciiEsriExporter& grid = *exporter;
   job.Steps().AddProcessor(step, exporter.release());
   const int result = job.Run();
+  if (!refusal.empty()) {
+    return context.Fail(work.Target().Name(), refusal,
+                        "make room, or write the cells alone with \"vakdtm export csv\"");
+  }
   if (result != ProcessThread::kDone) return work.FailJob(result);
   if (extents.Count() == 0) {
     return context.Fail(options.model, "no cell has a " + BlockLabel(blocks.front()),

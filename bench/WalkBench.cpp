@@ -197,6 +197,7 @@ void SumInParallel(benchmark::State& state) {
   const DtmAccess access(&TheModel().File());
   for (auto _ : state) {
     const auto counter = std::make_shared<AtomicCounter>();
+    const auto range = std::make_shared<SharedCellRange>();
     std::vector<Sum> sums(walkers);
     std::vector<std::unique_ptr<DtmAccess>> accesses;
     ParallelProcessor group;
@@ -204,6 +205,7 @@ void SumInParallel(benchmark::State& state) {
       accesses.push_back(std::make_unique<DtmAccess>(access));
       auto walker = std::make_unique<DtmRectProcessor>(WholeRect(), accesses.back().get(), &sum, false);
       walker->SetSharedCounter(counter);
+      walker->SetSharedRange(range);
       group.AddProcessor(walker.release());
     }
     if (!group.Initialize() || !group.Process()) state.SkipWithError("the walk failed");

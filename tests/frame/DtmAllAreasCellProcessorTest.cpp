@@ -56,6 +56,18 @@ TEST(DtmAllAreasCellProcessor, ExtentsAreReadWhenTheWalkBegins) {
   EXPECT_EQ(log.Of(Call::kCell), (Calls{Cell(5, 6, 1.0)}));
 }
 
+TEST(DtmAllAreasCellProcessor, ExtentsAreReadBehindInit) {
+  TestGrid grid;
+  DtmExtentsProcessor extents(0);
+  WalkLog log;
+  log.react = [&extents](const Call& call, double&) {
+    double weight = 1;
+    return call.kind != Call::kInit || extents.ProcessCell(5, 6, weight);
+  };
+  EXPECT_TRUE(DtmAllAreasCellProcessor(&grid.Access(), &log, &extents, false).Process());
+  EXPECT_EQ(log.Of(Call::kCell), (Calls{Cell(5, 6, 1.0)}));
+}
+
 TEST(DtmAllAreasCellProcessor, NothingFoundLeavesInitAndFini) {
   TestGrid grid;
   DtmExtentsProcessor extents(dVAL);
@@ -114,6 +126,7 @@ TEST(DtmAllAreasCellProcessor, WithoutProcessorAccessFileOrExtentsAnswersFalse) 
   EXPECT_FALSE(DtmAllAreasCellProcessor(nullptr, &log, &extents, false).Process());
   EXPECT_FALSE(DtmAllAreasCellProcessor(&grid.Access(), nullptr, &extents, false).Process());
   EXPECT_FALSE(DtmAllAreasCellProcessor(&grid.Access(), &log, nullptr, false).Process());
+  EXPECT_EQ(log.calls, Calls()) << "the processor is told nothing";
   EXPECT_FALSE(DtmAllAreasCellProcessor(&nowhere, &log, &extents, false).Process());
   EXPECT_EQ(log.Of(Call::kFini), Calls());
 }

@@ -58,6 +58,19 @@ TEST_F(DtmAreaCellProcessorTest, ListIsLookedAtWhenTheWalkRuns) {
   EXPECT_EQ(log.Of(Call::kCell).size(), 4U);
 }
 
+TEST_F(DtmAreaCellProcessorTest, WhatIsAddedToTheListMeanwhileIsWalkedToo) {
+  std::vector<int> places = {0};
+  WalkLog log;
+  log.react = [&places](const Call& call, double&) {
+    // Often enough to have the list move.
+    if (call.kind == Call::kArea && places.size() < 40) places.insert(places.end(), 3, 1);
+    return true;
+  };
+  EXPECT_TRUE(DtmAreaCellProcessor(&grid_.Access(), &log, places).Process());
+  EXPECT_EQ(log.Of(Call::kArea).size(), 40U);
+  EXPECT_EQ(log.Of(Call::kArea)[1], Area(2, 2, 1.0));
+}
+
 TEST_F(DtmAreaCellProcessorTest, OnlyWhatIsAboveNothingIsWanted) {
   const std::vector<int> places = {0};
   for (const double left : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN()}) {

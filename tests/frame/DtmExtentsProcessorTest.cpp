@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
+#include <limits>
 #include <vector>
 
 #include "vakdtm/frame/DtmExtentsProcessor.h"
 #include "vakdtm/store/CellValue.h"
 
+#include "support/LongForm.h"
 #include "support/TestGrid.h"
 
 namespace vak::test {
@@ -71,6 +73,17 @@ TEST(DtmExtentsProcessor, CellThatCannotBeReadEndsTheWalk) {
   DtmExtentsProcessor never(dVAL);
   double weight = 1;
   EXPECT_FALSE(never.ProcessCell(0, 0, weight)) << "it has no access";
+}
+
+TEST(DtmExtentsProcessor, CountStaysAtTheTypesEnd) {
+  if (LongForm(0, 1) == 0) GTEST_SKIP() << "needs 2^31 cells; set VAKDTM_LONG=1";
+  constexpr int kLargest = std::numeric_limits<int>::max();
+  DtmExtentsProcessor extents(0);
+  double weight = 1;
+  for (int cell = 0; cell < kLargest; ++cell) extents.ProcessCell(0, 0, weight);
+  EXPECT_EQ(extents.Count(), kLargest);
+  EXPECT_TRUE(extents.ProcessCell(7, -7, weight));
+  EXPECT_EQ(Limits(extents), (std::vector{kLargest, 0, 7, -7, 0}));
 }
 
 TEST(DtmExtentsProcessor, CannotBeCloned) { EXPECT_EQ(DtmExtentsProcessor(dVAL).Clone(), nullptr); }

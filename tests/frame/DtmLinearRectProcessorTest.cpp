@@ -13,8 +13,8 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-/// Cells of 2 m in areas of 2.
-GridSettings Small() { return {.cellSize = 2.0, .areaSize = 2, .blockIds = {dVAL}}; }
+/// In areas of 2.
+GridSettings Small(double cellSize = 2.0) { return {.cellSize = cellSize, .areaSize = 2, .blockIds = {dVAL}}; }
 
 TEST(DtmLinearRectProcessor, ShowsWholeCellsRowByRowAcrossAreas) {
   TestGrid grid(Small());
@@ -69,7 +69,7 @@ TEST(DtmLinearRectProcessor, ScalesThatMakeNoStepMakeItOne) {
 
 TEST(DtmLinearRectProcessor, StepsBeyondTheTypeShowOneCell) {
   TestGrid grid(Small());
-  for (const double scale : {0.0, 1e-300, 1e-12}) {
+  for (const double scale : {0.0, -0.0, 1e-300, 1e-12}) {
     WalkLog log;
     DtmLinearRectProcessor walker({1, 1, 7, 3}, &grid.Access(), &log, false);
     walker.SetDrawScale({scale, -scale});
@@ -87,6 +87,17 @@ TEST(DtmLinearRectProcessor, LargestStepsReachFromTheLowestCellsToTheHighest) {
   EXPECT_TRUE(walker.Process());
   EXPECT_EQ(log.Of(Call::kCell), (Calls{Cell(-2 * kStep, 0, 1.0), Cell(-kStep, 0, 1.0), Cell(0, 0, 1.0),
                                         Cell(kStep, 0, 1.0), Cell(2 * kStep, 0, 1.0)}));
+}
+
+TEST(DtmLinearRectProcessor, MoreCellsThanTheTypeCanCountAreAsManyAsItCan) {
+  TestGrid grid(Small(1.0));
+  WalkLog log;
+  DtmLinearRectProcessor walker({0.5, -2.147e9, 0.6, 2.147e9}, &grid.Access(), &log, false);
+  walker.SetDrawScale({1e-12, -1 / 1.07e9});
+  EXPECT_TRUE(walker.Process());
+  EXPECT_EQ(log.Of(Call::kCell).size(), 5U);
+  EXPECT_GT(walker.GetProgress(), 0.0);
+  EXPECT_LT(walker.GetProgress(), 1e-9);
 }
 
 TEST(DtmLinearRectProcessor, ColumnBehindTheLastIsTheTypesEndWhenItLiesBeyond) {

@@ -1,3 +1,5 @@
+#include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -121,6 +123,7 @@ TEST_F(DtmProcessTest, SecondStartRunsNoSteps) {
   const std::string heard = heard_;
   EXPECT_EQ(process_.DoModal(), ProcessThread::kDone);
   EXPECT_EQ(heard_, heard);
+  EXPECT_EQ(AddStep(), 0) << "the list is empty";
 }
 
 TEST_F(DtmProcessTest, FailingStepEndsTheJob) {
@@ -164,6 +167,55 @@ TEST_F(DtmProcessTest, JobThatIsNotStartedGivesBackWhatItHolds) {
   }
   EXPECT_EQ(model_->OpenCount(), before);
   EXPECT_EQ(heard_, "a~ ");
+}
+
+/// Notes how often its model is open when it goes.
+class Counting final : public DtmProcessor {
+ public:
+  Counting(DtmUpdateFile& model, int& count) : model_(model), count_(count) {}
+  ~Counting() override { count_ = model_.OpenCount(); }
+  Counting(const Counting&) = delete;
+  Counting& operator=(const Counting&) = delete;
+
+  bool Init(DtmAccess& /*access*/) override { return true; }
+  bool ProcessCell(int /*row*/, int /*col*/, double& /*area*/) override { return true; }
+
+ private:
+  DtmUpdateFile& model_;
+  int& count_;
+};
+
+TEST_F(DtmProcessTest, ProcessorGoesBeforeTheAccessThatItHasSeen) {
+  const int before = model_->OpenCount();
+  for (const bool start : {false, true}) {
+    SCOPED_TRACE(start ? "by its walker" : "by a job that isn't started");
+    int atEnd = 0;
+    {
+      DtmProcess process;
+      process.AddProcessStep(model_.get(), 0, nullptr, false, nullptr);
+      process.AddProcessor(0, std::make_unique<Counting>(*model_, atEnd).release());
+      if (start) {
+        EXPECT_EQ(process.DoModal(), ProcessThread::kDone);
+      }
+    }
+    EXPECT_EQ(atEnd, before + 1);
+    EXPECT_EQ(model_->OpenCount(), before);
+  }
+}
+
+/// Wants no row.
+class Rowless final : public DtmProcessor {
+ public:
+  bool Init(DtmAccess& /*access*/) override { return true; }
+  bool InitRow(int /*row*/, int /*colBegin*/, int /*colEnd*/) override { return false; }
+  bool ProcessCell(int /*row*/, int /*col*/, double& /*area*/) override { return false; }
+};
+
+TEST_F(DtmProcessTest, NoProcessorAddedToAStepLeavesTheOneItHasAlone) {
+  AddStep();
+  process_.AddProcessor(0, std::make_unique<Rowless>().release());
+  process_.AddProcessor(0, nullptr);
+  EXPECT_EQ(process_.DoModal(), ProcessThread::kDone) << "in a group it would be asked for cells";
 }
 
 TEST_F(DtmProcessTest, ModelStaysOpenForTheJob) {
@@ -243,7 +295,6 @@ class Stopping final : public DtmProcessor {
 TEST_F(DtmProcessTest, StopEndsTheStepsThatAllowIt) {
   const Page rect(0.25, 0.25, 2.75, 0.75);
   DtmExtentsProcessor extents(dVAL);
-  ASSERT_TRUE(DtmAccess(model_.get()).GetDtmFile());
   DtmAccess access(model_.get());
   ASSERT_TRUE(extents.ProcessAllCells(access));
   struct Case {
@@ -325,6 +376,46 @@ class Raising final : public DtmProcessor {
  private:
   DtmAccess* access_ = nullptr;
 };
+
+/// Raises three cells, 100 and 26 milliseconds apart, and notes what has been handed to the model behind each.
+class Slow final : public DtmProcessor {
+ public:
+  Slow(QuietModel& quiet, std::vector<double>& handed) : quiet_(quiet), handed_(handed) {}
+  bool Init(DtmAccess& access) override {
+    access_ = &access;
+    return true;
+  }
+  bool ProcessCell(int row, int col, double& /*area*/) override {
+    constexpr std::array<std::uint32_t, 3> kWaits = {0, 100, 26};
+    quiet_.clock.AdvanceMilliseconds(kWaits.at(handed_.size()));
+    if (!access_->SetDoubleValue(row, col, dVAL, 5.0, true)) return false;
+    Page rect;
+    bool flag = false;
+    handed_.push_back(quiet_.model->GetUpdateRect(rect, flag) ? rect.right() : 0.0);
+    return true;
+  }
+
+ private:
+  QuietModel& quiet_;
+  std::vector<double>& handed_;
+  DtmAccess* access_ = nullptr;
+};
+
+TEST(DtmProcessViews, ChangesAreHandedOnEvery125Milliseconds) {
+  QuietModel quiet;
+  ASSERT_TRUE(Sound(*quiet.model, 0.25, 0.25, -1));
+  quiet.Announce();
+  const Page rect(0.1, 0.1, 1.4, 0.2);
+  std::vector<double> handed;
+  DtmProcess process;
+  process.AddProcessStep(quiet.model.get(), 0, &rect, false, nullptr);
+  process.AddProcessor(0, std::make_unique<Slow>(quiet, handed).release());
+  EXPECT_EQ(process.DoModal(), ProcessThread::kDone);
+  // The first at once, the second not yet; with the third all, and the model announces it then, too.
+  EXPECT_EQ(handed, (std::vector{0.5, 0.5, 0.0}));
+  ASSERT_GE(quiet.listener->heard.size(), 1U);
+  EXPECT_EQ(quiet.listener->heard.front().rect.right(), 1.5);
+}
 
 TEST(DtmProcessViews, ChangesOfAStepReachTheModelsViews) {
   QuietModel quiet;

@@ -1,9 +1,12 @@
 #include <atomic>
 #include <gtest/gtest.h>
+#include <latch>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <sched.h>
 #include <set>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -22,6 +25,7 @@ namespace {
 
 /// What all clones of a processor add to.
 struct Tally {
+  bool throws = false;  // `Clone`
   std::atomic<int> clones{0};
   std::atomic<int> finis{0};
   std::atomic<int> alive{0};
@@ -42,6 +46,7 @@ class Adding final : public DtmProcessor {
 
   DtmProcessor* Clone() override {
     if (!clonable_) return nullptr;
+    if (tally_.throws) throw std::runtime_error("no");
     ++tally_.clones;
     return std::make_unique<Adding>(tally_, true).release();
   }
@@ -177,14 +182,134 @@ TEST_F(DtmProcessThreadTest, ParallelWithoutARectangleHasNoEffect) {
   ExpectAllRaised();
 }
 
-TEST_F(DtmProcessThreadTest, FailureOfACloneFailsTheStep) {
-  // Beyond the areas a cell can't be read.
-  const Page rect(0.5, 0.5, kSide + 4.5, kSide + 4.5);
-  process_.AddProcessStep(model_.get(), 0, &rect, false, nullptr);
-  process_.AddProcessor(0, std::make_unique<Adding>(tally_, true).release());
+/// The first goes on without end; its clones answer false, or throw, as soon as it has begun.
+class FailingClones final : public DtmProcessor {
+ public:
+  struct Story {
+    bool throws;
+    std::latch begun{1};
+    std::atomic<int> finis{0};
+  };
+
+  explicit FailingClones(Story& story, bool isClone = false) : story_(story), isClone_(isClone) {}
+
+  DtmProcessor* Clone() override { return std::make_unique<FailingClones>(story_, true).release(); }
+  bool Init(DtmAccess& /*access*/) override {
+    if (!isClone_) return true;
+    story_.begun.wait();
+    if (story_.throws) throw std::runtime_error("no");
+    return false;
+  }
+  bool ProcessArea(int /*row*/, int /*col*/, double& area) override {
+    if (!story_.begun.try_wait()) story_.begun.count_down();
+    area = 0;
+    return true;
+  }
+  bool ProcessCell(int /*row*/, int /*col*/, double& /*area*/) override { return true; }
+  bool Fini() override {
+    ++story_.finis;
+    return true;
+  }
+
+ private:
+  Story& story_;
+  bool isClone_;
+};
+
+TEST_F(DtmProcessThreadTest, FailureOfACloneEndsTheOthersAndFailsTheStep) {
+  if (GetTotalNumberOfCores() < 2) GTEST_SKIP() << "there are no clones on one core";
+  // More positions than could be walked while anybody waits.
+  const Page wide(0, 0, 160000, 160000);
+  for (const bool throws : {false, true}) {
+    FailingClones::Story story{throws};
+    DtmProcess process;
+    process.AddProcessStep(model_.get(), 0, &wide, false, nullptr);
+    process.AddProcessor(0, std::make_unique<FailingClones>(story).release());
+    process.SetAllowParallel(0, true);
+    EXPECT_EQ(process.DoModal(), ProcessThread::kFailed);
+    EXPECT_EQ(story.finis, 0) << "the first was ended";
+  }
+}
+
+TEST_F(DtmProcessThreadTest, ProcessorWhoseCloneThrowsIsRunByOneThread) {
+  for (const bool inGroup : {false, true}) {
+    tally_.finis = 0;
+    AddStep(true, true);
+    tally_.throws = true;
+    if (inGroup) process_.AddProcessor(0, std::make_unique<DtmMultiProcessor>().release());
+    EXPECT_EQ(process_.DoModal(), ProcessThread::kDone);
+    EXPECT_EQ(tally_.finis, 1);
+    EXPECT_EQ(tally_.alive, 0);
+  }
+  EXPECT_EQ(tally_.cells.size(), std::size_t{2 * kSide * kSide});
+}
+
+/// What `Growing` and its clones wait for.
+struct Growth {
+  explicit Growth(int clones) : claimed(clones) {}
+  std::latch begun{1};
+  std::latch claimed;
+  std::mutex mutex;
+  std::multiset<std::pair<int, int>> places;  // guarded by mutex
+};
+
+/// Notes the positions it is shown. The first of them waits at its first position until each clone has come to one, or
+/// to its end, and each clone adds an area at the lower left before it begins.
+class Growing final : public DtmProcessor {
+ public:
+  explicit Growing(Growth& growth, int number = 0) : growth_(growth), number_(number) {}
+
+  DtmProcessor* Clone() override { return std::make_unique<Growing>(growth_, number_ + ++clones_).release(); }
+  bool Init(DtmAccess& access) override {
+    if (number_ == 0) return true;
+    growth_.begun.wait();
+    return access.SetDoubleValue(-100 * number_, -100 * number_, dVAL, 1, true);
+  }
+  bool ProcessArea(int row, int col, double& area) override {
+    {
+      const std::scoped_lock lock(growth_.mutex);
+      growth_.places.emplace(row, col);
+    }
+    area = 0;
+    Begin();
+    return true;
+  }
+  bool ProcessCell(int /*row*/, int /*col*/, double& /*area*/) override { return true; }
+  bool Fini() override {
+    Begin();
+    return true;
+  }
+
+ private:
+  void Begin() {
+    if (std::exchange(hasBegun_, true)) return;
+    if (number_ != 0) {
+      growth_.claimed.count_down();
+      return;
+    }
+    growth_.begun.count_down();
+    growth_.claimed.wait();
+  }
+
+  Growth& growth_;
+  int number_;
+  int clones_ = 0;
+  bool hasBegun_ = false;
+};
+
+TEST_F(DtmProcessThreadTest, AreasThatComeMeanwhileDoNotShiftWhatTheWalkersDivide) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const Page everything(-kInfinity, -kInfinity, kInfinity, kInfinity);
+  Growth growth(static_cast<int>(GetTotalNumberOfCores()) - 1);
+  process_.AddProcessStep(model_.get(), 0, &everything, false, nullptr);
+  process_.AddProcessor(0, std::make_unique<Growing>(growth).release());
   process_.SetAllowParallel(0, true);
-  EXPECT_EQ(process_.DoModal(), ProcessThread::kFailed);
-  EXPECT_EQ(tally_.alive, 0);
+  EXPECT_EQ(process_.DoModal(), ProcessThread::kDone);
+  std::multiset<std::pair<int, int>> expected;
+  for (int row = 0; row < kSide; row += 4) {
+    for (int col = 0; col < kSide; col += 4) expected.emplace(row, col);
+  }
+  EXPECT_EQ(growth.places, expected);
 }
 
 TEST_F(DtmProcessThreadTest, JobInTheBackgroundLooksAfterItself) {

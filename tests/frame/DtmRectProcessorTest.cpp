@@ -138,7 +138,68 @@ TEST(DtmRectProcessor, EdgeThatIsACellsEdgeButForRoundingLeavesNoSliver) {
     EXPECT_TRUE(log.ProcessRect(grid.Access(), {one.lower, one.lower, one.upper, one.upper}));
     const auto wanted = static_cast<std::size_t>(std::lround((one.upper - one.lower) / one.cellSize));
     EXPECT_EQ(log.Of(Call::kCell).size(), wanted * wanted);
-    for (const Call& cell : log.Of(Call::kCell)) EXPECT_NEAR(cell.weight, one.cellSize * one.cellSize, 1e-9);
+    for (const Call& cell : log.Of(Call::kCell)) EXPECT_EQ(cell.weight, one.cellSize * one.cellSize);
+  }
+}
+
+TEST(DtmRectProcessor, EdgeBesideNoughtThatIsMeantToBeNoughtLeavesNoSliver) {
+  TestGrid grid({.cellSize = 0.1, .areaSize = 4, .blockIds = {dVAL}});
+  const double beside = 0.3 - 0.1 * 3;
+  ASSERT_LT(beside, 0.0);
+  WalkLog log;
+  EXPECT_TRUE(log.ProcessRect(grid.Access(), {beside, beside, 0.2, 0.2}));
+  constexpr double kCell = 0.1 * 0.1;
+  EXPECT_EQ(log.Of(Call::kCell), (Calls{Cell(0, 0, kCell), Cell(0, 1, kCell), Cell(1, 0, kCell), Cell(1, 1, kCell)}));
+}
+
+TEST(DtmRectProcessor, EdgesUpToSomeRoundingsOffCountAsOnThoseOfCells) {
+  constexpr double kCell = 0.1;
+  TestGrid grid({.cellSize = kCell, .areaSize = 4, .blockIds = {dVAL}});
+  for (int col = 1; col < 200; ++col) {
+    double left = col * kCell;
+    double right = (col + 1) * kCell;
+    for (int ulps = 0; ulps < 3; ++ulps) {
+      left = std::nextafter(left, 0.0);
+      right = std::nextafter(right, kInfinity);
+    }
+    WalkLog log;
+    EXPECT_TRUE(log.ProcessRect(grid.Access(), {left, 0, right, kCell}));
+    EXPECT_EQ(log.Of(Call::kCell), (Calls{Cell(0, col, kCell * kCell)}));
+  }
+}
+
+TEST(DtmRectProcessor, UpperEdgeOfACellIsTheLowerOneOfTheNext) {
+  // Of 13 cells of 0.1 the edge is above that of twelve and 0.1 more, of 6 it is below that of five and 0.1 more.
+  for (const double cellSize : {0.1, 0.3, 1.1}) {
+    TestGrid grid({.cellSize = cellSize, .areaSize = 4, .blockIds = {dVAL}});
+    for (int col = 1; col < 200; ++col) {
+      // The column before is in the range, for its edge is touched from below.
+      const double left = std::nextafter(col * cellSize, 0.0);
+      WalkLog log;
+      EXPECT_TRUE(log.ProcessRect(grid.Access(), {left, 0, (col + 1) * cellSize, cellSize}));
+      EXPECT_EQ(log.Of(Call::kCell), (Calls{Cell(0, col, cellSize * cellSize)})) << cellSize;
+    }
+  }
+}
+
+TEST(DtmRectProcessor, WhatIsNotCutHasTheWholePlanAreaToTheLastBit) {
+  for (const double cellSize : {0.1, 0.3, 1.1}) {
+    TestGrid grid({.cellSize = cellSize, .areaSize = 4, .blockIds = {dVAL}});
+    for (int first = -60; first < 60; first += 4) {
+      const double lower = first * cellSize;
+      const double upper = (first + 8) * cellSize;
+      WalkLog log;
+      EXPECT_TRUE(log.ProcessRect(grid.Access(), {lower, lower, upper, upper}));
+      int whole = 0;
+      for (const Call& area : log.Of(Call::kArea)) {
+        if (area.weight == 0) continue;
+        EXPECT_EQ(area.weight, 4 * cellSize * (4 * cellSize));
+        ++whole;
+      }
+      EXPECT_EQ(whole, 4);
+      EXPECT_EQ(log.Of(Call::kCell).size(), 64U);
+      for (const Call& cell : log.Of(Call::kCell)) EXPECT_EQ(cell.weight, cellSize * cellSize);
+    }
   }
 }
 
@@ -270,6 +331,68 @@ TEST(DtmRectProcessor, SharedCounterDividesThePositionsAndEachEnds) {
   }
   EXPECT_EQ(places.size(), 10U);
   EXPECT_EQ(first.GetProgress() + second.GetProgress(), 1.0);
+}
+
+TEST(DtmRectProcessor, SharedRangeKeepsPositionsInPlaceWhileTheModelGrows) {
+  TestGrid grid(Small());
+  ASSERT_TRUE(grid.Set(0, 0, dVAL, 1));
+  ASSERT_TRUE(grid.Set(5, 5, dVAL, 1));
+  const Page everything(-kInfinity, -kInfinity, kInfinity, kInfinity);
+  const auto counter = std::make_shared<AtomicCounter>();
+  const auto range = std::make_shared<SharedCellRange>();
+  WalkLog one;
+  WalkLog two;
+  DtmRectProcessor first(everything, &grid.Access(), &one, false);
+  DtmRectProcessor second(everything, &grid.Access(), &two, false);
+  for (DtmRectProcessor* const walker : {&first, &second}) {
+    walker->SetSharedCounter(counter);
+    walker->SetSharedRange(range);
+    walker->SetSharedRange(nullptr);
+  }
+  EXPECT_TRUE(first.Initialize());
+  // What comes before the first of them begins is walked, also if it comes between two.
+  ASSERT_TRUE(grid.Set(0, 6, dVAL, 1));
+  EXPECT_TRUE(second.Initialize());
+  one.react = [&](const Call& call, double&) {
+    if (one.Of(Call::kArea).size() != 3 || call.kind != Call::kArea) return true;
+    return grid.Set(-9, -9, dVAL, 1) && second.Process();
+  };
+  EXPECT_TRUE(first.Process());
+  std::set<std::pair<int, int>> places;
+  std::size_t announced = 0;
+  for (const WalkLog* log : {&one, &two}) {
+    for (const Call& call : log->Of(Call::kArea)) {
+      EXPECT_TRUE(call.row >= 0 && call.col >= 0);
+      places.emplace(call.row, call.col);
+      ++announced;
+    }
+  }
+  EXPECT_EQ(two.Of(Call::kArea).size(), 9U);
+  EXPECT_EQ(announced, 12U);
+  EXPECT_EQ(places.size(), 12U);
+  EXPECT_EQ(first.GetProgress() + second.GetProgress(), 1.0);
+  // Initialised again, they walk what is there now: eight rows of nine positions.
+  one.react = [](const Call&, double&) { return true; };
+  one.calls.clear();
+  EXPECT_TRUE(first.Initialize() && second.Initialize());
+  EXPECT_TRUE(first.Process());
+  EXPECT_EQ(one.Of(Call::kArea).size(), 72U);
+}
+
+TEST(DtmRectProcessor, ModelThatInitAttachesIsWalked) {
+  TestGrid grid(Small());
+  DtmAccess access(nullptr);
+  WalkLog log;
+  log.react = [&](const Call& call, double&) {
+    if (call.kind == Call::kInit) access.SetDtmFile(&grid.File());
+    return true;
+  };
+  DtmRectProcessor walker({0.5, 0.5, 1.5, 1.5}, &access, &log, false);
+  EXPECT_TRUE(walker.Initialize());
+  EXPECT_EQ(walker.GetProgress(), 0.0);
+  EXPECT_TRUE(walker.Process());
+  EXPECT_EQ(log.Of(Call::kCell).size(), 4U);
+  EXPECT_EQ(walker.GetProgress(), 1.0);
 }
 
 TEST(DtmRectProcessor, RunsAgainOnlyAfterInitialize) {

@@ -23,12 +23,14 @@ class DtmRectProcessorThreadTest : public testing::Test {
 
   DtmRectProcessorThreadTest() {
     const auto counter = std::make_shared<AtomicCounter>();
+    const auto range = std::make_shared<SharedCellRange>();
     for (int i = 0; i < kWalkers; ++i) {
       logs_.push_back(std::make_unique<WalkLog>());
       accesses_.push_back(std::make_unique<DtmAccess>(grid_.Access()));
       auto walker = std::make_unique<DtmRectProcessor>(Page(-11.5, -9.5, 11.5, 9.5), accesses_.back().get(),
                                                        logs_.back().get(), false);
       walker->SetSharedCounter(counter);
+      walker->SetSharedRange(range);
       logs_.back()->SetWalker(walker.get());
       walkers_.push_back(walker.get());
       group_.AddProcessor(walker.release());
@@ -61,7 +63,7 @@ TEST_F(DtmRectProcessorThreadTest, EachPositionIsWalkedByOneAndAllEnd) {
   EXPECT_EQ(cells.size(), 480U);
   for (const auto& [place, count] : cells) EXPECT_EQ(count, 1);
   for (const auto& log : logs_) EXPECT_EQ(log->Of(Call::kFini).size(), 1U);
-  EXPECT_EQ(group_.GetProgress() * kWalkers, 1.0);
+  EXPECT_DOUBLE_EQ(group_.GetProgress(), 1.0);
 }
 
 TEST_F(DtmRectProcessorThreadTest, GroupThatIsInitialisedAgainRunsAgain) {
@@ -115,11 +117,27 @@ TEST_F(DtmRectProcessorThreadTest, StopOfTheGroupEndsAll) {
 }
 
 TEST_F(DtmRectProcessorThreadTest, ProgressIsReadMeanwhile) {
+  // Each waits in its tenth cell until the progress has been read.
+  std::latch far(kWalkers);
+  std::latch read(1);
+  for (const auto& log : logs_) {
+    log->react = [&, cells = 0](const Call& call, double&) mutable {
+      if (call.kind == Call::kCell && ++cells == 10) {
+        far.count_down();
+        read.wait();
+      }
+      return true;
+    };
+  }
   ASSERT_TRUE(group_.Initialize());
   std::atomic<bool> ended{false};
+  double middle = 0;
   bool falls = false;
   std::thread watcher([&] {
-    double before = 0;
+    far.wait();
+    middle = group_.GetProgress();
+    read.count_down();
+    double before = middle;
     while (!ended) {
       const double now = group_.GetProgress();
       falls |= now < before;
@@ -129,6 +147,7 @@ TEST_F(DtmRectProcessorThreadTest, ProgressIsReadMeanwhile) {
   EXPECT_TRUE(group_.Process());
   ended = true;
   watcher.join();
+  EXPECT_DOUBLE_EQ(middle, kWalkers * 9.0 / 480) << "nine cells of each are done";
   EXPECT_FALSE(falls);
 }
 

@@ -205,22 +205,24 @@ TEST_F(ParallelProcessorThreadTest, StoppedGroupRunsNone) {
   EXPECT_FALSE(ran);
 }
 
-TEST_F(ParallelProcessorThreadTest, ProgressIsTheMeanOfTheMembers) {
+TEST_F(ParallelProcessorThreadTest, ProgressIsThatOfTheMembersAddedUpAndAtMostAll) {
   EXPECT_EQ(group_.GetProgress(), 0.0);
   Member& first = Add([](Member&) { return true; });
   Member& second = Add([](Member&) { return true; });
   EXPECT_EQ(group_.GetProgress(), 0.0);
   first.SetProgress(0.5);
-  EXPECT_EQ(group_.GetProgress(), 0.25);
-  second.SetProgress(1.0);
+  EXPECT_EQ(group_.GetProgress(), 0.5);
+  second.SetProgress(0.25);
   EXPECT_EQ(group_.GetProgress(), 0.75);
+  second.SetProgress(1.0);
+  EXPECT_EQ(group_.GetProgress(), 1.0);
 }
 
 TEST_F(ParallelProcessorThreadTest, ProgressIsReadWhileMembersRun) {
   constexpr int kSteps = 5000;
   for (int i = 0; i < 2; ++i) {
     Add([](Member& self) {
-      for (int step = 0; step <= kSteps; ++step) self.SetProgress(static_cast<double>(step) / kSteps);
+      for (int step = 0; step <= kSteps; ++step) self.SetProgress(0.5 * step / kSteps);
       return true;
     });
   }

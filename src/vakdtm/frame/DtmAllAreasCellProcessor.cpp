@@ -1,21 +1,12 @@
 #include "vakdtm/frame/DtmAllAreasCellProcessor.h"
 
 #include <cstdint>
-#include <limits>
 
 #include "vakdtm/frame/DtmExtentsProcessor.h"
 #include "vakdtm/frame/DtmProcessor.h"
 #include "vakdtm/store/DtmFile.h"
 
 namespace vak {
-namespace {
-
-constexpr std::int64_t kEnd = std::numeric_limits<std::int64_t>::max();
-
-/// Rows and columns may be any the type has, and all cells of those are one too many for 64 bits.
-std::int64_t Multiply(std::int64_t a, std::int64_t b) { return a > 0 && b > kEnd / a ? kEnd : a * b; }
-
-}  // namespace
 
 DtmAllAreasCellProcessor::DtmAllAreasCellProcessor(DtmAccess* access, DtmProcessor* processor,
                                                    DtmExtentsProcessor* extents, bool owns)
@@ -31,7 +22,7 @@ bool DtmAllAreasCellProcessor::Process() {
   const std::int64_t highestRow = extents_->MaxRow();
   const std::int64_t lowestCol = extents_->MinCol();
   const std::int64_t highestCol = extents_->MaxCol();
-  SetTotal(Multiply(highestCol - lowestCol + 1, highestRow - lowestRow + 1));
+  SetTotal(highestRow - lowestRow + 1, highestCol - lowestCol + 1);
   const double cellArea = file->CellSize() * file->CellSize();
   for (std::int64_t row = highestRow; row >= lowestRow; --row) {
     for (std::int64_t col = lowestCol; col <= highestCol; ++col) {
@@ -47,8 +38,7 @@ bool DtmAllAreasCellProcessor::Process() {
 double DtmAllAreasCellProcessor::GetProgress() const {
   const std::int64_t total = Total();
   if (total == 0) return 0.0;
-  const std::int64_t done = Done();
-  const std::int64_t perCent = done > kEnd / 100 ? done / (total / 100) : done * 100 / total;
+  const std::int64_t perCent = Done() * 100 / total;
   return static_cast<double>(perCent) / 100.0;
 }
 

@@ -12,9 +12,10 @@ class DtmExtentsProcessor;
 /// `ProcessArea` and `InitRow` are never called. The walk can be stopped before each cell.
 class DtmAllAreasCellProcessor : public DtmWalker {
  public:
-  /// @param extents  read when `Process` begins, and not owned. With nothing found there are no cells, and the answer
-  /// is
-  ///                 that of `Fini`; with null the walk answers false.
+  /// @param extents  read when `Process` begins, after the processor's `Init`, and not owned. With nothing found there
+  ///                 are no cells, and the walk answers what `Fini` does. With null it answers false, and the processor
+  ///                 is told nothing.
+  /// @param owns     `access` and `processor` are deleted with the walker, the processor first.
   DtmAllAreasCellProcessor(DtmAccess* access, DtmProcessor* processor, DtmExtentsProcessor* extents, bool owns);
 
   bool Process() override;

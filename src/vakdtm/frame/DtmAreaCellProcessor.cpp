@@ -1,6 +1,6 @@
 #include "vakdtm/frame/DtmAreaCellProcessor.h"
 
-#include <algorithm>
+#include <cstddef>
 
 #include "vakdtm/frame/DtmProcessor.h"
 #include "vakdtm/store/DtmAccess.h"
@@ -16,8 +16,12 @@ bool DtmAreaCellProcessor::Process() {
   if (access_ == nullptr || processor_ == nullptr || !processor_->Init(*access_)) return false;
   const DtmFile* const file = access_->GetDtmFile();
   if (file == nullptr) return false;
-  const auto walk = [&](int place) { return WalkArea(*file, place); };
-  return std::all_of(areas_.begin(), areas_.end(), walk) && processor_->Fini();
+  // By places in the list, which may grow, and so move, while a processor works.
+  std::size_t next = 0;
+  while (next < areas_.size()) {
+    if (!WalkArea(*file, areas_[next++])) return false;
+  }
+  return processor_->Fini();
 }
 
 bool DtmAreaCellProcessor::WalkArea(const DtmFile& file, int place) {

@@ -18,7 +18,8 @@ class DtmAreaCellProcessor : public Processor {
  public:
   /// @param access,processor  not owned. Without one of them, or a file in the access, `Process` answers false.
   /// @param areas  places in the file's list of areas (`DtmFile::GetArea`); must outlive the walker, which looks at it
-  ///               when it runs. A place that the file doesn't have ends the walk there with false.
+  ///               when it runs: what the processor adds to the list meanwhile is walked too. A place that the file
+  ///               doesn't have ends the walk there with false.
   DtmAreaCellProcessor(DtmAccess* access, DtmProcessor* processor, const std::vector<int>& areas);
 
   bool Process() override;

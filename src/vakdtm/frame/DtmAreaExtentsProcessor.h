@@ -21,7 +21,7 @@ class DtmAreaExtentsProcessor : public DtmProcessor {
 
   // False, with nothing changed, when no area was seen.
 
-  /// @param page  gets the outer edges of the outermost areas, metres.
+  /// @param page  gets the outer edges of the outermost areas, in model units (metres).
   bool GetExtents(Page& page) const;
   /// Rows and columns of cells, inclusive.
   bool GetExtents(int& minRow, int& minCol, int& maxRow, int& maxCol) const;

@@ -17,7 +17,7 @@ bool DtmCellProcessor::Process() {
   if (file == nullptr) return false;
   const std::int64_t areaCells = std::int64_t{file->AreaSize()} * file->AreaSize();
   const int count = file->NumAreas();
-  SetTotal(areaCells * count);
+  SetTotal(areaCells, count);
   for (int i = 0; i < count; ++i) {
     if (IsStopped()) return false;
     DtmArea* const area = file->GetArea(i);

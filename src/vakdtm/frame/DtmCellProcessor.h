@@ -14,6 +14,7 @@ class DtmArea;
 /// so that progress needn't reach 1. `colEnd` is behind the last column.
 class DtmCellProcessor : public DtmWalker {
  public:
+  /// @param owns  `access` and `processor` are deleted with the walker, the processor first.
   DtmCellProcessor(DtmAccess* access, DtmProcessor* processor, bool owns);
 
   bool Process() override;

@@ -18,6 +18,8 @@ constexpr int kLargestInt = std::numeric_limits<int>::max();
 
 /// Cells a pixel, at least 1.
 int CalcStep(double scale, double cellSize) {
+  // Its quotient is infinite with either sign, and that of the zero means nothing.
+  if (scale == 0.0) return kLargestInt;
   const double step = 1.0 / scale / cellSize;
   if (!(step >= 1.0)) return 1;
   return step < kLargestInt ? static_cast<int>(step) : kLargestInt;
@@ -57,7 +59,7 @@ bool DtmLinearRectProcessor::Process() {
 
   const Steps rows(range->lowestRow, range->highestRow, rowStep_);
   const Steps cols(range->lowestCol, range->highestCol, colStep_);
-  SetTotal((rows.end - rows.begin) * (cols.end - cols.begin));
+  SetTotal(rows.end - rows.begin, cols.end - cols.begin);
   const auto colBegin = static_cast<int>(cols.begin);
   const auto colEnd = static_cast<int>(std::min<std::int64_t>(cols.end, kLargestInt));
   const double cellArea = file->CellSize() * file->CellSize();

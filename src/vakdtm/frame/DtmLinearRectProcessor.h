@@ -17,14 +17,18 @@ namespace vak {
 /// The walk can be stopped before each cell. Infinite and invalid rectangles are as for `DtmRectProcessor`.
 class DtmLinearRectProcessor : public DtmWalker {
  public:
+  /// @param rect  in model units (metres).
+  /// @param owns  `access` and `processor` are deleted with the walker, the processor first.
   DtmLinearRectProcessor(const Page& rect, DtmAccess* access, DtmProcessor* processor, bool owns);
 
-  /// Sets the steps so that no more cells are shown than pixels. Without effect when the access has no file.
-  /// @param scale  pixels a metre; negative in y, since rows of pixels go downwards. One that makes a step below 1, or
-  ///               none, makes it 1.
+  /// Sets the steps so that no more cells are shown than pixels. Without effect when the access has no file yet.
+  /// @param scale  pixels a model unit (metre); negative in y, since rows of pixels go downwards. One that makes a step
+  ///               below 1, or none, makes it 1: of the wrong sign, infinite, not a number. With 0, of either sign, all
+  ///               is in one pixel, and the step is the largest there is.
   void SetDrawScale(const Point& scale);
 
-  /// Gives the access a cache that holds the areas of a row across the rectangle.
+  /// Gives the access a cache that holds the areas of a row across the rectangle; the access keeps that size
+  /// afterwards.
   bool Process() override;
 
  private:

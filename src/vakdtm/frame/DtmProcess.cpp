@@ -8,6 +8,7 @@
 #include "vakdtm/frame/DtmExtentsProcessor.h"
 #include "vakdtm/frame/DtmMultiProcessor.h"
 #include "vakdtm/frame/DtmRectProcessor.h"
+#include "vakdtm/frame/SharedCellRange.h"
 #include "vakdtm/services/jobs/ParallelProcessor.h"
 #include "vakdtm/services/jobs/ProcessThread.h"
 #include "vakdtm/services/platform/Platform.h"
@@ -21,14 +22,22 @@ namespace {
 
 constexpr unsigned long kUpdateInterval = 125;  // ms
 
+/// @return null when there can't be one.
+std::unique_ptr<DtmProcessor> MakeClone(DtmProcessor& processor) {
+  try {
+    return std::unique_ptr<DtmProcessor>(processor.Clone());
+  } catch (...) {
+    return nullptr;
+  }
+}
+
 }  // namespace
 
 struct DtmProcess::process_step {
-  /// What copies of a job share, until one of them is started and takes it.
+  /// What copies of a job share, until one of them is started and takes it: there is no access then.
   struct Parts {
     std::unique_ptr<DtmAccess> access;
-    std::unique_ptr<DtmProcessor> processor;  // a DtmMultiProcessor as soon as there is more than one
-    bool taken = false;
+    std::unique_ptr<DtmProcessor> processor;  // a DtmMultiProcessor as soon as there is more than one; goes first
   };
 
   std::shared_ptr<Parts> held = std::make_shared<Parts>();
@@ -68,6 +77,7 @@ DtmProcess::process_step* DtmProcess::FindStep(int step) {
 void DtmProcess::AddProcessor(int step, DtmProcessor* processor) {
   std::unique_ptr<DtmProcessor> added(processor);
   process_step* const found = FindStep(step);
+  // Null isn't added: it would make a group of a lone processor, which then isn't told of rows any more.
   if (found == nullptr || added == nullptr) return;
   std::unique_ptr<DtmProcessor>& present = found->held->processor;
   if (present == nullptr) {
@@ -108,7 +118,7 @@ void DtmProcess::Init(ProcessThread* thread) {
   if (thread == nullptr) return;
   const std::vector<process_step> steps = std::exchange(steps_, {});
   for (const process_step& step : steps) {
-    if (std::exchange(step.held->taken, true)) continue;
+    if (step.held->access == nullptr) continue;
     std::unique_ptr<Processor> walker = CreateWalker(step);
     walker->SetAllowStop(step.allowStop);
     thread->AddProcessor(walker.release(), step.name);
@@ -135,15 +145,17 @@ Processor* DtmProcess::CreateRectProcessor(const process_step& step) {
   std::vector<std::unique_ptr<DtmRectProcessor>> walkers;
   walkers.push_back(std::move(first));
   for (unsigned long i = 1; i < cores; ++i) {
-    std::unique_ptr<DtmProcessor> clone(processor->Clone());
+    std::unique_ptr<DtmProcessor> clone = MakeClone(*processor);
     if (clone == nullptr) return walkers.front().release();
     auto copy = std::make_unique<DtmAccess>(*access);
     walkers.push_back(std::make_unique<DtmRectProcessor>(step.rectangle, copy.release(), clone.release(), true));
   }
   const auto counter = std::make_shared<AtomicCounter>();
+  const auto range = std::make_shared<SharedCellRange>();
   auto group = std::make_unique<ParallelProcessor>();
   for (auto& walker : walkers) {
     walker->SetSharedCounter(counter);
+    walker->SetSharedRange(range);
     group->AddProcessor(walker.release());
   }
   return group.release();

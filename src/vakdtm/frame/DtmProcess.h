@@ -31,8 +31,10 @@ class DtmProcess {
   ~DtmProcess();
 
   /// Adds a step. Changes that its processors make reach the model's views at most every 125 ms.
+  /// @param file      the model, not owned; held open as said above. With null, or one that can't be opened, the step
+  ///                  fails when it is its turn, unless its processor's `Init` attaches a model to the access.
   /// @param nameId    of the text that is shown while it runs (`LoadString`).
-  /// @param rect      what to walk, metres; null or invalid: all cells of areas that aren't empty.
+  /// @param rect      what to walk, in model units (metres); null or invalid: all cells of areas that aren't empty.
   /// @param allCells  every cell of `extents`, in place of the rectangle.
   /// @param extents   not owned; may be filled by a step before this one.
   /// @return the step's number, from 0.
@@ -48,8 +50,10 @@ class DtmProcess {
 
   /// Lets the rectangle of a step be walked by as many threads as there are cores; at first it isn't. Without effect on
   /// a step without a valid rectangle or with `allCells`. To be set when the processor's `Clone` works, and its cells
-  /// don't depend on what others do to their neighbours. A processor that can't be cloned is run by one thread all the
-  /// same. Clones do their part of the work on their own; what becomes of their results is theirs to arrange.
+  /// don't depend on what others do to their neighbours. A processor that can't be cloned, be it that its `Clone`
+  /// throws, is run by one thread all the same. Clones do their part of the work on their own; what becomes of their
+  /// results is theirs to arrange. When one of them answers false, or throws, the others are ended before their next
+  /// cell, without their `Fini`, and the step has failed.
   void SetAllowParallel(int step, bool allow);
 
   /// Starts the job in the background.

@@ -19,16 +19,18 @@ class DtmAccess;
 /// - `Fini` once, when the walk has run to its end; its answer is the walk's. A walk that failed or was stopped doesn't
 ///   call it: what `Init` took is freed by the destructor.
 ///
-/// | Walker                      | order                        | `ProcessArea` false | `InitRow` | `colEnd`        |
-/// |-----------------------------|------------------------------|---------------------|-----------|-----------------|
-/// | `DtmCellProcessor`          | areas as listed              | ends the walk       | called    | behind the last |
-/// | `DtmAllAreasCellProcessor`  | rows, from the top           | never called        | never     |                 |
-/// | `DtmAreaCellProcessor`      | areas as asked for           | ends the walk       | never     |                 |
-/// | `DtmRectProcessor`          | areas, from the bottom row   | skips the area      | called    | the last itself |
-/// | `DtmLinearRectProcessor`    | rows, from the bottom        | never called        | called    | behind the last |
+/// | Walker                     | order                 | `ProcessArea` | `InitRow` | `colEnd`        | stop tested |
+/// |----------------------------|-----------------------|---------------|-----------|-----------------|-------------|
+/// | `DtmCellProcessor`         | areas as listed       | false ends    | called    | behind the last | area, cell  |
+/// | `DtmAllAreasCellProcessor` | rows from the top     | never called  | never     |                 | cell        |
+/// | `DtmAreaCellProcessor`     | areas as asked for    | false ends    | never     |                 | never       |
+/// | `DtmRectProcessor`         | areas from the bottom | false skips   | called    | the last itself | area, cell  |
+/// | `DtmLinearRectProcessor`   | rows from the bottom  | never called  | called    | behind the last | cell        |
 ///
-/// Who sizes a buffer by `colEnd` allows for one column more under `DtmRectProcessor`. In an area, rows go upwards and
-/// columns to the right. An override of `InitRow` that answers false skips the cells of the row.
+/// `ProcessArea` false ends the walk with false, or skips the area's cells. Who sizes a buffer by `colEnd` allows for
+/// one column more under `DtmRectProcessor`. In an area, rows go upwards and columns to the right. An override of
+/// `InitRow` that answers false skips the cells of the row. A stop is tested before each of what the table names, and
+/// ends the walk with false.
 ///
 /// A processor belongs to the thread that runs its walker. It doesn't own the access that it is shown.
 class DtmProcessor {
@@ -50,14 +52,17 @@ class DtmProcessor {
   }
 
   /// @param row,col  of the area's bottom-left cell.
-  /// @param area     plan area of what is to be walked of it, in square metres. Who leaves 0 or less in it doesn't want
-  ///                 the area's cells: the walker skips them, and they count as done.
+  /// @param area     plan area of what is to be walked of it, in square model units (square metres). Who leaves 0 or
+  ///                 less in it doesn't want the area's cells: the walker skips them, and they count as done. A
+  ///                 not-a-number isn't 0 or less to `DtmCellProcessor`, which goes on; it isn't above 0 to
+  ///                 `DtmAreaCellProcessor` and `DtmRectProcessor`, which skip the cells.
   virtual bool ProcessArea([[maybe_unused]] int row, [[maybe_unused]] int col, [[maybe_unused]] double& area) {
     return true;
   }
 
-  /// @param area  plan area of the cell, in square metres: less than the whole cell where a rectangle or a polygon cuts
-  ///              it. A `DtmMultiProcessor` doesn't show the cell to its further members when 0 or less is left in it.
+  /// @param area  plan area of the cell, in square model units (square metres): less than the whole cell where a
+  ///              rectangle or a polygon cuts it. A `DtmMultiProcessor` doesn't show the cell to its further members
+  ///              when 0 or less is left in it.
   virtual bool ProcessCell(int row, int col, double& area) = 0;
 
   // Walks on the calling thread. They answer as the walk does.
@@ -65,9 +70,10 @@ class DtmProcessor {
   /// All cells of the areas that aren't empty.
   bool ProcessAllCells(DtmAccess& access);
   /// The cells of a rectangle, area by area.
-  /// @param rect  metres.
+  /// @param rect  in model units (metres).
   bool ProcessRect(DtmAccess& access, const Page& rect);
-  /// The cells of a rectangle, row by row.
+  /// The cells of a rectangle, row by row, with steps of 1.
+  /// @param rect  in model units (metres).
   bool ProcessLinearRect(DtmAccess& access, const Page& rect);
 
  protected:

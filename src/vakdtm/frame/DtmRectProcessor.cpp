@@ -14,11 +14,12 @@ namespace vak {
 namespace {
 
 /// A coordinate that is a multiple of the cell size but for rounding, as exactly that product: otherwise a sliver of
-/// the next cell, some 1e-17 of it, would be shown as a cell.
+/// the next cell, some 1e-17 of it, would be shown as a cell. By 0 the rounding is that of what was subtracted, which
+/// isn't known: a cell's size stands for it.
 double MoveOntoEdge(double coordinate, double cellSize) {
   constexpr double kRounding = 4 * std::numeric_limits<double>::epsilon();
   const double edge = std::round(coordinate / cellSize) * cellSize;
-  return std::abs(coordinate - edge) <= kRounding * std::abs(edge) ? edge : coordinate;
+  return std::abs(coordinate - edge) <= kRounding * std::max(std::abs(edge), cellSize) ? edge : coordinate;
 }
 
 }  // namespace
@@ -32,7 +33,10 @@ struct DtmRectProcessor::Walk {
 };
 
 DtmRectProcessor::DtmRectProcessor(const Page& rect, DtmAccess* access, DtmProcessor* processor, bool owns)
-    : DtmWalker(access, processor, owns), rect_(rect), counter_(std::make_shared<AtomicCounter>()) {
+    : DtmWalker(access, processor, owns),
+      rect_(rect),
+      counter_(std::make_shared<AtomicCounter>()),
+      range_(std::make_shared<SharedCellRange>()) {
   DtmRectProcessor::Initialize();
 }
 
@@ -40,20 +44,31 @@ void DtmRectProcessor::SetSharedCounter(const std::shared_ptr<AtomicCounter>& co
   if (counter != nullptr) counter_ = counter;
 }
 
+void DtmRectProcessor::SetSharedRange(const std::shared_ptr<SharedCellRange>& range) {
+  if (range != nullptr) range_ = range;
+}
+
 bool DtmRectProcessor::Initialize() {
   if (!Processor::Initialize()) return false;
   const DtmFile* const file = File();
-  const std::optional<CellRange> range = file != nullptr ? CellRange::Find(*file, rect_) : CellRange();
   SetDone(0);
-  SetTotal(range && !range->IsEmpty() ? range->NumCols() * range->NumRows() : 0);
+  SetTotal(file != nullptr ? CellRange::Find(*file, rect_) : std::nullopt);
   counter_->Reset();
+  range_->Reset();
   return true;
+}
+
+void DtmRectProcessor::SetTotal(const std::optional<CellRange>& range) {
+  const bool hasCells = range && !range->IsEmpty();
+  DtmWalker::SetTotal(hasCells ? range->NumRows() : 0, hasCells ? range->NumCols() : 0);
 }
 
 bool DtmRectProcessor::Process() {
   const DtmFile* const file = Begin();
   if (file == nullptr) return false;
-  const std::optional<CellRange> range = CellRange::Find(*file, rect_);
+  // Not what `Initialize` found: the processor's `Init` may have brought the file, or areas.
+  const std::optional<CellRange> range = range_->Find(*file, rect_);
+  SetTotal(range);
   if (!range) return false;
   if (range->IsEmpty()) return Shown().Fini();
   const double c = file->CellSize();
@@ -100,13 +115,18 @@ bool DtmRectProcessor::WalkCells(const Walk& walk, const CellRange& cells) {
   return true;
 }
 
-/// What the rectangle leaves of the square whose bottom-left cell is this one, in square metres.
+/// What the rectangle leaves of the square whose bottom-left cell is this one, in square model units (square metres).
 /// @param size  of the square, in cells.
 double DtmRectProcessor::CalcArea(const Walk& walk, int row, int col, int size) {
   const double c = walk.cellSize;
   // The upper edges as the neighbour's lower ones, so that no gap is between the two.
-  Page square(col * c, row * c, (static_cast<double>(col) + size) * c, (static_cast<double>(row) + size) * c);
-  return walk.rect.ClipRect(square) ? square.Area() : 0.0;
+  const Page square(col * c, row * c, (static_cast<double>(col) + size) * c, (static_cast<double>(row) + size) * c);
+  Page left = square;
+  if (!walk.rect.ClipRect(left)) return 0.0;
+  const bool isWhole = left.left() == square.left() && left.bottom() == square.bottom() &&
+                       left.right() == square.right() && left.top() == square.top();
+  // As for the inner cells: the difference of two edges isn't the size to the last bit.
+  return isWhole ? size * c * (size * c) : left.Area();
 }
 
 }  // namespace vak

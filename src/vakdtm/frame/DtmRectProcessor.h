@@ -1,10 +1,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "vakdtm/frame/AtomicCounter.h"
 #include "vakdtm/frame/CellRange.h"
 #include "vakdtm/frame/DtmWalker.h"
+#include "vakdtm/frame/SharedCellRange.h"
 #include "vakdtm/services/geometry/Page.h"
 
 namespace vak {
@@ -19,20 +21,28 @@ namespace vak {
 /// cell.
 ///
 /// The upper and right edges belong to the rectangle: cells that they only touch are counted, but have no plan area and
-/// aren't shown. An edge that lies on one of cells but for the rounding of their product counts as lying on it. An
-/// infinite rectangle is the whole model, see `CellRange::Find`; an invalid one has no cells, and the walk answers what
-/// `Fini` does.
+/// aren't shown. An edge that lies on one of cells but for the rounding of their product counts as lying on it. What
+/// isn't cut has exactly the plan area c x c, or (S x c) x (S x c) for a position, with cells of c and areas of S cells
+/// a side. An infinite rectangle is the whole model, as it is when the walk begins, see `CellRange::Find`; an invalid
+/// one has no cells, and the walk answers what `Fini` does.
 ///
 /// Several walkers on one rectangle, each on a thread of its own with its own processor and access, divide the work
-/// when they share a counter: each position is claimed by exactly one of them.
+/// when they share a counter and a range: each position is claimed by exactly one of them. The progress of each is the
+/// part of the whole rectangle that it has done.
 class DtmRectProcessor : public DtmWalker {
  public:
+  /// @param rect  in model units (metres).
+  /// @param owns  `access` and `processor` are deleted with the walker, the processor first.
   DtmRectProcessor(const Page& rect, DtmAccess* access, DtmProcessor* processor, bool owns);
 
   /// Replaces the walker's own counter. Before `Initialize` of all walkers that share it. Null leaves it as it is.
   void SetSharedCounter(const std::shared_ptr<AtomicCounter>& counter);
 
-  /// Starts anew, with the shared counter too: of a group, all are initialised before any runs.
+  /// Replaces the walker's own range, likewise. Walkers that share a counter need it as well: the range of a rectangle
+  /// that is cut to the model's areas depends on when it is found, and with it what a number of the counter means.
+  void SetSharedRange(const std::shared_ptr<SharedCellRange>& range);
+
+  /// Starts anew, with the shared counter and range too: of a group, all are initialised before any runs.
   bool Initialize() override;
 
   bool Process() override;
@@ -40,12 +50,14 @@ class DtmRectProcessor : public DtmWalker {
  private:
   struct Walk;
 
+  void SetTotal(const std::optional<CellRange>& range);
   bool WalkPosition(const Walk& walk, int areaRow, int areaCol);
   bool WalkCells(const Walk& walk, const CellRange& cells);
   static double CalcArea(const Walk& walk, int row, int col, int size);
 
   const Page rect_;
-  std::shared_ptr<AtomicCounter> counter_;
+  std::shared_ptr<AtomicCounter> counter_;  // neither of them null
+  std::shared_ptr<SharedCellRange> range_;
 };
 
 }  // namespace vak

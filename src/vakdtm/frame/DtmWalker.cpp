@@ -1,5 +1,7 @@
 #include "vakdtm/frame/DtmWalker.h"
 
+#include <limits>
+
 #include "vakdtm/frame/DtmProcessor.h"
 #include "vakdtm/store/DtmAccess.h"
 
@@ -16,6 +18,11 @@ DtmWalker::~DtmWalker() = default;
 double DtmWalker::GetProgress() const {
   const std::int64_t total = Total();
   return total == 0 ? 0.0 : static_cast<double>(Done()) / static_cast<double>(total);
+}
+
+void DtmWalker::SetTotal(std::int64_t rows, std::int64_t cols) {
+  constexpr std::int64_t kEnd = std::numeric_limits<std::int64_t>::max();
+  total_.store(rows > 0 && cols > kEnd / rows ? kEnd : rows * cols, std::memory_order_relaxed);
 }
 
 DtmFile* DtmWalker::File() const { return access_ != nullptr ? access_->GetDtmFile() : nullptr; }

@@ -14,8 +14,9 @@ class DtmProcessor;
 
 /// What the walkers have in common: whom they show the cells of which model, and how far they are.
 ///
-/// A walker is run once, on one thread; `Stop` and `GetProgress` may be called by others meanwhile. Without a
-/// processor, an access, or a file in it, `Process` answers false. What has been done to cells stays done when a walk
+/// A walker is run once, on one thread; `Stop` and `GetProgress` may be called by others meanwhile. The processor's
+/// `Init` is called before the walker looks at the file, and may attach one to the access. Without a processor, an
+/// access, or a file in it behind `Init`, `Process` answers false. What has been done to cells stays done when a walk
 /// fails.
 class DtmWalker : public Processor {
  public:
@@ -40,7 +41,9 @@ class DtmWalker : public Processor {
   std::int64_t Done() const { return done_.load(std::memory_order_relaxed); }
   std::int64_t Total() const { return total_.load(std::memory_order_relaxed); }
   void SetDone(std::int64_t done) { done_.store(done, std::memory_order_relaxed); }
-  void SetTotal(std::int64_t total) { total_.store(total, std::memory_order_relaxed); }
+  /// Rows times columns, or areas times the cells of one; none of them below 0. The type's end when there are more: all
+  /// cells that rows and columns of 32 bits can tell are one too many for 64.
+  void SetTotal(std::int64_t rows, std::int64_t cols);
   /// No read-modify-write: the thread of the walk alone writes, and it does so for every cell.
   void AddDone(std::int64_t cells) { SetDone(Done() + cells); }
 

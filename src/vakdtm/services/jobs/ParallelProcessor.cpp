@@ -1,5 +1,6 @@
 #include "vakdtm/services/jobs/ParallelProcessor.h"
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <system_error>
@@ -62,10 +63,9 @@ bool ParallelProcessor::Process() {
 }
 
 double ParallelProcessor::GetProgress() const {
-  if (members_.empty()) return 0.0;
   double sum = 0.0;
   for (const auto& member : members_) sum += member->GetProgress();
-  return sum / static_cast<double>(members_.size());
+  return std::min(sum, 1.0);
 }
 
 void ParallelProcessor::Stop() {

@@ -33,7 +33,7 @@ class ParallelProcessor : public Processor {
   /// @return true when all answered true, or there are none; false, without running any, when the group is stopped.
   bool Process() override;
 
-  /// The mean of the members' progress; 0 without any.
+  /// The members' progress added up, at most 1: each tells what part of the whole work it has done. 0 without any.
   double GetProgress() const override;
 
   /// Stops the group and all members that allow it. Without effect on any while the group doesn't allow it.

@@ -59,7 +59,8 @@ bool DtmMinMaxZ::AddArea(DtmFile& file, int index, float& low, float& high) {
 
 bool DtmMinMaxZ::SaveTable(float low, float high) const {
   ColorTable table;
-  table.SetRange(static_cast<double>(low), static_cast<double>(high), kColorSteps, true, false);
+  // Heights beyond what a float holds have no bounds: a table that was there is better than one without classes.
+  if (!table.SetRange(static_cast<double>(low), static_cast<double>(high), kColorSteps, true, false)) return false;
   SmartFileImpl file;
   file.FileClose();
   return table.FileSave(file.GetFileObject()) && file.FileSave(kColorTableFile, colorTablePath_);

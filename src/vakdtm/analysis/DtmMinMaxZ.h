@@ -20,11 +20,13 @@ class DtmMinMaxZ : public Processor {
   DtmMinMaxZ(DtmFile* file, std::wstring colorTablePath);
   ~DtmMinMaxZ() override;
 
-  /// @return true when the table was written, and when the model has no heights, where none is written.
+  /// @return true when the table was written, and when the model has no heights, where none is written. False when
+  /// an area can't be read, when a height is beyond the range of a float, and when the table can't be written.
   bool Process() override;
 
  private:
-  /// Widens the two by the area's range. @return false when that can't be found.
+  /// Widens the two by the area's range, which is worked out from the cells where the area keeps none.
+  /// @return false when there is no such area or its cells can't be read.
   static bool AddArea(DtmFile& file, int index, float& low, float& high);
   bool SaveTable(float low, float high) const;
 

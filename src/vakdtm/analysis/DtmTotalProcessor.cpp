@@ -60,7 +60,10 @@ void WriteHeadings(CFile& file) {
   CVakCsvString line;
   std::size_t item = 0;
   const auto add = [&](int id, const std::wstring& unit) {
-    line.SetItem(item++, unit.empty() ? LoadString(id) : LoadString(id) + L' ' + unit);
+    std::wstring text = unit.empty() ? LoadString(id) : LoadString(id) + L' ' + unit;
+    // The texts are those of the message, where tabs align the values. A tab between the items is another matter.
+    std::erase(text, L'\t');
+    line.SetItem(item++, text);
   };
   add(StringId::kStatsClippingPolygon, {});
   add(StringId::kStatsUsedCells, {});
@@ -72,10 +75,7 @@ void WriteHeadings(CFile& file) {
   }
   add(StringId::kStatsTotalHits, {});
   add(StringId::kStatsLatestTime, {});
-  std::wstring text = line.GetString();
-  // The texts are those of the message, where tabs align the values.
-  std::erase(text, L'\t');
-  WriteLine(file, text);
+  WriteLine(file, line.GetString());
 }
 
 /// The report for a person: lines for the log, and the text of a box.
@@ -287,7 +287,8 @@ bool DtmTotalProcessor::GetStandardDeviation(double& deviation) const {
   const double n = hitArea_ / cellArea_;
   if (n < 1.5 || hitArea_ == 0.0) return false;
   const double mean = hitZSum_ / hitArea_;
-  deviation = std::sqrt(std::max(0.0, hitSquareSum_ - mean * mean * n) / (n - 1));
+  // In this order a sum that is no number stays that, and isn't taken for a deviation of 0.
+  deviation = std::sqrt(std::max(hitSquareSum_ - mean * mean * n, 0.0) / (n - 1));
   return true;
 }
 

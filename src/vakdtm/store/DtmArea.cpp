@@ -233,8 +233,14 @@ void DtmArea::FindMinMaxZ(const int* ids, int count) {
   float lo = kNoLowestZ;
   float hi = kNoHighestZ;
   for (int i = 0; i < count; ++i) {
+    if (!file_->HasBlockId(ids[i])) continue;
     DtmDataBlock* block = OpenDataBlock(ids[i]);
-    if (!block) continue;
+    if (!block) {
+      // A range without the cells that couldn't be read would pass for the area's, and go into the file as such.
+      ResetMinMaxZ();
+      rangeValid_ = false;
+      return;
+    }
     block->FindMinMax(lo, hi);
     block->Close();
   }

@@ -109,7 +109,8 @@ class DtmArea {
     if (z < lowestZ_) lowestZ_ = z;
     if (z > highestZ_) highestZ_ = z;
   }
-  /// Works the range out from the cells of these blocks and marks it valid.
+  /// Works the range out from the cells of these blocks and marks it valid, unless one of them can't be read: then
+  /// there is no valid range. Kinds that the model doesn't have add nothing.
   void FindMinMaxZ(const int* ids, int count);
 
   /// Writes the blocks that differ from the file to their places. @return false when unwritten or a write failed.

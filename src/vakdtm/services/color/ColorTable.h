@@ -94,7 +94,7 @@ class ColorTable {
   /// @param lightness   gets 0 to 1.
   static void RGBtoHSL(Color color, double& hue, double& saturation, double& lightness);
 
-  /// @param hue  degrees, any. The other two are cut to 0 to 1.
+  /// @param hue  degrees, any. The other two are cut to 0 to 1. What is no number counts as 0.
   static Color HSLtoRGB(double hue, double saturation, double lightness);
 
  private:

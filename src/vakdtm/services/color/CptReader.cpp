@@ -246,7 +246,7 @@ class Parser {
     if (!(slice.lower < slice.upper)) return Refuse(L"the values don't rise");
     if (slices_.empty()) return true;
     const double before = slices_.back().upper;
-    const double size = std::max({std::fabs(before), std::fabs(slice.lower), slice.upper - slice.lower});
+    const double size = std::max(std::fabs(before), std::fabs(slice.lower));
     if (!(std::fabs(slice.lower - before) <= kGap * size)) return Refuse(L"it doesn't begin where the one before ends");
     slice.lower = before;
     return slice.lower < slice.upper || Refuse(L"the values don't rise");

@@ -18,6 +18,7 @@ void AppendQuoted(std::wstring& line, const std::wstring& item) {
 }  // namespace
 
 void CVakCsvString::SetItem(std::size_t index, const std::wstring& text) {
+  if (index >= kMostItems) return;
   if (index >= items_.size()) items_.resize(index + 1);
   items_[index] = text;
 }

@@ -13,10 +13,13 @@ namespace vak {
 /// The marks of the locale are taken when the line is built and stay. Belongs to one thread.
 class CVakCsvString {
  public:
+  /// A line has no more items than this.
+  static constexpr std::size_t kMostItems = 1 << 16;
+
   CVakCsvString() = default;
 
   /// Sets an item to a text as it stands: a name, a heading, a time.
-  /// @param index  from 0; items that were never set and lie before it are empty.
+  /// @param index  from 0; items that were never set and lie before it are empty. From `kMostItems` on nothing is set.
   void SetItem(std::size_t index, const std::wstring& text);
 
   /// Sets an item to the text of a number, whose decimal point becomes the locale's mark. Text that has passed through

@@ -11,6 +11,7 @@
 
 #include "Command.h"
 #include "support/CommandModels.h"
+#include "support/RunGdal.h"
 #include "support/TestLocale.h"
 
 namespace vak {
@@ -164,29 +165,23 @@ TEST_F(ExportCommand, AnotherReaderSeesTheCellsInGridAndList) {
   fs::rename(models_.File("out"), models_.File("grid.asc"));
   Exported("csv", {"--blocks", "VAL,NUM", "--decimals", "9"});
   fs::rename(models_.File("out"), models_.File("list.csv"));
-  const CommandResult result =
-      test::RunCommand(
-          {"/usr/bin/python3", "-B", "-c",
-           "import sys\n"
-           "from osgeo import gdal\n"
-           "gdal.UseExceptions()\n"
-           "gdal.SetConfigOption('AAIGRID_DATATYPE', 'Float64')\n"
-           "folder = sys.argv[1]\n"
-           "cells = {tuple(map(float, l.split()[:2])): float(l.split()[2]) for l in open(folder + '/cells.txt')}\n"
-           "grid = gdal.Open(folder + '/grid.asc')\n"
-           "x0, dx, _, y0, _, dy = grid.GetGeoTransform()\n"
-           "values = grid.ReadAsArray()\n"
-           "none = grid.GetRasterBand(1).GetNoDataValue()\n"
-           "seen = {(x0 + (c + .5) * dx, y0 + (r + .5) * dy): values[r][c]\n"
-           "        for r in range(grid.RasterYSize) for c in range(grid.RasterXSize) if values[r][c] != none}\n"
-           "assert seen == cells, 'the grid differs'\n"
-           "file = gdal.OpenEx(folder + '/list.csv', gdal.OF_VECTOR)\n"
-           "listed = {(float(f['X']), float(f['Y'])): float(f['VAL']) for f in file.GetLayer(0)}\n"
-           "assert listed.keys() == cells.keys(), 'the list has other places'\n"
-           "assert max(abs(listed[k] - cells[k]) for k in cells) < 1e-9, 'the list has other values'\n"
-           "print(len(cells))\n",
-           models_.Folder().Path().string()})
-          .Wait();
+  const CommandResult result = test::RunGdal(
+      "gdal.SetConfigOption('AAIGRID_DATATYPE', 'Float64')\n"
+      "folder = sys.argv[1]\n"
+      "cells = {tuple(map(float, l.split()[:2])): float(l.split()[2]) for l in open(folder + '/cells.txt')}\n"
+      "grid = gdal.Open(folder + '/grid.asc')\n"
+      "x0, dx, _, y0, _, dy = grid.GetGeoTransform()\n"
+      "values = grid.ReadAsArray()\n"
+      "none = grid.GetRasterBand(1).GetNoDataValue()\n"
+      "seen = {(x0 + (c + .5) * dx, y0 + (r + .5) * dy): values[r][c]\n"
+      "        for r in range(grid.RasterYSize) for c in range(grid.RasterXSize) if values[r][c] != none}\n"
+      "assert seen == cells, 'the grid differs'\n"
+      "file = gdal.OpenEx(folder + '/list.csv', gdal.OF_VECTOR)\n"
+      "listed = {(float(f['X']), float(f['Y'])): float(f['VAL']) for f in file.GetLayer(0)}\n"
+      "assert listed.keys() == cells.keys(), 'the list has other places'\n"
+      "assert max(abs(listed[k] - cells[k]) for k in cells) < 1e-9, 'the list has other values'\n"
+      "print(len(cells))\n",
+      models_.Folder().Path().string());
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.out, "343\n");
 }

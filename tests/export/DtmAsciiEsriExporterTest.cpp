@@ -16,7 +16,7 @@
 #include "vakdtm/store/DtmBlockId.h"
 
 #include "support/DecimalComma.h"
-#include "support/RunCommand.h"
+#include "support/RunGdal.h"
 #include "support/TestFolder.h"
 #include "support/TestGrid.h"
 
@@ -24,7 +24,6 @@ namespace vak {
 namespace {
 
 using test::DecimalComma;
-using test::RunCommand;
 using test::TestFolder;
 using test::TestGrid;
 
@@ -263,9 +262,6 @@ TEST(DtmAsciiEsriExporter, AnotherReaderFindsEveryCellWhereItIs) {
     EsriExport esri(grid, {.valueFormat = L"%.3f ", .corner = corner});
     ASSERT_TRUE(esri.Run());
     const std::string script =
-        "import sys\n"
-        "from osgeo import gdal\n"
-        "gdal.UseExceptions()\n"
         "raster = gdal.Open(sys.argv[1])\n"
         "band = raster.GetRasterBand(1)\n"
         "left, width, _, top, _, height = raster.GetGeoTransform()\n"
@@ -274,7 +270,7 @@ TEST(DtmAsciiEsriExporter, AnotherReaderFindsEveryCellWhereItIs) {
         "    for col in range(raster.RasterXSize):\n"
         "        x, y, z = left + (col + 0.5) * width, top + (row + 0.5) * height, cells[row][col]\n"
         "        print('%.3f %.3f %s' % (x, y, 'none' if z == band.GetNoDataValue() else '%.3f' % z))\n";
-    const auto result = RunCommand({"/usr/bin/python3", "-c", script, esri.Folder().File("a.asc")}).Wait();
+    const auto result = test::RunGdal(script, esri.Folder().File("a.asc"));
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, expected);
   }

@@ -19,7 +19,7 @@
 #include "vakdtm/store/DtmBlockId.h"
 
 #include "support/DecimalComma.h"
-#include "support/RunCommand.h"
+#include "support/RunGdal.h"
 #include "support/TestFolder.h"
 #include "support/TestGrid.h"
 
@@ -27,7 +27,6 @@ namespace vak {
 namespace {
 
 using test::DecimalComma;
-using test::RunCommand;
 using test::TestFolder;
 using test::TestGrid;
 
@@ -386,9 +385,6 @@ TEST(DtmAsciiExporter, AnotherReaderFindsEveryCell) {
   ASSERT_TRUE(exporter.ProcessAllCells(grid.Access()));
   ASSERT_TRUE(exporter.Close());
   const std::string script =
-      "import sys\n"
-      "from osgeo import gdal, ogr\n"
-      "gdal.UseExceptions()\n"
       "file = gdal.OpenEx(sys.argv[1], gdal.OF_VECTOR,\n"
       "                   open_options=['X_POSSIBLE_NAMES=X', 'Y_POSSIBLE_NAMES=Y', 'AUTODETECT_TYPE=YES'])\n"
       "cells = []\n"
@@ -398,7 +394,7 @@ TEST(DtmAsciiExporter, AnotherReaderFindsEveryCell) {
       "    cells.append((place.GetY(), place.GetX(), cell['VAL'], hits))\n"
       "for y, x, z, hits in sorted(cells):\n"
       "    print('%.3f %.3f %.3f %s' % (x, y, z, hits))\n";
-  const auto result = RunCommand({"/usr/bin/python3", "-c", script, folder.File("a.csv")}).Wait();
+  const auto result = test::RunGdal(script, folder.File("a.csv"));
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.out, expected);
 }

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <memory>
 
 #include "vakdtm/services/text/FormatNumber.h"
@@ -114,8 +113,7 @@ int Cells(const CellsOptions& options, const CommandContext& context) {
       return context.Fail(options.model, "records no " + BlockLabel(id), "ask \"vakdtm info\" which kinds it has");
     }
   }
-  std::error_code code;
-  if (options.output != "-" && std::filesystem::equivalent(options.output, options.model, code)) {
+  if (IsSameFile(options.output, options.model)) {
     return context.Misuse("the model would be replaced by its own cells", "name another file with -o");
   }
   ResultFile output;

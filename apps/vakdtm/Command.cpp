@@ -293,8 +293,13 @@ void Exclude(CLI::Option* option, CLI::Option* other) { option->excludes(other);
 
 CLI::Option* AddText(CLI::App& command, const std::string& names, std::string& value, const std::string& typeName,
                      const std::string& description) {
-  const auto take = [&value](const std::string& text) { value = Unmarked(text); };
-  return command.add_option_function<std::string>(names, take, description)->type_name(typeName);
+  // An option with nothing in it is mostly a variable of the shell that isn't set, and would go for not given.
+  const bool isOption = names.starts_with('-');
+  return AddChecked(command, names, description, typeName, [&value, isOption](const std::string& text) {
+    if (isOption && text.empty()) return std::string("'' is empty");
+    value = text;
+    return std::string();
+  });
 }
 
 CLI::Option* AddTexts(CLI::App& command, const std::string& names, std::vector<std::string>& values,

@@ -85,8 +85,8 @@ CLI::Option* Required(CLI::Option* option);
 /// Says that two options can't stand in one command line.
 void Exclude(CLI::Option* option, CLI::Option* other);
 
-/// Adds an argument or an option whose text is taken as it is; the help calls it `typeName`. `value` must live until
-/// the command line has been parsed; the same holds for what is added below.
+/// Adds an argument or an option whose text is taken as it is; the help calls it `typeName`. An option with an empty
+/// text is wrong use. `value` must live until the command line has been parsed; the same holds for what is added below.
 CLI::Option* AddText(CLI::App& command, const std::string& names, std::string& value, const std::string& typeName,
                      const std::string& description);
 

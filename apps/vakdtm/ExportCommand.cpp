@@ -1,10 +1,13 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <locale.h>
 #include <memory>
 #include <optional>
 #include <sys/statvfs.h>
 #include <system_error>
+#include <type_traits>
+#include <wctype.h>
 
 #include "vakdtm/export/DtmAsciiEsriExporter.h"
 #include "vakdtm/export/DtmAsciiExporter.h"
@@ -27,6 +30,7 @@
 #include "ModelFile.h"
 #include "PolygonInput.h"
 #include "ProjectOptions.h"
+#include "ResultFile.h"
 #include "StopSignals.h"
 
 namespace vak {
@@ -66,11 +70,13 @@ class Export {
 
   /// Reads the polygon and opens the model. @return a status.
   int LookAtInputs() {
+    if (IsSameFile(options_.output, options_.polygon)) {
+      return context_.Misuse("the polygon would be replaced by the export", "name another file with -o");
+    }
     if (HasPolygon() && !LoadPolygon(context_, options_.polygon, polygon_)) return kCouldNotBeDone;
     model_ = OpenWholeForReading(context_, options_.model);
     if (!model_) return kCouldNotBeDone;
-    std::error_code code;
-    if (options_.output != "-" && std::filesystem::equivalent(options_.output, options_.model, code)) {
+    if (IsSameFile(options_.output, options_.model)) {
       return context_.Misuse("the model would be replaced by its own export", "name another file with -o");
     }
     if (HasPolygon() && !MeetsModel(context_, options_.polygon, polygon_, *model_)) return kCouldNotBeDone;
@@ -142,18 +148,38 @@ class Job {
 
 // ---- csv
 
-/// A mark is one character.
-bool IsMark(const std::string& text) { return FromUtf8(text).size() == 1 && text != "\n" && text != "\r"; }
+/// A mark is one character that can't be a part of a number, a quotation or a word.
+bool IsMark(const std::string& text) {
+  const std::wstring mark = FromUtf8(text);
+  // The last three are blanks that the C library takes for marks since no line may be broken there.
+  if (mark.size() != 1 || mark.find_first_of(L"+-\"'\u00A0\u2007\u202F") != std::wstring::npos) return false;
+  // Of all the world's characters, whatever the locale. The C library has this one built in.
+  const std::unique_ptr<std::remove_pointer_t<locale_t>, void (*)(locale_t)> world(
+      newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t{}), [](locale_t locale) { freelocale(locale); });
+  return world && iswpunct_l(static_cast<wint_t>(mark.front()), world.get()) != 0;
+}
 
-/// The locale's, but for what the options say.
+/// The locale's, but for what the options say. A decimal mark alone brings the list separator that goes with it.
 int SetSeparators(const CsvOptions& options, const CommandContext& context) {
   LocaleSeparators separators = GetLocaleSeparators();
-  for (const std::string* mark : {&options.decimalMark, &options.listSeparator}) {
-    if (mark->empty() || IsMark(*mark)) continue;
-    return context.Misuse("'" + *mark + "' is no single character", "give one, as in --list-separator ';'");
+  if (!options.decimalMark.empty()) {
+    if (!IsMark(options.decimalMark)) {
+      return context.Misuse("--decimal-mark: '" + options.decimalMark + "' is no mark", "give one, as ',' or '.'");
+    }
+    separators.decimal = FromUtf8(options.decimalMark);
+    separators.list = options.decimalMark == "." ? L"," : L";";
   }
-  if (!options.decimalMark.empty()) separators.decimal = FromUtf8(options.decimalMark);
-  if (!options.listSeparator.empty()) separators.list = FromUtf8(options.listSeparator);
+  if (!options.listSeparator.empty()) {
+    if (!IsMark(options.listSeparator) && options.listSeparator != "\t") {
+      return context.Misuse("--list-separator: '" + options.listSeparator + "' is no mark",
+                            "give one, as ',' or ';', or a tab");
+    }
+    separators.list = FromUtf8(options.listSeparator);
+  }
+  if (separators.decimal == separators.list) {
+    return context.Misuse("'" + ToUtf8(separators.list) + "' would be decimal mark and list separator",
+                          "give two, as in --decimal-mark , --list-separator ';'");
+  }
   SetLocaleSeparators(separators);
   return kDone;
 }
@@ -179,7 +205,10 @@ int ExportCsv(const CsvOptions& options, const CommandContext& context) {
     return context.Misuse("--blocks: " + error, "name them as in --blocks VAL,NUM");
   }
   if (const int status = SetSeparators(options, context); status != kDone) return status;
-  if (!UseProject(context, options.project)) return kCouldNotBeDone;
+  if (IsSameFile(options.output, options.project.project)) {
+    return context.Misuse("the project file would be replaced by the export", "name another file with -o");
+  }
+  if (!UseProject(context, options.project, ProjectOptions::UnitsOf::kEverything)) return kCouldNotBeDone;
   Export work(options, context);
   if (const int status = work.LookAtInputs(); status != kDone) return status;
   if (const int status = work.LookAtBlocks(blocks); status != kDone) return status;

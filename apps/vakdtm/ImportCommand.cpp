@@ -17,6 +17,7 @@
 #include "Command.h"
 #include "ModelFile.h"
 #include "PolygonInput.h"
+#include "ResultFile.h"
 #include "SoundingSource.h"
 #include "StopSignals.h"
 
@@ -126,8 +127,7 @@ class Import {
       if (const int status = CompareSettings(); status != kDone) return status;
     }
     for (const std::string& file : options_.files) {
-      std::error_code same;
-      if (exists_ && file != "-" && std::filesystem::equivalent(file, options_.model, same)) {
+      if (exists_ && IsSameFile(file, options_.model)) {
         return context_.Misuse("the model is named as its own input", "name a text of soundings");
       }
       if (!LookAtSource(context_, file, options_.dated, sources_.emplace_back())) {

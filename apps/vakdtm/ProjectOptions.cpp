@@ -23,7 +23,7 @@ void AddProjectOptions(CLI::App& command, ProjectOptions& options) {
                  ProjectDefinition::kMostDecimals);
 }
 
-bool UseProject(const CommandContext& context, const ProjectOptions& options) {
+bool UseProject(const CommandContext& context, const ProjectOptions& options, ProjectOptions::UnitsOf unitsOf) {
   ProjectDefinition project;
   if (!options.project.empty()) {
     FileObject file;
@@ -39,7 +39,10 @@ bool UseProject(const CommandContext& context, const ProjectOptions& options) {
   }
   if (!options.units.empty()) {
     const LengthUnit unit = UnitOf(options.units);
-    project.SetUnitCnv(CVakUnitCnv(unit, unit, unit));
+    const CVakUnitCnv& own = project.GetUnitCnv();
+    project.SetUnitCnv(unitsOf == ProjectOptions::UnitsOf::kHeights
+                           ? CVakUnitCnv(own.Unit(kUnitHorizontalLength), unit, own.Unit(kUnitVolume))
+                           : CVakUnitCnv(unit, unit, unit));
   }
   if (options.decimals != ProjectOptions::kNotGiven) {
     const int decimals = static_cast<int>(options.decimals);

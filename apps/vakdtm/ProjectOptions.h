@@ -11,6 +11,9 @@ namespace vak {
 struct ProjectOptions {
   static constexpr std::uint64_t kNotGiven = ~std::uint64_t{0};
 
+  /// What `units` is the unit of.
+  enum class UnitsOf { kEverything, kHeights };
+
   std::string project;  ///< a file; empty: metres and three decimals
   std::string units;    ///< empty: as the project has them
   std::uint64_t decimals = kNotGiven;
@@ -20,6 +23,7 @@ struct ProjectOptions {
 void AddProjectOptions(CLI::App& command, ProjectOptions& options);
 
 /// Makes them the current project of the process. Prints why when it can't.
-[[nodiscard]] bool UseProject(const CommandContext& context, const ProjectOptions& options);
+[[nodiscard]] bool UseProject(const CommandContext& context, const ProjectOptions& options,
+                              ProjectOptions::UnitsOf unitsOf);
 
 }  // namespace vak

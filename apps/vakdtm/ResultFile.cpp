@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -36,6 +37,11 @@ std::string Words(int error) {
 }
 
 }  // namespace
+
+bool IsSameFile(const std::string& one, const std::string& other) {
+  std::error_code code;
+  return one != "-" && other != "-" && std::filesystem::equivalent(one, other, code) && !code;
+}
 
 ResultFile::~ResultFile() { Abandon(); }
 

@@ -8,6 +8,9 @@
 
 namespace vak {
 
+/// @return whether two paths, neither of them "-", lead to one file that is there.
+[[nodiscard]] bool IsSameFile(const std::string& one, const std::string& other);
+
 /// What a command writes: a file that appears under its name only when it is complete, or standard output.
 ///
 /// A regular file is written beside its target, under a hidden name, and renamed by `Commit`; without that, what was

@@ -24,6 +24,7 @@
 #include "ModelFile.h"
 #include "PolygonInput.h"
 #include "ProjectOptions.h"
+#include "ResultFile.h"
 #include "StopSignals.h"
 
 namespace vak {
@@ -77,19 +78,14 @@ class ResultList {
   bool IsWanted() const { return !path_.empty(); }
 
   /// Before the work. Prints why when nothing can be appended.
-  bool LookAt(const CommandContext& context, const std::string& model) {
-    std::error_code code;
-    if (std::filesystem::equivalent(path_, model, code)) {
-      context.Fail(path_, "is the model itself", "name another file with --results");
-      return false;
-    }
+  bool LookAt(const CommandContext& context) {
     struct stat status = {};
     const bool exists = stat(path_.c_str(), &status) == 0;
     if (exists && S_ISDIR(status.st_mode)) return Tell(context, EISDIR);
     const std::string folder = std::filesystem::path(path_).parent_path().native();
     if (access(exists ? path_.c_str() : folder.empty() ? "." : folder.c_str(), W_OK) != 0) return Tell(context, errno);
     isNew_ = !exists || status.st_size == 0;
-    return true;
+    return isNew_ || LookAtList(context, status.st_size);
   }
 
   /// Whether the headings are still to be written.
@@ -100,9 +96,11 @@ class ResultList {
     const FileHandle file = OpenDescriptor(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0666);
     struct stat status = {};
     if (!file.IsOpen() || fstat(file.Get(), &status) != 0) return Tell(context, errno);
+    const auto* const bytes = reinterpret_cast<const char*>(lines.Bytes().data());
+    const std::string text = (endsInALine_ ? "" : "\n") + std::string(bytes, lines.Size());
     std::size_t done = 0;
-    while (done < lines.Size()) {
-      const ssize_t written = write(file.Get(), lines.Bytes().data() + done, lines.Size() - done);
+    while (done < text.size()) {
+      const ssize_t written = write(file.Get(), text.data() + done, text.size() - done);
       if (written < 0 && errno == EINTR) continue;
       if (written < 0) {
         const int error = errno;
@@ -118,6 +116,29 @@ class ResultList {
   }
 
  private:
+  /// Figures under the headings of others would be taken for what they are not.
+  bool LookAtList(const CommandContext& context, off_t size) {
+    const std::string headings = ToUtf8(DtmTotalProcessor::Headings());
+    const FileHandle file = OpenDescriptor(path_.c_str(), O_RDONLY);
+    // With the mark and the carriage return that a spreadsheet puts there.
+    std::string begin(headings.size() + 5, '\0');
+    const ssize_t count = file.IsOpen() ? pread(file.Get(), begin.data(), begin.size(), 0) : -1;
+    char last = '\0';
+    if (count < 0 || pread(file.Get(), &last, 1, size - 1) != 1) {
+      context.Fail(path_, "the headings cannot be read: " + ErrorText(errno), "name another file with --results");
+      return false;
+    }
+    endsInALine_ = last == '\n';
+    std::string_view line = std::string_view(begin).substr(0, static_cast<std::size_t>(count));
+    if (line.starts_with("\xEF\xBB\xBF")) line.remove_prefix(3);
+    line = line.substr(0, line.find('\n'));
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    if (line == headings) return true;
+    context.Fail(path_ + ":1", "these are not the headings of this report, or those of other units or another locale",
+                 "name another file with --results");
+    return false;
+  }
+
   bool Tell(const CommandContext& context, int error) const {
     context.Fail(path_, "the results cannot be written: " + ErrorText(error), "name another file with --results");
     return false;
@@ -125,6 +146,7 @@ class ResultList {
 
   std::string path_;
   bool isNew_ = true;
+  bool endsInALine_ = true;
 };
 
 nlohmann::ordered_json NumberOrNull(double value) {
@@ -177,6 +199,7 @@ class Stats {
       : options_(options), context_(context), results_(options.results) {}
 
   int Run() {
+    if (const int status = LookAtNames(); status != kDone) return status;
     if (!LookAtEverything()) return kCouldNotBeDone;
     if (StopRequested()) return context_.Stopped("nothing was written");
     memfile lines;
@@ -188,8 +211,25 @@ class Stats {
   }
 
  private:
+  int LookAtNames() const {
+    if (options_.results == "-") {
+      return context_.Misuse("--results: a list is a file to append to", "name one; the report is on standard output");
+    }
+    const struct {
+      const std::string& path;
+      const char* name;
+    } inputs[] = {{options_.model, "model"}, {options_.polygon, "polygon"}, {options_.project.project, "project file"}};
+    for (const auto& input : inputs) {
+      if (!IsSameFile(options_.results, input.path)) continue;
+      return context_.Misuse(std::string("the results would be appended to the ") + input.name,
+                             "name another file with --results");
+    }
+    return kDone;
+  }
+
   bool LookAtEverything() {
-    if (!UseProject(context_, options_.project)) return false;
+    // Surfaces aren't converted, so that their label has to stay.
+    if (!UseProject(context_, options_.project, ProjectOptions::UnitsOf::kHeights)) return false;
     if (!options_.polygon.empty() && !LoadPolygon(context_, options_.polygon, polygon_)) return false;
     model_ = OpenWholeForReading(context_, options_.model);
     if (!model_) return false;
@@ -197,7 +237,7 @@ class Stats {
       context_.Fail(options_.model, "records no VAL", "statistics are those of the mean heights");
       return false;
     }
-    if (results_.IsWanted() && !results_.LookAt(context_, options_.model)) return false;
+    if (results_.IsWanted() && !results_.LookAt(context_)) return false;
     if (options_.rect && !MeetsModel(context_, "the rectangle", *options_.rect, *model_)) return false;
     if (options_.polygon.empty()) return true;
     return MeetsModel(context_, options_.polygon, polygon_, *model_) && CutPolygon();

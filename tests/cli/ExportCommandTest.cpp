@@ -113,6 +113,72 @@ TEST_F(ExportCommand, ListIsInTheUsersLocale) {
   EXPECT_EQ(overridden.out, "1000.500\t2000.500\t-1.250\n");
 }
 
+TEST_F(ExportCommand, DecimalMarkAloneBringsItsListSeparator) {
+  models_.Make("a.dtm", "1000.5,2000.5,-1.25\n");
+  const auto comma = test::TestLocale::OfDecimalPoint(",");
+  const auto list = [&](const Words& words, bool inComma) {
+    Words all = {VAKDTM_COMMAND, "export", "csv", models_.File("a.dtm"), "-o", "-"};
+    all.insert(all.end(), words.begin(), words.end());
+    if (!inComma) all.insert(all.begin(), {"env", "LC_ALL=C"});
+    return test::RunCommand(inComma ? comma.Line(all) : all).Wait().out;
+  };
+  for (const bool inComma : {false, true}) {
+    SCOPED_TRACE(inComma);
+    EXPECT_EQ(list({"--decimal-mark", ","}, inComma), "1000,500;2000,500;-1,250\n");
+    EXPECT_EQ(list({"--decimal-mark", "."}, inComma), "1000.500,2000.500,-1.250\n");
+    EXPECT_EQ(list({"--decimal-mark", "\xD9\xAB"}, inComma),
+              "1000\xD9\xAB"
+              "500;2000\xD9\xAB"
+              "500;-1\xD9\xAB"
+              "250\n");
+  }
+  EXPECT_EQ(list({"--list-separator", "|"}, false), "1000.500|2000.500|-1.250\n");
+  EXPECT_EQ(list({"--list-separator", "|"}, true), "1000,500|2000,500|-1,250\n") << "the locale's mark stays";
+}
+
+TEST_F(ExportCommand, MarksThatCannotBeToldFromTheNumbersAreMisuse) {
+  models_.Make("a.dtm", "1000.5,2000.5,-1.25\n");
+  const std::string out = models_.File("out");
+  for (const std::string option : {"--decimal-mark", "--list-separator"}) {
+    for (const char* mark : {"::", "0", "9", "-", "+", "e", "Z", "\"", "'", " ", "\n", "\r", "\x01", "\x7f", "\xC3\xA4",
+                             "\xC2\xA0", "\xC2\x85", "\xE2\x80\x83", "\xD9\xA1"}) {
+      SCOPED_TRACE(option + " " + mark);
+      const CommandResult result = Export("csv", {"-o", out, option, mark});
+      EXPECT_EQ(result.status, kUsedWrongly);
+      EXPECT_THAT(result.err, StartsWith("vakdtm export csv: " + option + ": '"));
+      EXPECT_THAT(result.err, HasSubstr("is no mark"));
+    }
+  }
+  EXPECT_EQ(Export("csv", {"-o", out, "--decimal-mark", "\t"}).status, kUsedWrongly);
+  for (const Words& same : {Words{"--decimal-mark", ",", "--list-separator", ","}, Words{"--list-separator", "."},
+                            Words{"--decimal-mark", ";"}}) {
+    Words words = {"-o", out};
+    words.insert(words.end(), same.begin(), same.end());
+    const CommandResult result = Export("csv", words);
+    EXPECT_EQ(result.status, kUsedWrongly);
+    EXPECT_THAT(result.err, HasSubstr("would be decimal mark and list separator"));
+  }
+  EXPECT_FALSE(models_.Folder().Has("out"));
+}
+
+TEST_F(ExportCommand, OptionWithNothingInItIsMisuseAndNotLeftOut) {
+  models_.Make("a.dtm", "1000.5,2000.5,-1.25\n");
+  const struct {
+    const char* form;
+    const char* option;
+  } cases[] = {{"csv", "--polygon"},      {"csv", "--project"},        {"csv", "--blocks"},    {"csv", "--units"},
+               {"csv", "--decimal-mark"}, {"csv", "--list-separator"}, {"csv", "--decimals"},  {"esri", "--polygon"},
+               {"esri", "--format"},      {"esri", "--no-data"},       {"stream", "--polygon"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.form) + " " + c.option);
+    const CommandResult result = Export(c.form, {"-o", models_.File("out"), c.option, ""});
+    EXPECT_EQ(result.status, kUsedWrongly);
+    EXPECT_THAT(result.err, StartsWith(std::string("vakdtm export ") + c.form + ": " + c.option + ": '' is "));
+  }
+  EXPECT_EQ(Export("csv", {"-o", ""}).status, kUsedWrongly);
+  EXPECT_FALSE(models_.Folder().Has("out"));
+}
+
 TEST_F(ExportCommand, PolygonLeavesOutCellsByTheirCentre) {
   models_.Make("a.dtm", kCells);
   const std::string polygon = Text("p.txt", "1000.4,2000\n1001.6,2000\n1001.6,2001.4\n1000.4,2001.4\n1000.4,2000\n");
@@ -305,6 +371,25 @@ TEST_F(ExportCommand, WhatCannotBeDoneIsToldInOneLine) {
               model + ": no cell has a TVU - ask \"vakdtm info\" what it has");
 }
 
+TEST_F(ExportCommand, ExportReplacesNoneOfItsInputs) {
+  models_.Make("a.dtm", kCells);
+  const std::string polygon = Text("p.txt", "1000,2000\n1002,2000\n1002,2001\n1000,2001\n1000,2000\n");
+  const std::string project = Text("project.ini", "[UNITS]\nSystem Units=m\n");
+  fs::create_symlink("p.txt", models_.File("link.txt"));
+  const test::FileState ring(models_.Folder(), "p.txt");
+  for (const char* form : {"csv", "esri", "stream"}) {
+    SCOPED_TRACE(form);
+    for (const std::string& target : {polygon, models_.File("link.txt")}) {
+      ExpectFails(form, {"-o", target, "--polygon", polygon}, kUsedWrongly,
+                  "the polygon would be replaced by the export - name another file with -o");
+    }
+  }
+  ExpectFails("csv", {"-o", project, "--project", project}, kUsedWrongly,
+              "the project file would be replaced by the export - name another file with -o");
+  EXPECT_TRUE(ring.IsUnchanged());
+  EXPECT_EQ(models_.Folder().Text("project.ini"), "[UNITS]\nSystem Units=m\n");
+}
+
 TEST_F(ExportCommand, WrongUseIsMisuse) {
   models_.Make("a.dtm", kCells);
   const struct {
@@ -313,8 +398,7 @@ TEST_F(ExportCommand, WrongUseIsMisuse) {
     const char* error;
   } cases[] = {
       {"csv", {"--blocks", "ABC"}, "--blocks: no kind of value is called \"ABC\""},
-      {"csv", {"--decimal-mark", "::"}, "'::' is no single character"},
-      {"csv", {"--list-separator", "\n"}, "is no single character"},
+      {"csv", {"--decimal-mark", "::"}, "'::' is no mark"},
       {"esri", {"--block", "VAL,NUM"}, "--block: a grid has one kind of value"},
       {"esri", {"--format", "%d"}, "--format: '%d' is no format for one number"},
       {"esri", {"--format", "%f %f"}, "is no format for one number"},

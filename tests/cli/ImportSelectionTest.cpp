@@ -103,6 +103,16 @@ TEST_F(ImportSelection, BadPolygonIsToldBeforeAnythingIsTouched) {
                 models_.Folder().Path().string() + ": is a folder - name a file with a polygon");
 }
 
+TEST_F(ImportSelection, PolygonWithoutANameIsMisuseAndNotLeftOut) {
+  for (const char* option : {"--polygon", "--blocks"}) {
+    SCOPED_TRACE(option);
+    const CommandResult result = Import({"-", option, ""}, "1,2,3\n");
+    EXPECT_EQ(result.status, kUsedWrongly);
+    EXPECT_EQ(result.err, std::string("vakdtm import: ") + option + ": '' is empty - see 'vakdtm import --help'\n");
+    EXPECT_FALSE(models_.Folder().Has("a.dtm"));
+  }
+}
+
 TEST_F(ImportSelection, FileWithoutAPolygonIsNone) {
   for (const char* content : {"", "# nothing\n", R"({"type":"Point","coordinates":[1,2]})", "{"}) {
     SCOPED_TRACE(content);

@@ -179,6 +179,10 @@ TEST_F(StatsCommand, ReportIsInTheUnitsThatTheOptionsAndTheProjectSay) {
     SCOPED_TRACE(c.line);
     EXPECT_THAT(Stats(c.words).out, HasSubstr(c.line));
   }
+  EXPECT_THAT(Stats({"--units", "ft"}).out, HasSubstr("Used area: \t\t4.00 m²\nEmpty area:\t\t4092.00 m²\n"))
+      << "surfaces are square metres";
+  Stats({"--units", "ft", "--results", models_.File("r.csv")});
+  EXPECT_THAT(models_.Folder().Text("r.csv"), HasSubstr("Used area:  m²,Empty area: m²,Z minimum(Deepest): ft,"));
   EXPECT_EQ(StatsJson({"--units", "ft"}), StatsJson({})) << "JSON is in metres";
 }
 
@@ -199,6 +203,80 @@ TEST_F(StatsCommand, ResultListGetsAHeadingOnceAndALineForEachRun) {
             "Z average:  m,Z standard deviation:  m,Cells Z standard deviation:  m,Total hit count:,Latest time:");
   EXPECT_THAT(lines[1], StartsWith("berth.txt,1,1.00,0.00,-2.000,-2.000,-2.000,2.449,1.414,2,20"));
   EXPECT_THAT(lines[2], StartsWith(",4,4.00,4092.00,-8.000,-2.000,-4.400,"));
+}
+
+TEST_F(StatsCommand, ResultListMayBeNoneOfTheInputs) {
+  models_.Make("a.dtm", kPlain, {"--blocks", "VAL"});
+  const std::string polygon = Box("p.txt", "1000", "2000", "1001", "2001");
+  const std::string project = Text("project.ini", "[UNITS]\nSystem Units=m\n");
+  std::filesystem::create_hard_link(polygon, models_.File("link.txt"));
+  const struct {
+    Words words;
+    const char* name;
+  } cases[] = {{{"--results", models_.File("a.dtm")}, "model"},
+               {{"--polygon", polygon, "--results", polygon}, "polygon"},
+               {{"--polygon", polygon, "--results", models_.File("./link.txt")}, "polygon"},
+               {{"--project", project, "--results", project}, "project file"}};
+  const test::FileState model(models_.Folder(), "a.dtm");
+  const test::FileState ring(models_.Folder(), "p.txt");
+  const test::FileState settings(models_.Folder(), "project.ini");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const CommandResult result = Stats(c.words);
+    EXPECT_EQ(result.status, kUsedWrongly);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, std::string("vakdtm stats: the results would be appended to the ") + c.name +
+                              " - name another file with --results\n");
+  }
+  EXPECT_TRUE(model.IsUnchanged() && ring.IsUnchanged() && settings.IsUnchanged());
+  EXPECT_EQ(Stats({"--results", "-"}).status, kUsedWrongly);
+  EXPECT_THAT(Stats({"--results", "-"}).err, StartsWith("vakdtm stats: --results: a list is a file to append to - "));
+  EXPECT_FALSE(std::filesystem::exists("-"));
+}
+
+TEST_F(StatsCommand, ResultListOfOtherHeadingsIsRefusedAndStaysAsItWas) {
+  models_.Make("a.dtm", kPlain, {"--blocks", "VAL"});
+  const std::string list = models_.File("r.csv");
+  ASSERT_EQ(Stats({"--results", list}).status, kDone);
+  const std::string headings = models_.Folder().Text("r.csv").substr(0, models_.Folder().Text("r.csv").find('\n'));
+  const struct {
+    const char* name;
+    std::string content;
+    Words words;
+  } cases[] = {{"heights in another unit", headings + "\n", {"--units", "ft"}},
+               {"another file", "x,y,z\n1,2,3\n", {}},
+               {"an empty line first", "\n" + headings + "\n", {}},
+               {"a part of them", headings.substr(0, 40), {}},
+               {"more than them", headings + ",\n", {}},
+               {"another locale", "Clipping polygon:;Used cells: \n", {}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Text("r.csv", c.content);
+    Words words = c.words;
+    words.insert(words.end(), {"--results", list});
+    ExpectRefuses(words, list +
+                             ":1: these are not the headings of this report, or those of other units or another "
+                             "locale - name another file with --results");
+    EXPECT_EQ(models_.Folder().Text("r.csv"), c.content);
+  }
+}
+
+TEST_F(StatsCommand, ResultBeginsALineWhateverTheListEndsWith) {
+  models_.Make("a.dtm", kPlain, {"--blocks", "VAL"});
+  const std::string list = models_.File("r.csv");
+  ASSERT_EQ(Stats({"--results", list}).status, kDone);
+  const std::string whole = models_.Folder().Text("r.csv");
+  const std::size_t end = whole.find('\n');
+  const std::string headings = whole.substr(0, end);
+  const std::string line = whole.substr(end + 1);
+  const std::string contents[] = {headings, headings + "\n1,2", headings + "\r\n1,2\r\n",
+                                  "\xEF\xBB\xBF" + headings + "\n"};
+  for (const std::string& content : contents) {
+    SCOPED_TRACE(content);
+    Text("r.csv", content);
+    EXPECT_EQ(Stats({"--results", list}).status, kDone);
+    EXPECT_EQ(models_.Folder().Text("r.csv"), content + (content.ends_with('\n') ? "" : "\n") + line);
+  }
 }
 
 TEST_F(StatsCommand, ResultListIsInTheUsersLocale) {
@@ -228,8 +306,6 @@ TEST_F(StatsCommand, WhatCannotBeDoneIsToldInOneLine) {
   ExpectRefuses({"--polygon", open}, open +
                                          ":1: the ring isn't closed: it begins at 0, 0 and ends at 1, 1 - repeat its "
                                          "first vertex at its end");
-  ExpectRefuses({"--results", models_.File("a.dtm")},
-                models_.File("a.dtm") + ": is the model itself - name another file with --results");
   ExpectRefuses({"--results", models_.File("nowhere/r.csv")},
                 models_.File("nowhere/r.csv") +
                     ": the results cannot be written: No such file or directory - name another file with --results");
@@ -278,6 +354,20 @@ TEST_F(StatsCommand, RectangleThatIsNoneIsMisuse) {
   }
   EXPECT_EQ(Stats({"--units", "yd"}).err,
             "vakdtm stats: --units: 'yd' is none of m|ft|us-ft - see 'vakdtm stats --help'\n");
+}
+
+TEST_F(StatsCommand, OptionWithNothingInItIsMisuseAndNotLeftOut) {
+  models_.Make("a.dtm", kPlain, {"--blocks", "VAL"});
+  for (const std::string option : {"--polygon", "--results", "--project", "--rect", "--units", "--decimals"}) {
+    for (const Words& words : {Words{option, ""}, Words{option + "="}}) {
+      SCOPED_TRACE(words.front());
+      const CommandResult result = Stats(words);
+      EXPECT_EQ(result.status, kUsedWrongly);
+      EXPECT_EQ(result.out, "");
+      EXPECT_THAT(result.err, StartsWith("vakdtm stats: "));
+    }
+  }
+  EXPECT_EQ(Stats({"--polygon", ""}).err, "vakdtm stats: --polygon: '' is empty - see 'vakdtm stats --help'\n");
 }
 
 TEST_F(StatsCommand, FullDiskLeavesTheResultListAsItWas) {

@@ -56,7 +56,7 @@ void WriteLine(CFile& file, const std::wstring& line) {
   file.Write(bytes.data(), static_cast<unsigned>(bytes.size()));
 }
 
-void WriteHeadings(CFile& file) {
+std::wstring HeadingsLine() {
   CVakCsvString line;
   std::size_t item = 0;
   const auto add = [&](int id, const std::wstring& unit) {
@@ -75,7 +75,7 @@ void WriteHeadings(CFile& file) {
   }
   add(StringId::kStatsTotalHits, {});
   add(StringId::kStatsLatestTime, {});
-  WriteLine(file, line.GetString());
+  return line.GetString();
 }
 
 /// The report for a person: lines for the log, and the text of a box.
@@ -121,6 +121,8 @@ DtmTotalProcessor::DtmTotalProcessor(bool showResults, std::wstring clipName, CF
 DtmTotalProcessor::~DtmTotalProcessor() {
   if (cellArea_ != 0.0 && finished_) Report();
 }
+
+std::wstring DtmTotalProcessor::Headings() { return HeadingsLine(); }
 
 void DtmTotalProcessor::SetRect(const Page& rect) {
   rect_ = rect;
@@ -316,7 +318,7 @@ double DtmTotalProcessor::ReportedEmptyArea() const { return polygon_.IsEmpty() 
 
 void DtmTotalProcessor::Report() const {
   if (file_) {
-    if (writeHeader_) WriteHeadings(*file_);
+    if (writeHeader_) WriteLine(*file_, Headings());
     WriteFigures(*file_);
   }
   if (showResults_) ShowFigures();

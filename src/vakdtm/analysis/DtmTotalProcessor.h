@@ -40,6 +40,10 @@ class DtmTotalProcessor : public DtmProcessor {
   /// @param writeHeader  a line of headings comes first.
   DtmTotalProcessor(bool showResults, std::wstring clipName, CFile* file, bool writeHeader);
 
+  /// The line of headings that a delimited list gets now, without its end: by the current project's units and the marks
+  /// of the user's locale. For who appends to a list that is there.
+  static std::wstring Headings();
+
   DtmTotalProcessor(const DtmTotalProcessor&) = default;
   DtmTotalProcessor& operator=(const DtmTotalProcessor&) = default;
 

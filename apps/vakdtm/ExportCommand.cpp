@@ -1,11 +1,9 @@
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <locale.h>
 #include <memory>
 #include <optional>
 #include <sys/statvfs.h>
-#include <system_error>
 #include <type_traits>
 #include <wctype.h>
 

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -13,6 +15,7 @@
 #include "vakdtm/services/jobs/ProcessThread.h"
 #include "vakdtm/services/text/FormatNumber.h"
 #include "vakdtm/services/text/Utf8.h"
+#include "vakdtm/store/DtmBlockId.h"
 
 #include "Command.h"
 #include "ModelFile.h"
@@ -96,6 +99,9 @@ class Import {
     const int status = Finish(ReadSources(tally));
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
     WarnOfRejected(tally);
+    if (tally.OutsidePolygon() > 0 && tally.Taken() + tally.NotANumber() == 0) {
+      context_.Warn(options_.polygon, "no sounding lies in it, all were left out", "check its coordinates");
+    }
     if (status == kCouldNotBeDone) return status;  // what the counts say isn't all in the model
     const int printed = PrintSummary(tally, seconds.count());
     return status == kDone ? printed : status;
@@ -138,9 +144,22 @@ class Import {
         return context_.Fail(source.name + ":1", "unknown file format: \"" + source.firstLine + "\"",
                              "begin with a line x,y,z,dd-mm-yyyy, or the same parted by blanks");
       }
+      if (!source.firstDateFault.empty() && IsInserted(source)) {
+        return context_.Fail(source.name + ":1", source.firstDateFault, "mend the line; nothing was changed");
+      }
     }
     for (const SoundingSource& source : sources_) WarnOfStrange(source);
     return kDone;
+  }
+
+  /// Whether a text's first sounding is one for the model: what is left out may have any date.
+  bool IsInserted(const SoundingSource& source) const {
+    if (!source.firstIsSounding) return false;
+    const double cellSize = exists_ ? held_.CellSize() : options_.cellSize;
+    const Point point(source.first.x, source.first.y);
+    const double farthest = std::max(std::abs(point.x), std::abs(point.y)) / cellSize;
+    return farthest < std::numeric_limits<int>::max() &&
+           (options_.polygon.empty() || polygon_.IsPointInPoly(point, nullptr));
   }
 
   /// Settings that were given for a model that is there have to be its own.
@@ -222,6 +241,7 @@ class Import {
       const int result = thread.DoModal();
       if (result == ProcessThread::kStopped) return {kStopped, "", "", ""};
       WarnOfRepeated(source, job);
+      WarnOfLateDates(source, job);
       if (result == ProcessThread::kDone) continue;
       if (const auto& fault = job.Fault()) {
         return {kCouldNotBeDone, source.name + ":" + std::to_string(fault->Line()), fault->what(),
@@ -264,6 +284,13 @@ class Import {
                   Counted(dated->LinesIncomplete(), "line") + (one ? " lacks" : " lack") + " a number, and took what " +
                       (one ? "it lacks" : "they lack") + " from the line before",
                   "blank lines insert a sounding once more");
+  }
+
+  void WarnOfLateDates(const SoundingSource& source, const ImportJob& job) const {
+    const auto* const dated = dynamic_cast<const DtmAsciiTimeImporter*>(&job.Importer());
+    if (!dated || dated->FirstLineBeyondTime() == 0 || !model_->HasBlockId(tTIM)) return;
+    context_.Warn(source.name + ":" + std::to_string(dated->FirstLineBeyondTime()),
+                  "a model's times end on 19-01-2038, a later date is stored as a wrong one", "check the date");
   }
 
   std::string BackupName() const {

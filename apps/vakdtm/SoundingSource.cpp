@@ -13,6 +13,7 @@
 
 #include "vakdtm/intake/DtmAsciiImporter.h"
 #include "vakdtm/intake/DtmAsciiTimeImporter.h"
+#include "vakdtm/intake/SoundingAhead.h"
 
 #include "StopSignals.h"
 
@@ -128,11 +129,16 @@ bool LookAtDatedLines(SoundingSource& source) {
   source.isEmpty = !text.ReadLine(line, DtmAsciiTimeImporter::kLongestPiece);
   DatedFormat format;
   ScannedSounding sounding;
+  ScannedDate date;
   if (!source.isEmpty) {
     source.firstLine = line.substr(0, line.find_last_not_of("\r\n") + 1);
-    source.parses = DtmAsciiTimeImporter::DetectFormat(line, format, &sounding);
+    source.parses = DtmAsciiTimeImporter::DetectFormat(line, format, &sounding, &date);
   }
   source.dated = source.parses && format.dated;
+  source.first = sounding;
+  source.firstIsSounding =
+      source.parses && JudgeNumbers(sounding, HoldsMarker(sounding, "#QNAN")) == SoundingLine::Kind::kSounding;
+  if (source.dated) DtmAsciiTimeImporter::FindFault(date, source.firstDateFault);
   source.looksLikeDegrees = source.parses && CouldBeDegrees(sounding);
   const SoundingScanner scanner(format.columns);
   for (int i = 0; i < kLinesLookedAt && source.looksLikeDegrees; ++i) {

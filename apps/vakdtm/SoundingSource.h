@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "vakdtm/intake/SoundingScanner.h"
+
 #include "Command.h"
 
 namespace vak {
@@ -24,6 +26,9 @@ struct SoundingSource {
   bool looksLikeDegrees = false;  ///< the first of those lines could all be longitude and latitude
   bool isEmpty = false;           ///< there isn't a single byte
   std::string firstLine;          ///< for the message that none does
+  ScannedSounding first;          ///< what the first line that parses holds
+  bool firstIsSounding = false;   ///< that is one that would be inserted, with its date
+  std::string firstDateFault;     ///< of a dated text: why that line's date can't be taken; empty when it can
 };
 
 /// Opens a file, or standard input for "-", and looks for the first lines that parse. What can't be read twice

@@ -74,9 +74,13 @@ TEST_F(ImportSelection, OnePolygonLimitsEverySource) {
 
 TEST_F(ImportSelection, PolygonMayLieOutsideTheModel) {
   const std::string polygon = Text("p.txt", "100,100\n110,100\n110,110\n100,100\n");
-  const CommandResult result = Import({"-", "--polygon", polygon}, "1.5,2.5,-3\n");
+  const CommandResult result = Import({"-", "--polygon", polygon}, "1.5,102.5,-3\n");
   EXPECT_EQ(result.status, kDone);
   EXPECT_THAT(result.out, HasSubstr("0 of 1 line taken"));
+  EXPECT_EQ(result.err, "vakdtm import: warning: " + polygon +
+                            ": no sounding lies in it, all were left out - check its coordinates\n");
+  EXPECT_EQ(Import({"-", "--polygon", polygon}, "1.5,102.5,-3\n109,105,-3\n").err, "") << "one lies in it";
+  EXPECT_EQ(Import({"-", "--polygon", polygon}, "109,105,-nan\n1.5,102.5,-3\n").err, "");
 }
 
 TEST_F(ImportSelection, BadPolygonIsToldBeforeAnythingIsTouched) {
@@ -165,6 +169,40 @@ TEST_F(ImportSelection, DateThatNoSoundingHasEndsTheImportWithItsLineAndKeepsThe
                             ":2: no sounding can be of 31-12-1969 - mend the line; what stands before it is in the "
                             "model\n");
   EXPECT_EQ(models_.Cells("a.dtm"), "1.5 102.5 -3\n");
+}
+
+TEST_F(ImportSelection, DateOfTheFirstLineIsLookedAtBeforeAnythingIsTouched) {
+  const std::string bad = Text("bad.txt", "1.5,102.5,-3,07-13-2015\n2.5,102.5,-3,07-12-2015\n");
+  ExpectRefuses({bad, "--dated"}, bad + ":1: no sounding can be of 7-13-2015 - mend the line; nothing was changed");
+  ExpectRefuses({Text("good.txt", "1.5,102.5,-3,03-07-2015\n"), bad, "--dated"},
+                bad + ":1: no sounding can be of 7-13-2015 - mend the line; nothing was changed");
+}
+
+TEST_F(ImportSelection, FirstLineThatIsNotInsertedMayHaveAnyDate) {
+  const std::string polygon = Text("p.txt", kSquare);
+  for (const char* first : {"50,2.5,-4,31-12-1969\n", "1.5,2.5,-4,31-12-1969,#QNAN\n", "1e20,2.5,-4,31-12-1969\n",
+                            "inf,2.5,-4,31-12-1969\n"}) {
+    SCOPED_TRACE(first);
+    const CommandResult result =
+        Import({"-", "--dated", "-q", "--polygon", polygon}, std::string(first) + "2.5,2.5,-3,03-07-2015\n");
+    EXPECT_EQ(result.status, kDone) << result.err;
+  }
+  EXPECT_EQ(Import({"-", "--dated", "-q"}, "1e20,2.5,-4,31-12-1969\n2.5,2.5,-3,03-07-2015\n").status, kDone);
+  EXPECT_EQ(models_.Cells("a.dtm", "NUM"), "2.5 2.5 5\n");
+}
+
+TEST_F(ImportSelection, DateThatTheModelCannotHoldGetsOneWarning) {
+  const std::string file = Text("a.txt",
+                                "1.5,102.5,-3,19-01-2038\n2.5,102.5,-3,20-01-2038\n3.5,102.5,-3,01-01-2100\n"
+                                "4.5,102.5,-3,20-01-2038\n");
+  const CommandResult result = Import({file, "--dated"});
+  EXPECT_EQ(result.status, kDone);
+  EXPECT_EQ(result.err, "vakdtm import: warning: " + file +
+                            ":2: a model's times end on 19-01-2038, a later date is stored as a wrong one - check the "
+                            "date\n");
+  EXPECT_THAT(models_.Cells("a.dtm", "TIM"), testing::StartsWith("1.5 102.5 2147472000\n"));
+  models_.Make("plain.dtm", "1,2,3\n", {"--blocks", "VAL"});
+  EXPECT_EQ(models_.Run({"import", models_.File("plain.dtm"), file, "--dated"}).err, "") << "it holds no times";
 }
 
 TEST_F(ImportSelection, RepeatedSoundingsGetAWarning) {

@@ -265,6 +265,7 @@ TEST(DtmAsciiImporter, ALineWithTheMarkerIsCountedAndNotInserted) {
     const char* line;
   } cases[] = {
       {"as z", "1.0,2.0,-nan\n"},
+      {"behind an infinite z", "1.0,2.0,inf,-nan\n"},
       {"with brackets behind", "1.0,2.0,-nan(ind)\n"},
       {"in a column behind", "1.0,2.0,-3.0,-nan\n"},
       {"in a word behind", "1.0,2.0,-3.0 see-nancy\n"},

@@ -204,6 +204,32 @@ TEST_F(DtmAsciiTimeImporterTest, DayThatItsMonthDoesNotHaveIsTheOneBehindItsEnd)
   EXPECT_EQ(At(1.5, 2.5, tTIM), At(2.5, 2.5, tTIM));
 }
 
+TEST_F(DtmAsciiTimeImporterTest, FirstLineBeyondTheTimesOfAModelIsTold) {
+  const struct {
+    const char* name;
+    const char* text;
+    std::int64_t line;
+  } cases[] = {
+      {"none", "1.5,2.5,-3,19-01-2038\n", 0},
+      {"the second", "1.5,2.5,-3,19-01-2038\n2.5,2.5,-3,20-01-2038\n3.5,2.5,-3,01-01-2100\n", 2},
+      {"one that isn't inserted", "1.5,2.5,-3,20-01-2038,#QNAN\n1e20,2.5,-3,20-01-2038\n1.5,2.5,-3,21-01-2038\n", 3},
+      {"no dates", "1.5,2.5,-3\n", 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_TRUE(Run(c.text));
+    EXPECT_EQ(importer->FirstLineBeyondTime(), c.line);
+  }
+}
+
+TEST_F(DtmAsciiTimeImporterTest, FaultOfADateIsToldInAdvance) {
+  std::string fault = "none";
+  EXPECT_FALSE(DtmAsciiTimeImporter::FindFault({1, 1, 1970}, fault));
+  EXPECT_EQ(fault, "none");
+  EXPECT_TRUE(DtmAsciiTimeImporter::FindFault({7, 13, 2015}, fault));
+  EXPECT_EQ(fault, "no sounding can be of 7-13-2015");
+}
+
 TEST_F(DtmAsciiTimeImporterTest, FirstAndLastDayGoThrough) {
   EXPECT_TRUE(Run("1.5,2.5,-3,01-01-1970\n2.5,2.5,-3,31-12-2037\n"));
   EXPECT_EQ(At(2.5, 2.5, tTIM), 2145830400.0);
@@ -268,7 +294,7 @@ TEST_F(DtmAsciiTimeImporterTest, PointOutsideThePolygonNeitherEmptiesItsCellNorC
 
 TEST_F(DtmAsciiTimeImporterTest, MarkerLineIsCountedAndNotInserted) {
   for (const char* line : {"1.5,2.5,1.#QNAN,03-07-2015\n", "1.5,2.5,-3,03-07-2015 #QNAN\n", "1.5,2.5,nan,03-07-2015\n",
-                           "1.5,2.5,-1.#QNAN\n", "1.5,2.5,-3,31-12-1969,#QNAN\n"}) {
+                           "1.5,2.5,-1.#QNAN\n", "1.5,2.5,-3,31-12-1969,#QNAN\n", "1.5,2.5,inf,#QNAN\n"}) {
     SCOPED_TRACE(line);
     tally = ImportTally(8);
     EXPECT_TRUE(Run("1.5,2.5,-3,03-07-2015\n"));

@@ -1,7 +1,9 @@
 #include "vakdtm/intake/DtmAsciiTimeImporter.h"
 
 #include <ctime>
+#include <limits>
 #include <string>
+#include <utility>
 
 #include "vakdtm/intake/DtmImportException.h"
 #include "vakdtm/intake/SoundingAhead.h"
@@ -21,10 +23,16 @@ std::string Text(const ScannedDate& date) {
   return std::to_string(date.day) + "-" + std::to_string(date.month) + "-" + std::to_string(date.year);
 }
 
-/// Midnight, local time.
-std::int64_t MidnightOf(const ScannedDate& date, std::int64_t line) {
+/// What is wrong with a date.
+struct DateFault {
+  std::uint32_t code;
+  std::string text;
+};
+
+/// Midnight, local time. @return what is wrong, or nothing.
+std::optional<DateFault> FindMidnight(const ScannedDate& date, std::int64_t& midnight) {
   if (date.year < kFirstYear || date.month < 1 || date.month > 12 || date.day < 1 || date.day > 31) {
-    throw DtmImportException(DtmImportException::kFail, line, "no sounding can be of " + Text(date));
+    return DateFault{DtmImportException::kFail, "no sounding can be of " + Text(date)};
   }
   std::tm parts{};
   parts.tm_mday = date.day;
@@ -33,9 +41,10 @@ std::int64_t MidnightOf(const ScannedDate& date, std::int64_t line) {
   parts.tm_isdst = -1;
   const std::time_t time = std::mktime(&parts);
   if (time == -1) {
-    throw DtmImportException(DtmImportException::kInvalidArgument, line, "the system knows no time of " + Text(date));
+    return DateFault{DtmImportException::kInvalidArgument, "the system knows no time of " + Text(date)};
   }
-  return time;
+  midnight = time;
+  return std::nullopt;
 }
 
 }  // namespace
@@ -44,16 +53,26 @@ DtmAsciiTimeImporter::DtmAsciiTimeImporter(DtmUpdateFile* model, TextFile* sourc
                                            bool clearCellFirst, bool backup, bool negateZ)
     : DtmTextImporter(model, polygon, clearCellFirst, backup, negateZ), source_(source) {}
 
-bool DtmAsciiTimeImporter::DetectFormat(std::string_view line, DatedFormat& format, ScannedSounding* sounding) {
+bool DtmAsciiTimeImporter::FindFault(const ScannedDate& date, std::string& fault) {
+  std::int64_t midnight = 0;
+  auto found = FindMidnight(date, midnight);
+  if (!found) return false;
+  fault = std::move(found->text);
+  return true;
+}
+
+bool DtmAsciiTimeImporter::DetectFormat(std::string_view line, DatedFormat& format, ScannedSounding* sounding,
+                                        ScannedDate* date) {
   for (const bool dated : {true, false}) {
     for (const SoundingFormat columns : {SoundingFormat::kComma, SoundingFormat::kBlank}) {
       const DatedFormat candidate{columns, dated};
       ScannedSounding scanned;
-      ScannedDate date;
-      const int fields = DatedSoundingScanner(candidate).Scan(line.data(), line.data() + line.size(), scanned, date);
+      ScannedDate day;
+      const int fields = DatedSoundingScanner(candidate).Scan(line.data(), line.data() + line.size(), scanned, day);
       if (fields != candidate.Fields()) continue;
       format = candidate;
       if (sounding) *sounding = scanned;
+      if (date) *date = day;
       return true;
     }
   }
@@ -94,8 +113,12 @@ bool DtmAsciiTimeImporter::FillBatch(SoundingBatch& batch, ScannedSounding& soun
 std::int64_t DtmAsciiTimeImporter::TimeOf(const SoundingLine& line) {
   if (!format_.dated) return _time64(nullptr);
   if (line.date != date_) {
-    timeOfDate_ = MidnightOf(line.date, line.number);
+    if (const auto fault = FindMidnight(line.date, timeOfDate_)) {
+      throw DtmImportException(fault->code, line.number, fault->text);
+    }
     date_ = line.date;
+    const bool beyond = timeOfDate_ > std::numeric_limits<std::int32_t>::max();
+    if (beyond && firstLineBeyondTime_ == 0) firstLineBeyondTime_ = line.number;
   }
   return timeOfDate_;
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "vakdtm/intake/DatedSoundingScanner.h"
@@ -37,10 +38,20 @@ class DtmAsciiTimeImporter final : public DtmTextImporter {
   /// Lines that didn't hold all that the first line holds. After `Process`.
   std::int64_t LinesIncomplete() const { return linesIncomplete_; }
 
+  /// The line of the first sounding whose time is beyond 03:14:07 UTC of 19 January 2038, the last that a model's
+  /// 32 bits hold: what a cell has of it then is wrong. 0: there is none. After `Process`.
+  std::int64_t FirstLineBeyondTime() const { return firstLineBeyondTime_; }
+
+  /// What an import says of a date that ends it.
+  /// @return false for a date that a sounding can have; `fault` is as it was then.
+  static bool FindFault(const ScannedDate& date, std::string& fault);
+
   /// Finds the format of a line: dated with commas, dated with blanks, then both without a date.
   /// @param line  `DatedSoundingScanner::kPadding` bytes behind it must be readable.
+  /// @param sounding,date  get what the line holds, when not null.
   /// @return false when it has none of them.
-  static bool DetectFormat(std::string_view line, DatedFormat& format, ScannedSounding* sounding = nullptr);
+  static bool DetectFormat(std::string_view line, DatedFormat& format, ScannedSounding* sounding = nullptr,
+                           ScannedDate* date = nullptr);
 
  private:
   std::int64_t TimeOf(const SoundingLine& line) override;
@@ -50,6 +61,7 @@ class DtmAsciiTimeImporter final : public DtmTextImporter {
   TextFile* source_;
   DatedFormat format_;
   std::int64_t linesIncomplete_ = 0;
+  std::int64_t firstLineBeyondTime_ = 0;
   std::optional<ScannedDate> date_;  // whose time is known
   std::int64_t timeOfDate_ = 0;
 };

@@ -23,10 +23,10 @@ bool FillUndated(LineReader& lines, SoundingScanner scanner, SoundingBatch& batc
 }  // namespace
 
 SoundingLine::Kind JudgeNumbers(const ScannedSounding& sounding, bool marker) {
-  if (!std::isfinite(sounding.x) || !std::isfinite(sounding.y) || std::isinf(sounding.z)) {
-    return SoundingLine::Kind::kNotParsed;
-  }
-  return marker || std::isnan(sounding.z) ? SoundingLine::Kind::kNotANumber : SoundingLine::Kind::kSounding;
+  if (!std::isfinite(sounding.x) || !std::isfinite(sounding.y)) return SoundingLine::Kind::kNotParsed;
+  // The marker makes a z of any kind none, so that its cell is emptied.
+  if (marker || std::isnan(sounding.z)) return SoundingLine::Kind::kNotANumber;
+  return std::isinf(sounding.z) ? SoundingLine::Kind::kNotParsed : SoundingLine::Kind::kSounding;
 }
 
 bool SoundingBatch::IsFull() const { return lines.size() >= kLinesABatch; }

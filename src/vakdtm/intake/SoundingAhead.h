@@ -20,7 +20,7 @@ namespace vak {
 struct SoundingLine {
   enum class Kind : std::uint8_t {
     kSounding,    ///< three finite numbers
-    kNotANumber,  ///< x and y finite; z isn't a number, or the line holds the text that stands for that
+    kNotANumber,  ///< x and y finite; z isn't a number, or is any and the line holds the text that stands for that
     kNotParsed    ///< anything else
   };
 

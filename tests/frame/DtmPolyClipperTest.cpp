@@ -214,6 +214,28 @@ TEST_F(DtmPolyClipperInModel, RingsAddUpAndHolesTakeOff) {
   EXPECT_EQ(AreaWeight(both, 0, 0, 16), -4);
 }
 
+// A hole that isn't within its ring takes nothing off nothing.
+TEST_F(DtmPolyClipperInModel, HoleBesideItsRingLeavesNothing) {
+  PolyClipLine polygon;
+  polygon.AddRing(Rectangle(0, 0, 2, 2), false);
+  polygon.AddRing(Rectangle(3.5, 3.5, 13, 13), true);
+  Begun clipper = Begin(polygon);
+  Begun inverted = Begin(polygon, false, true);
+  EXPECT_EQ(AreaWeight(clipper, 8, 8, 16), 0);  // all of it in the hole
+  EXPECT_EQ(AreaWeight(inverted, 8, 8, 16), 16);
+  EXPECT_EQ(AreaWeight(clipper, 4, 0, 16), 0);  // part of it
+  EXPECT_EQ(AreaWeight(inverted, 4, 0, 16), 16);
+  EXPECT_EQ(AreaWeight(clipper, 0, 0, 16), 3.75);
+  EXPECT_EQ(AreaWeight(inverted, 0, 0, 16), 12.25);
+  EXPECT_EQ(CellWeight(clipper, 0, 0), 1);
+  EXPECT_EQ(CellWeight(clipper, 3, 3), 0);
+  EXPECT_EQ(CellWeight(inverted, 3, 3), 1);
+  Begun cells = Begin(polygon);
+  EXPECT_EQ(CellWeight(cells, 3, 3), 0);
+  EXPECT_EQ(CellWeight(cells, 5, 3), 0);
+  EXPECT_EQ(CellWeight(cells, 5, 5), 0);
+}
+
 // Hole and ring end along the same slanted line in the cell: what is left is nothing, not a rounding.
 TEST_F(DtmPolyClipperInModel, HoleThatMeetsItsRingLeavesNothingInTheCell) {
   PolyClipLine polygon;

@@ -470,6 +470,26 @@ TEST(PolyClipLine, SelfIntersectionAgreesWithTheLoopOverAllPairs) {
   EXPECT_GT(free, 1000);
 }
 
+TEST(PolyClipLine, VertexThatUnderflowsIsAtTheOrigin) {
+  PolyClipLine polygon;
+  for (const Point& point : Ring{{0, 2.5e-162}, {9e-162, 0}, {2e-300, 3e-162}}) polygon.AddElem(point);
+  EXPECT_FALSE(polygon.IsValid());
+  const PolyClipLine ring = Polygon({{-1e-320, 5e-324}, {4, 1e-310}, {4, 3}});
+  EXPECT_TRUE(ring.IsPointInPoly({0, 0}));
+  EXPECT_EQ(ring.GetArea(), 6);
+}
+
+TEST(PolyClipLine, CutThatAHoleTakesWhollyIsNone) {
+  PolyClipLine polygon;
+  polygon.AddRing({{-0.1, -7}, {19.7, -9}, {19, 29.3}, {-9, 29}}, false);
+  polygon.AddRing(Rectangle(1.1, 1.3, 9.7, 9.9), true);
+  PolyClipLine cut = Polygon(Rectangle(0, 0, 1, 1));
+  EXPECT_FALSE(polygon.ClipToPage(Page(2.1, 2.7, 3.3, 5.1), cut));
+  EXPECT_TRUE(cut.IsEmpty());
+  EXPECT_TRUE(polygon.ClipToPage(Page(9, 9, 10, 10), cut));
+  EXPECT_NEAR(cut.GetArea(), 1 - 0.7 * 0.9, 1e-12);
+}
+
 TEST(PolyClipLine, FirstFaultHasItsKindRingAndPlace) {
   PolyClipFault fault;
   PolyClipLine polygon = Lake();
@@ -491,7 +511,7 @@ TEST(PolyClipLine, FirstFaultHasItsKindRingAndPlace) {
   PolyClipLine endless = Polygon({{0, 0}, {1, 0}, {1, kInfinity}});
   ASSERT_TRUE(endless.FindFault(fault));
   EXPECT_EQ(fault.kind, Kind::kNotFinite);
-  EXPECT_EQ(fault.Text(), L"ring 1: has a coordinate that is no number or beyond 1e100, in the vertex 1, inf");
+  EXPECT_EQ(fault.Text(), L"ring 1: has a coordinate that is no number or beyond 1e12, in the vertex 1, inf");
   EXPECT_FALSE(endless.IsSelfIntersecting());
 }
 

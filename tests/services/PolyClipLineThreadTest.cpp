@@ -29,5 +29,25 @@ TEST(PolyClipLineThreadTest, ManyThreadsMayAskOnePolygonForTheFirstTime) {
   }
 }
 
+// A copy that is asked and dropped on its thread while the owner changes its own.
+TEST(PolyClipLineThreadTest, OwnerMayChangeItsOwnWhileACopyIsDropped) {
+  for (int round = 0; round < 200; ++round) {
+    PolyClipLine polygon;
+    polygon.AddRing({{0, 0}, {4, 0}, {4, 4}}, false);
+    std::atomic<bool> right{false};
+    std::jthread thread([copy = PolyClipLine(polygon), &right]() mutable {
+      right = copy.IsPointInPoly({2, 1}) && copy.GetArea() == 8;
+      copy.Clear();
+    });
+    // As many changes as are under way while the copy goes.
+    for (int i = 0; i < 20; ++i) {
+      polygon.AddElem({0, 4.0 + i});
+      ASSERT_TRUE(polygon.IsPointInPoly({1, 3}));
+    }
+    thread.join();
+    ASSERT_TRUE(right);
+  }
+}
+
 }  // namespace
 }  // namespace vak

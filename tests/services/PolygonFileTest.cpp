@@ -243,7 +243,7 @@ TEST_F(PolygonFile, GeoJsonErrorsSayWhatIsWrong) {
       {"too large for a double", R"({"type":"Polygon","coordinates":[[[0,1e400],[4,3],[0,0]]]})",
        L"line 1: this is no JSON that can be read"},
       {"beyond measure", R"({"type":"Polygon","coordinates":[[[0,1e101],[4,3],[0,0]]]})",
-       L"it has a coordinate beyond 1e100"},
+       L"it has a coordinate beyond 1e12"},
       {"arrays without end", R"({"type":"Polygon","coordinates":)" + nested("[", 100'000),
        L"its coordinates are nested too deep"},
       {"arrays without end elsewhere", R"({"properties":)" + nested("[", 100'000),
@@ -258,10 +258,32 @@ TEST_F(PolygonFile, GeoJsonErrorsSayWhatIsWrong) {
   }
 }
 
-TEST_F(PolygonFile, EmptyRingsAreTaken) {
-  EXPECT_EQ(Read(R"({"type":"Polygon","coordinates":[[[0,0],[4,0],[4,3],[0,0]],[]]})"), L"");
-  EXPECT_FALSE(polygon_.IsValid());
-  EXPECT_EQ(Fault(), L"polygon 1, ring 2: has fewer than three different points");
+// Wherever it stands: the ring behind an outer one that is left out isn't the outer one.
+TEST_F(PolygonFile, EmptyRingsAreRefused) {
+  for (const std::string& text : {
+           Json(R"({"type":"Polygon","coordinates":[)", ",[]]}"),
+           Json(R"({"type":"Polygon","coordinates":[[],)", "]}"),
+           Json(R"({"type":"MultiPolygon","coordinates":[[)", ",[]]]}"),
+           Json(R"({"type":"MultiPolygon","coordinates":[[[],)", "]]}"),
+           Json(R"({"type":"MultiPolygon","coordinates":[[],[)", "]]}"),
+           Json(R"({"type":"MultiPolygon","coordinates":[[)", "],[]]}"),
+       }) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(Read(text), L"it has a ring or a polygon that is empty");
+    EXPECT_TRUE(polygon_.IsEmpty());
+  }
+}
+
+TEST_F(PolygonFile, CoordinatesThatUnderflowCountAsZero) {
+  // Whether such edges lie on each other can't be told from products of them.
+  EXPECT_EQ(Read("0 2.5e-162\n9e-162 0\n2e-300 3e-162\n"), L"");
+  EXPECT_EQ(Fault(), L"line 1: has fewer than three different points");
+  EXPECT_EQ(Read("0 2e-101\n4 -9e-102\n4 3\n0 -0\n"), L"");
+  EXPECT_EQ(polygon_.GetArea(), 6);
+  EXPECT_EQ(Fault(), L"");
+  EXPECT_EQ(Read(R"({"type":"Polygon","coordinates":[[[0,2e-162],[4,-9e-162],[4,3],[0,0]]]})"), L"");
+  EXPECT_EQ(polygon_.GetArea(), 6);
+  EXPECT_EQ(Fault(), L"");
 }
 
 TEST_F(PolygonFile, FaultsNameTheirPlaceInTheFile) {

@@ -27,9 +27,9 @@ class DtmPolyClipper::Weight {
   double Value() const {
     if (parts_ == 0) return std::max(0, whole_) * surface_;
     const double value = whole_ * surface_ + sum_;
-    if (parts_ + std::abs(whole_) == 1) return value;
+    if (parts_ + std::abs(whole_) == 1) return std::max(0.0, value);
     const double rounding = 64 * std::numeric_limits<double>::epsilon() * surface_ * (parts_ + std::abs(whole_));
-    if (value <= rounding) return 0;
+    if (value <= rounding) return 0;  // also where a hole isn't within its ring: nothing is taken off nothing
     return std::fabs(value - surface_) <= rounding ? surface_ : value;
   }
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <span>
@@ -55,6 +56,13 @@ class Lazy {
 
 bool IsUsable(const Point& point) {
   return std::fabs(point.x) <= PolyClipper::kLargestCoordinate && std::fabs(point.y) <= PolyClipper::kLargestCoordinate;
+}
+
+/// What a ring keeps of a vertex.
+Point Usual(Point point) {
+  if (std::fabs(point.x) < PolyClipper::kSmallestCoordinate) point.x = 0;
+  if (std::fabs(point.y) < PolyClipper::kSmallestCoordinate) point.y = 0;
+  return point;
 }
 
 bool SamePlace(const Point& a, const Point& b) { return a.x == b.x && a.y == b.y; }
@@ -125,7 +133,7 @@ class BandIndex {
       SetBands(bands);
       std::size_t entries = 0;
       for (const Edge& edge : edges_) entries += BandOf(edge.highY) - BandOf(edge.lowY) + 1;
-      if (bands == 1 || entries <= 3 * edges_.size()) break;
+      if (bands_ == 1 || entries <= 3 * edges_.size()) break;
       bands = (bands + 1) / 2;
     }
     Sort();
@@ -143,6 +151,9 @@ class BandIndex {
   void SetBands(std::size_t bands) {
     bands_ = bands;
     scale_ = static_cast<double>(bands) / (top_ - bottom_);
+    if (std::isfinite(scale_)) return;
+    bands_ = 1;
+    scale_ = 0;
   }
 
   /// Never falls with y, whatever the rounding, so that an edge is in the band of every height between its ends.
@@ -198,7 +209,7 @@ std::wstring PolyClipFault::Text() const {
     case Kind::kNone:
       return {};
     case Kind::kNotFinite:
-      text = "has a coordinate that is no number or beyond 1e100, in the vertex ";
+      text = "has a coordinate that is no number or beyond 1e12, in the vertex ";
       AppendPlace(text, at);
       break;
     case Kind::kTooFewPoints:
@@ -228,6 +239,8 @@ struct PolyClipLine::Body {
   bool closed = true;  // in its file
   std::wstring place;  // in its file
   int group = 0;       // rings that make a polygon with holes together
+
+  std::atomic<bool> shared{false};  // another polygon has had it too: not to be changed any more
 
   mutable Lazy<Measures> measures;
   mutable Lazy<BandIndex> index;
@@ -281,17 +294,23 @@ struct PolyClipLine::Body {
 };
 
 PolyClipLine::PolyClipLine() = default;
-PolyClipLine::PolyClipLine(const PolyClipLine& other) = default;
+PolyClipLine::PolyClipLine(const PolyClipLine& other) : body_(other.body_), title_(other.title_) {
+  if (body_) body_->shared.store(true, std::memory_order_relaxed);
+}
 PolyClipLine::PolyClipLine(PolyClipLine&& other) noexcept = default;
-PolyClipLine& PolyClipLine::operator=(const PolyClipLine& other) = default;
+PolyClipLine& PolyClipLine::operator=(const PolyClipLine& other) {
+  if (this != &other) *this = PolyClipLine(other);
+  return *this;
+}
 PolyClipLine& PolyClipLine::operator=(PolyClipLine&& other) noexcept = default;
 PolyClipLine::~PolyClipLine() = default;
 
-/// The body, to be changed: nobody else's, and without what was worked out of it.
+/// The body, to be changed: nobody else's, and without what was worked out of it. That a copy is gone again doesn't
+/// make the body one's own: the count of owners tells that it is gone, but not that its thread is done reading.
 PolyClipLine::Body& PolyClipLine::Own() {
   if (!body_) {
     body_ = std::make_shared<Body>();
-  } else if (body_.use_count() > 1) {
+  } else if (body_->shared.load(std::memory_order_relaxed)) {
     body_ = body_->Clone();
   } else {
     body_->measures.Reset();
@@ -323,14 +342,15 @@ void PolyClipLine::AddElem(const Point& point) {
   if (!body.rings.empty()) {
     body.rings.back().AddElem(point);
   } else {
-    body.points.push_back(point);
+    body.points.push_back(Usual(point));
   }
 }
 
 void PolyClipLine::AddRing(const std::vector<Point>& points, bool hole) {
   const int before = IsEmpty() ? 0 : body_->RingAt(NumRings() - 1).group;
   Body& ring = *AppendRing().body_;
-  ring.points = points;
+  ring.points.resize(points.size());
+  std::transform(points.begin(), points.end(), ring.points.begin(), Usual);
   while (ring.points.size() > 1 && SamePlace(ring.points.front(), ring.points.back())) ring.points.pop_back();
   ring.hole = hole;
   ring.group = hole ? before : before + 1;
@@ -493,17 +513,21 @@ bool PolyClipLine::FileOpen(const FileObject& file, std::wstring* error) {
 
 bool PolyClipLine::ClipToPage(const Page& page, PolyClipLine& cut) const {
   PolyClipLine left;
+  double surfaces = 0;
   PolyClipper clipper;
   clipper.SetPage(page);
   for (std::size_t i = 0; i < NumRings(); ++i) {
     const PolyClipLine& ring = body_->rings.empty() ? *this : body_->rings[i];
     if (!ring.FillPolyClipper(clipper)) continue;
+    surfaces += std::fabs(clipper.Area());
     Body& body = *left.AppendRing().body_;
-    for (int at = 0; at < clipper.GetOutputSize(); ++at) body.points.push_back(clipper.GetOutputPoint(at));
+    for (int at = 0; at < clipper.GetOutputSize(); ++at) body.points.push_back(Usual(clipper.GetOutputPoint(at)));
     body.hole = ring.body_->hole;
     body.group = ring.body_->group;
     body.place = ring.body_->place;
   }
+  // Holes may leave nothing of the rings around them, but for rounding.
+  if (left.GetArea() <= 64 * std::numeric_limits<double>::epsilon() * surfaces) left.Clear();
   left.title_ = title_;
   cut = std::move(left);
   return !cut.IsEmpty();

@@ -35,7 +35,7 @@ struct PolyClipFault {
 /// (1) A point lies in the polygon when more rings than holes are around it. (2) A point on an edge belongs to a ring
 /// on its right or upper side: the lower and left ends are inside. So, whatever the directions, a point is in exactly
 /// one of two polygons that meet along an edge, or of a polygon with a hole and what fills the hole. The test is exact,
-/// without rounding, for coordinates between 1e-100 and 1e100. (3) What holds for points holds for surfaces:
+/// without rounding, for points between 1e-100 and 1e100. (3) What holds for points holds for surfaces:
 /// `GetArea` and the clipper count holes the same way.
 ///
 /// Each ring is a polygon itself, `GetFirstPolyClipLine`. A ring that is a hole says so by `IsHole` and by a negative
@@ -55,7 +55,8 @@ class PolyClipLine {
   PolyClipLine& operator=(PolyClipLine&& other) noexcept;
   ~PolyClipLine();
 
-  /// Appends a vertex to the last ring, beginning the first when there is none.
+  /// Appends a vertex to the last ring, beginning the first when there is none. An x or y below 1e-100 is taken as 0,
+  /// here and wherever vertices come from.
   void AddElem(const Point& point);
 
   /// Appends a ring. One that repeats its first vertex at the end is taken without the repetition.
@@ -67,7 +68,7 @@ class PolyClipLine {
   bool IsEmpty() const;
 
   /// Whether it can be used for clipping: every ring has at least three different points and finite coordinates (none
-  /// beyond 1e100). A self-intersection is for `FindFault` to find.
+  /// beyond 1e12). A self-intersection is for `FindFault` to find.
   bool IsValid() const;
 
   // The rings in order. The pointer is the state of the walk, so that any number of them can be under way; it stays
@@ -124,7 +125,7 @@ class PolyClipLine {
   /// Cuts the polygon to a rectangle, ring by ring. What is left of a ring in several places stays one ring, joined
   /// along the rectangle's edges: right for surfaces and points, but `IsSelfIntersecting`.
   /// @param cut  gets the polygon; no rings when nothing is left, which limits nothing, so that false must be heeded.
-  /// @return false when nothing is left.
+  /// @return false when no surface is left, be it that a hole takes all of it.
   bool ClipToPage(const Page& page, PolyClipLine& cut) const;
 
  private:

@@ -31,8 +31,11 @@ namespace vak {
 /// Allocates nothing once its lists have grown to what is asked of them. For one thread at a time; a copy stands alone.
 class PolyClipper {
  public:
-  /// Coordinates beyond count as not finite: products of them must not overflow.
-  static constexpr double kLargestCoordinate = 1e100;
+  /// Coordinates beyond count as not finite. So far away a double still tells tenths of a millimetre apart, so that a
+  /// vertex there doesn't blur what an edge does near the origin.
+  static constexpr double kLargestCoordinate = 1e12;
+  /// Coordinates below count as 0: products of them must not underflow.
+  static constexpr double kSmallestCoordinate = 1e-100;
 
   /// How the last result covers the page.
   enum class Cover {

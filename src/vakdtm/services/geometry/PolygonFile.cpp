@@ -21,6 +21,9 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
+/// What a ring keeps of a coordinate.
+double Usual(double value) { return std::fabs(value) < PolyClipper::kSmallestCoordinate ? 0 : value; }
+
 bool IsUsable(double value) { return std::fabs(value) <= PolyClipper::kLargestCoordinate; }
 
 std::wstring AtLine(std::size_t line) { return L"line " + std::to_wstring(line); }
@@ -65,6 +68,8 @@ bool TakeSeparator(std::string_view& text) {
 /// @param line  without blanks around it.
 bool ReadVertex(std::string_view line, Point& vertex) {
   if (!TakeNumber(line, vertex.x) || !TakeSeparator(line) || !TakeNumber(line, vertex.y)) return false;
+  vertex.x = Usual(vertex.x);
+  vertex.y = Usual(vertex.y);
   if (line.empty()) return true;
   return TakeSeparator(line) && TakeNumber(line, vertex.z) && line.empty();
 }
@@ -238,7 +243,7 @@ class GeoJsonReader final : public nlohmann::json_sax<nlohmann::json> {
   bool Number(double value) {
     if (depth_ == 0) return true;
     Coordinates& coordinates = open_.back().coordinates;
-    if (!IsUsable(value)) return Fail(L"it has a coordinate beyond 1e100");
+    if (!IsUsable(value)) return Fail(L"it has a coordinate beyond 1e12");
     if (coordinates.positionDepth == 0) coordinates.positionDepth = depth_;
     if (coordinates.positionDepth != depth_) return Fail(L"its positions aren't all equally deep");
     if (numbers_ < position_.size()) position_[numbers_] = value;
@@ -262,7 +267,7 @@ class GeoJsonReader final : public nlohmann::json_sax<nlohmann::json> {
       error_ = TooMany();
       return false;
     }
-    coordinates.points.emplace_back(position_[0], position_[1], position_[2]);
+    coordinates.points.emplace_back(Usual(position_[0]), Usual(position_[1]), position_[2]);
     position_[2] = 0;
     return true;
   }
@@ -278,6 +283,8 @@ class GeoJsonReader final : public nlohmann::json_sax<nlohmann::json> {
       return Fail(one ? L"the coordinates of a Polygon are rings of positions"
                       : L"the coordinates of a MultiPolygon are polygons of rings of positions");
     }
+    // Without its outer ring the next one, a hole, would be taken for it.
+    if (from.emptyDepth > 0) return Fail(L"it has a ring or a polygon that is empty");
     if (one) from.polygonEnds = {from.ringEnds.size()};
     std::size_t ring = 0;
     std::size_t point = 0;

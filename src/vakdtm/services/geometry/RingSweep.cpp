@@ -45,7 +45,8 @@ struct Lower {
   }
 };
 
-using Status = std::set<const Edge*, Lower>;
+/// Edges that lie on each other are all in it, even where underflow keeps the order from telling them apart.
+using Status = std::multiset<const Edge*, Lower>;
 
 /// The vertices of a ring without those that repeat the one before.
 std::vector<Point> Distinct(RingPoints ring) {
@@ -91,7 +92,7 @@ class Sweep {
     std::vector<Status::iterator> places(edges_.size());
     for (const Event& event : events_) {
       if (event.begins) {
-        const auto place = status_.insert(&edges_[event.edge]).first;
+        const auto place = status_.insert(&edges_[event.edge]);
         places[event.edge] = place;
         if (place != status_.begin() && Meet(**std::prev(place), **place)) break;
         if (std::next(place) != status_.end() && Meet(**place, **std::next(place))) break;
@@ -108,6 +109,7 @@ class Sweep {
   std::vector<RingNesting> FindNesting() {
     nesting_.assign(points_.size(), {});
     known_.assign(points_.size(), false);
+    waits_.assign(points_.size(), false);
     lowest_.assign(points_.size(), status_.end());
     std::vector<Status::iterator> places(edges_.size());
     for (std::size_t i = 0; i < events_.size();) {
@@ -120,7 +122,7 @@ class Sweep {
           continue;
         }
         const Edge& edge = edges_[event.edge];
-        places[event.edge] = status_.insert(&edge).first;
+        places[event.edge] = status_.insert(&edge);
         if (known_[edge.ring]) continue;
         auto& lowest = lowest_[edge.ring];
         if (lowest == status_.end()) begun.push_back(edge.ring);
@@ -258,19 +260,16 @@ class Sweep {
   /// Nests a ring that has just begun by what is below its lowest edge, and before that what has begun in the same
   /// vertex and lies in between.
   void Nest(std::uint32_t ring) {
-    std::vector<std::uint32_t> waiting{ring};
+    std::vector<std::uint32_t> waiting;
+    if (!known_[ring]) Wait(ring, waiting);
     while (!waiting.empty()) {
       const std::uint32_t top = waiting.back();
-      if (known_[top]) {
-        waiting.pop_back();
-        continue;
-      }
       const auto lowest = lowest_[top];
       const Edge* below = lowest == status_.begin() ? nullptr : *std::prev(lowest);
       // Rings that cross can lead round in a circle.
-      const bool circle = below != nullptr && std::find(waiting.begin(), waiting.end(), below->ring) != waiting.end();
+      const bool circle = below != nullptr && waits_[below->ring];
       if (below != nullptr && !known_[below->ring] && !circle && lowest_[below->ring] != status_.end()) {
-        waiting.push_back(below->ring);
+        Wait(below->ring, waiting);
         continue;
       }
       if (below != nullptr && known_[below->ring]) {
@@ -278,8 +277,14 @@ class Sweep {
         nesting_[top] = below->ringAbove ? RingNesting{neighbour.depth + 1, static_cast<int>(below->ring)} : neighbour;
       }
       known_[top] = true;
+      waits_[top] = false;
       waiting.pop_back();
     }
+  }
+
+  void Wait(std::uint32_t ring, std::vector<std::uint32_t>& waiting) {
+    waiting.push_back(ring);
+    waits_[ring] = true;
   }
 
   std::vector<std::vector<Point>> points_;
@@ -291,6 +296,7 @@ class Sweep {
   RingCrossing crossing_;
   std::vector<RingNesting> nesting_;
   std::vector<bool> known_;
+  std::vector<bool> waits_;  // for what is below it to be nested first
   std::vector<Status::iterator> lowest_;
 };
 

@@ -1,3 +1,4 @@
+#include <cmath>
 #include <gtest/gtest.h>
 
 #include "vakdtm/analysis/DtmMinMaxProcessor.h"
@@ -37,6 +38,23 @@ TEST(DtmMinMaxProcessor, EmptyCellsHaveNoLimits) {
   DtmMinMaxProcessor limits(dVAL);
   ASSERT_TRUE(limits.ProcessAllCells(grid.Access()));
   EXPECT_FALSE(limits.HaveValues());
+}
+
+TEST(DtmMinMaxProcessor, WhatIsNoNumberIsAValueThoughItIsNotTheEmptyOne) {
+  TestGrid grid;
+  grid.Draw(". -5");
+  grid.Set(0, 0, dVAL, std::nan("3"));
+  DtmMinMaxProcessor limits(dVAL);
+  ASSERT_TRUE(limits.ProcessRect(grid.Access(), Page(0.1, 0.1, 0.9, 0.9)));
+  EXPECT_TRUE(limits.HaveValues());
+  ASSERT_TRUE(limits.ProcessAllCells(grid.Access()));
+  EXPECT_TRUE(std::isnan(limits.MinValue())) << "nothing is below or above the first";
+  EXPECT_TRUE(std::isnan(limits.MaxValue()));
+  grid.Set(0, 0, dVAL, -6);
+  grid.Set(0, 1, dVAL, std::nan("3"));
+  ASSERT_TRUE(limits.ProcessAllCells(grid.Access()));
+  EXPECT_EQ(limits.MinValue(), -6.0);
+  EXPECT_EQ(limits.MaxValue(), -6.0);
 }
 
 TEST(DtmMinMaxProcessor, AWalkStartsAnew) {

@@ -1,3 +1,4 @@
+#include <cmath>
 #include <cstddef>
 #include <cstdlib>
 #include <gmock/gmock.h>
@@ -25,13 +26,18 @@ namespace {
 
 using test::TestGrid;
 
+/// What came out of a report, in order.
+using Journal = std::vector<std::string>;
+
 class CollectingSink final : public MessageSink {
  public:
   void ShowMessage(MessageIcon icon, const std::wstring& title, const std::wstring& text) override {
     EXPECT_EQ(icon, MessageIcon::kInformation);
     EXPECT_EQ(title, L"Cell Info Results");
     boxes.push_back(text);
+    if (journal) journal->emplace_back("box");
   }
+  Journal* journal = nullptr;
   std::vector<std::wstring> boxes;
 };
 
@@ -45,8 +51,22 @@ class CollectingLog final : public BaseVAKMessage {
     EXPECT_TRUE(showTime);
     EXPECT_EQ(code, 0);
     lines.push_back(text);
+    if (journal) journal->emplace_back("log");
   }
+  Journal* journal = nullptr;
   std::vector<std::wstring> lines;
+};
+
+class JournalFile final : public CFile {
+ public:
+  explicit JournalFile(Journal& journal) : journal_(journal) {}
+  bool Write(const void* /*from*/, unsigned /*count*/) override {
+    journal_.emplace_back("file");
+    return true;
+  }
+
+ private:
+  Journal& journal_;
 };
 
 /// What of a process a report depends on, with a point and a comma, metres and universal time at first. Everything is
@@ -177,6 +197,57 @@ TEST_F(DtmTotalProcessorReport, AFileGetsALineUnderHeadingsAndNoBoxIsShown) {
             "harbour \xc3\xa4,3,12.00,4.00,-12.500,-10.000,-10.750,1.194,0.500,6,2015-07-03 12:34:52\n");
   EXPECT_THAT(sink_->boxes, testing::IsEmpty());
   EXPECT_THAT(log_.lines, testing::IsEmpty());
+}
+
+TEST_F(DtmTotalProcessorReport, FileComesBeforeLogAndLogBeforeBox) {
+  Fill();
+  Journal journal;
+  JournalFile file(journal);
+  sink_->journal = log_.journal = &journal;
+  DtmTotalProcessor total(true, L"harbour", &file, true);
+  total.SetMessageLog(&log_);
+  Report(total);
+  Journal expected = {"file", "file"};
+  expected.insert(expected.end(), 11, "log");
+  expected.emplace_back("box");
+  EXPECT_EQ(journal, expected);
+}
+
+TEST_F(DtmTotalProcessorReport, ATabBetweenTheItemsStaysThoughTheHeadingsHaveNone) {
+  Fill();
+  SetLocaleSeparators(LocaleSeparators{L".", L"\t"});
+  Report(DtmTotalProcessor(false, L"", &file_, true));
+  EXPECT_EQ(Written(),
+            "Clipping polygon:\tUsed cells: \tUsed area:  m\xc2\xb2\tEmpty area: m\xc2\xb2\tZ minimum(Deepest): m\t"
+            "Z maximum(Highest): m\tZ average:  m\tZ standard deviation:  m\tCells Z standard deviation:  m\t"
+            "Total hit count:\tLatest time:\n"
+            "\t3\t12.00\t4.00\t-12.500\t-10.000\t-10.750\t1.194\t0.500\t6\t2015-07-03 12:34:52\n");
+}
+
+TEST_F(DtmTotalProcessorReport, ANameIsNoNumberWhateverTheLocale) {
+  Fill();
+  SetLocaleSeparators(LocaleSeparators{L",", L";"});
+  Report(DtmTotalProcessor(false, L"v1.2", &file_, false));
+  EXPECT_EQ(Written().find("v1.2;3;12,00;"), 0U) << Written();
+}
+
+TEST_F(DtmTotalProcessorReport, AnOverlapTooSmallToShowKeepsItsSignInTheBox) {
+  Fill();
+  DtmTotalProcessor total(true, L"", &file_, false);
+  total.SetClippingPolygon(Square(std::sqrt(11.999)));
+  Report(total);
+  EXPECT_EQ(Written().find(",3,12.00,0.00,"), 0U) << Written();
+  ASSERT_EQ(sink_->boxes.size(), 1U);
+  EXPECT_NE(sink_->boxes[0].find(L"Empty area:\t\t-0.00 m\u00b2\n"), std::wstring::npos);
+}
+
+TEST_F(DtmTotalProcessorReport, AHeightThatIsNoNumberIsShownAsNone) {
+  grid_.Draw("-10 . -11");
+  grid_.Set(0, 1, dVAL, std::nan("3"));
+  Report(DtmTotalProcessor(true, L"", &file_, false));
+  EXPECT_EQ(Written(), ",3,12.00,4.00,-11.000,-10.000,nan,nan,,3,\n");
+  ASSERT_EQ(sink_->boxes.size(), 1U);
+  EXPECT_NE(sink_->boxes[0].find(L"Z average: \t\tnan m\nZ standard deviation: \tnan m\n"), std::wstring::npos);
 }
 
 TEST_F(DtmTotalProcessorReport, AMissingValueLeavesItsItemEmpty) {

@@ -247,6 +247,32 @@ TEST(DtmTotalProcessor, MoreHitsThanAnIntHoldsAreAnInts) {
   EXPECT_EQ(Average(total), -1.0);
 }
 
+TEST(DtmTotalProcessor, FiguresAgreeToTheLastBit) {
+  // Numbers that no binary fraction holds: each product and sum rounds, and another order shows. Worked out apart.
+  TestGrid grid = Grid({dVAL, iNUM, dSDV}, 0.3);
+  grid.Draw("0.9 2.3");
+  for (const auto& [col, hits] : {std::pair{0, 3}, {1, 7}}) {
+    grid.Set(0, col, iNUM, hits);
+    grid.Set(0, col, dSDV, 0.1);
+  }
+  DtmTotalProcessor total;
+  ASSERT_TRUE(Walk(total, grid, {{0, 0, 0.09}, {0, 1, 0.01}}));
+  EXPECT_EQ(Average(total), 0x1.3030303030302p+0);
+  EXPECT_EQ(Deviation(total), 0x1.58c2745f16c52p-1);
+}
+
+TEST(DtmTotalProcessor, SumsThatAreNoNumbersHaveADeviationThatIsNone) {
+  TestGrid grid = Grid({dVAL});
+  grid.Draw("-1 . -3");
+  grid.Set(0, 1, dVAL, std::nan("3"));
+  DtmTotalProcessor total;
+  ASSERT_TRUE(Walk(total, grid, {{0, 0, 1.0}, {0, 1, 1.0}, {0, 2, 1.0}}));
+  EXPECT_EQ(total.UsedArea(), 3.0) << "it isn't the empty value";
+  ASSERT_TRUE(Average(total).has_value() && Deviation(total).has_value());
+  EXPECT_TRUE(std::isnan(*Average(total)));
+  EXPECT_TRUE(std::isnan(*Deviation(total)));
+}
+
 // ---- Durations, times, further kinds
 
 TEST(DtmTotalProcessor, DurationsCountByArea) {
@@ -345,6 +371,18 @@ TEST(DtmTotalProcessor, APlaceOfTheDeepestStaysWhenAMeanGoesBelowIt) {
   ASSERT_TRUE(Walk(total, grid, {{0, 0, 1.0}, {0, 1, 1.0}}));
   EXPECT_EQ(Minimum(total), "-8 at 0.5 0.5");
   EXPECT_EQ(Maximum(total), "-1 at 1.5 0.5");
+}
+
+TEST(DtmTotalProcessor, AWalkForgetsTheExtremesAndNotTheirPlaces) {
+  TestGrid grid = Grid({dVAL, dMIN});
+  grid.Draw(". . -4");
+  grid.Set(0, 0, dMIN, -9.0);
+  DtmTotalProcessor total;
+  ASSERT_TRUE(Walk(total, grid, {{0, 0, 1.0}}));
+  EXPECT_EQ(Minimum(total), "-9 at 0.5 0.5");
+  ASSERT_TRUE(Walk(total, grid, {{0, 2, 1.0}}));
+  EXPECT_EQ(Minimum(total), "-4 at 0.5 0.5");
+  EXPECT_EQ(Maximum(total), "-4 at 2.5 0.5");
 }
 
 TEST(DtmTotalProcessor, TheDeepestComesBeforeTheHighestSoThatItsOwnPlaceStays) {

@@ -1,3 +1,4 @@
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -9,6 +10,7 @@
 #include "Command.h"
 #include "StopSignals.h"
 #include "support/CommandModels.h"
+#include "support/TestGrid.h"
 #include "support/TestLocale.h"
 
 namespace vak {
@@ -99,6 +101,20 @@ TEST_F(StatsCommand, ModelWithoutACellHasNoFigures) {
     EXPECT_TRUE(figures[key].is_null()) << key;
   }
   EXPECT_THAT(Stats({}).out, HasSubstr("Z minimum(Deepest):\t-\n"));
+}
+
+TEST_F(StatsCommand, FiguresThatAreNoNumbersAreNullOrSaySo) {
+  test::TestGrid grid;
+  grid.Draw("-1 . -3");
+  grid.Set(0, 1, dVAL, std::nan("3"));
+  grid.Close();
+  models_.Folder().Write("a.dtm", grid.Bytes());
+  const json figures = StatsJson({});
+  EXPECT_EQ(figures["used_cells"], 3.0);
+  EXPECT_TRUE(figures["average"].is_null() && figures["standard_deviation"].is_null()) << figures;
+  EXPECT_THAT(Stats({"--results", models_.File("r.csv")}).out,
+              HasSubstr("Z average: \t\tnan m\nZ standard deviation: \tnan m\n"));
+  EXPECT_THAT(models_.Folder().Text("r.csv"), HasSubstr(",-3.000,-1.000,nan,nan,,3,"));
 }
 
 TEST_F(StatsCommand, AllKindsCount) {

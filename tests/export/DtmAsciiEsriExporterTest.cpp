@@ -156,6 +156,23 @@ TEST(DtmAsciiEsriExporter, AnotherNotANumberInTheAreaIsNoMark) {
   EXPECT_NE(esri.Text().find("-1.00 \n"), std::string::npos);
 }
 
+TEST(DtmAsciiEsriExporter, AValueThatIsNoNumberIsNotAnEmptyOne) {
+  TestGrid grid;
+  grid.Draw("-1 . -3");
+  grid.Set(0, 1, dVAL, std::nan("3"));
+  EXPECT_NE(Exported(grid).find("\n-1.00 nan -3.00 \n"), std::string::npos);
+}
+
+TEST(DtmAsciiEsriExporter, MoreColumnsThanAnIntHoldsAreCounted) {
+  TestGrid grid;
+  constexpr int kFar = 2'000'000'000;
+  for (const int place : {-kFar, kFar}) ASSERT_TRUE(grid.Set(place, place, dVAL, -1.0));
+  EsriExport esri(grid);
+  ASSERT_TRUE(esri.Exporter().Init(grid.Access()));
+  ASSERT_TRUE(esri.Exporter().Close());
+  EXPECT_EQ(esri.Text().find("NCOLS 4000000001\nNROWS 4000000001\nXLLCENTER -1999999999.500000\n"), 0U) << esri.Text();
+}
+
 TEST(DtmAsciiEsriExporter, AModelWithoutCellsIsAHeaderForNone) {
   TestGrid grid;
   EXPECT_EQ(Exported(grid),

@@ -50,9 +50,9 @@ class Settled {
 /// The table of the types of bottom, where it is looked for, for a scope.
 class PhiTable {
  public:
-  PhiTable() {
+  explicit PhiTable(const std::wstring& first = L"sand") {
     ColorTable table;
-    EXPECT_TRUE(table.SetClasses({{.lower = 0, .name = L"sand"}, {.lower = 4, .name = L"silt \u00e4"}}, 8.0));
+    EXPECT_TRUE(table.SetClasses({{.lower = 0, .name = first}, {.lower = 4, .name = L"silt \u00e4"}}, 8.0));
     SmartFileImpl file;
     file.FileClose();
     EXPECT_TRUE(table.FileSave(file.GetFileObject()));
@@ -223,6 +223,16 @@ TEST(DtmAsciiExporter, PositionsOfExtremesStandBeforeThem) {
             "5.000,1.000,,,,-4.000,5.500,1.500,\n");
 }
 
+TEST(DtmAsciiExporter, PositionsHaveTheUsersDecimalMarkToo) {
+  const Settled settled(L",", L";");
+  TestGrid grid = Grid({dMAX, fXMX, fYMX}, 2.0);
+  grid.Set(0, 0, dMAX, -1.0);
+  grid.Set(0, 0, fXMX, -0.125);
+  grid.Set(0, 0, fYMX, 0.75);
+  EXPECT_EQ(Exported(grid, dMAX, [](auto& exporter) { exporter.SetAddMinMaxPos(true); }),
+            "1,000;1,000;0,875;1,750;-1,000\n");
+}
+
 TEST(DtmAsciiExporter, PositionsWithoutTheExtremesAddNoColumns) {
   const Settled settled;
   TestGrid grid = Grid({dVAL, iNUM, dMIN, fXMN, fYMN});
@@ -256,6 +266,22 @@ TEST(DtmAsciiExporter, ResamplingGivesTheCornerBetweenFourCells) {
                      }),
             "X,Y,VAL,XMIN,YMIN,MIN\n2.000,2.000,-4.000,1.500,1.500,\n")
       << "the place of an extreme is where it was measured";
+}
+
+TEST(DtmAsciiExporter, WhatIsInterpolatedIsInvertedAsWell) {
+  const Settled settled;
+  TestGrid grid = Grid({dVAL, iNUM}, 2.0);
+  grid.Draw(
+      "-4 -8\n"
+      "-1 -3");
+  for (const auto& [row, col] : {std::pair{0, 0}, {0, 1}, {1, 0}, {1, 1}}) grid.Set(row, col, iNUM, 2);
+  EXPECT_EQ(Exported(grid, dVAL,
+                     [](auto& exporter) {
+                       exporter.AddExtraBlockId(iNUM);
+                       exporter.SetInvert(true);
+                       exporter.SetResampleToCenterCellZero(true);
+                     }),
+            "X,Y,(-)VAL,NUM\n2.000,2.000,4.000,2.000\n");
 }
 
 TEST(DtmAsciiExporter, NumbersAreInTheProjectsUnits) {
@@ -295,6 +321,14 @@ TEST(DtmAsciiExporter, BottomTypesHaveNames) {
             "2.500,0.500,200.000,,1.000\n"
             "3.500,0.500,,4.000\n")
       << "without a type its column falls away";
+}
+
+TEST(DtmAsciiExporter, ANameIsWrittenAsItIs) {
+  const Settled settled(L",", L";");
+  const PhiTable table(L"sand 1.5; fine");
+  TestGrid grid = Grid({cPHT});
+  grid.Set(0, 0, cPHT, 2);
+  EXPECT_EQ(Exported(grid, cPHT), "0,500;0,500;2,000;sand 1.5; fine\n");
 }
 
 TEST(DtmAsciiExporter, WithoutATableNamesAreEmpty) {
@@ -410,6 +444,19 @@ TEST(DtmAsciiPhiTextExporter, WritesValueAndNameWithCommasAndPointsInEveryLocale
   grid.Set(1, 0, fPHI, -1.0);
   EXPECT_EQ(Exported<DtmAsciiPhiTextExporter>(grid, fPHI),
             "0.500,0.500,2.500,sand\n2.500,0.500,4.000,silt \xc3\xa4\n0.500,1.500,-1.000,\n");
+}
+
+TEST(DtmAsciiPhiTextExporter, NumbersAreInTheProjectsUnitsAndNamesAreThoseOfTheValue) {
+  const Settled settled;
+  const PhiTable table;
+  ProjectDefinition project;
+  project.SetUnitCnv(CVakUnitCnv(LengthUnit::kFoot, LengthUnit::kFoot, LengthUnit::kFoot));
+  project.SetCoordinateDecimals(1);
+  project.SetHeightDecimals(2);
+  SetCurrentProjectDefinition(project);
+  TestGrid grid = Grid({fPHI}, 0.6096);
+  grid.Set(0, 1, fPHI, 3.048);
+  EXPECT_EQ(Exported<DtmAsciiPhiTextExporter>(grid, fPHI), "3.0,1.0,10.00,sand\n");
 }
 
 TEST(DtmAsciiPhiTextExporter, ACellThatCannotBeReadEndsTheWalk) {

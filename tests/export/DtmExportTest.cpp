@@ -1,4 +1,5 @@
 #include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -56,6 +57,26 @@ TEST(DtmExport, WritesTheKindsAndThenACellAfterTheOther) {
     FF FF FF FF  03 00 00 00                             ; row -1, column 3: the others are empty
     00 00 00 00  00 00 00 00 00 00 00 40  FF FF FF FF  00  00 00 00 00
   )")));
+}
+
+TEST(DtmExport, AHeightThatIsNoNumberIsUsed) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 4, .blockIds = {dVAL}});
+  grid.Set(0, 1, dVAL, std::bit_cast<double>(std::uint64_t{0x7FF8000000000003}));
+  EXPECT_EQ(Exported(grid),
+            HexDump(Hex("01 00 00 00  4C 41 56 64  00 00 00 00  01 00 00 00  03 00 00 00 00 00 F8 7F")));
+}
+
+TEST(DtmExport, ASecondWalkWritesTheSameOnceMore) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 4, .blockIds = {cOIL, dVAL}});
+  grid.Set(0, 1, dVAL, 1.0);
+  grid.Set(0, 1, cOIL, 9.0);
+  memfile file;
+  DtmExport exporter(&file);
+  ASSERT_TRUE(exporter.ProcessAllCells(grid.Access()));
+  ASSERT_TRUE(exporter.ProcessAllCells(grid.Access()));
+  const std::string walk =
+      "02 00 00 00  4C 49 4F 63  4C 41 56 64  00 00 00 00  01 00 00 00  09  00 00 00 00 00 00 F0 3F ";
+  EXPECT_EQ(Dump(file), HexDump(Hex(walk + walk)));
 }
 
 TEST(DtmExport, AFileCountStandsInTheHeaderAlone) {

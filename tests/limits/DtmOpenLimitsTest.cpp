@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <limits>
 #include <malloc.h>
 #include <new>
 #include <random>
@@ -17,6 +18,7 @@
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/DtmFile.h"
 
+#include "limits/LargestPiece.h"
 #include "support/LongForm.h"
 #include "support/MemoryStream.h"
 
@@ -27,6 +29,7 @@ std::atomic<std::int64_t> taken{0};
 std::atomic<std::int64_t> mostTaken{0};
 
 void* Take(std::size_t size) {
+  if (size > vak::test::largestPiece) throw std::bad_alloc();
   void* const memory = std::malloc(size > 0 ? size : 1);
   if (!memory) throw std::bad_alloc();
   const std::int64_t now = taken += static_cast<std::int64_t>(malloc_usable_size(memory) + sizeof(std::size_t));
@@ -43,6 +46,8 @@ void GiveBack(void* memory) {
 }
 
 }  // namespace
+
+std::atomic<std::size_t> vak::test::largestPiece{std::numeric_limits<std::size_t>::max()};
 
 void* operator new(std::size_t size) { return Take(size); }
 void* operator new[](std::size_t size) { return Take(size); }

@@ -1,4 +1,6 @@
+#include <cstddef>
 #include <gtest/gtest.h>
+#include <limits>
 #include <string>
 
 #include "vakdtm/services/text/CVakCsvString.h"
@@ -46,12 +48,25 @@ TEST_F(CVakCsvStringMarks, ItemThatCouldBeTakenForTwoIsQuoted) {
   line.SetItem(1, L"say \"c\"");
   line.SetItem(2, L"d\ne");
   line.SetItem(3, L"f,g h\t");
-  EXPECT_EQ(line.GetString(), L"\"a;b\";\"say \"\"c\"\"\";\"d\ne\";f,g h\t");
+  line.SetItem(4, L"i\rj");
+  EXPECT_EQ(line.GetString(), L"\"a;b\";\"say \"\"c\"\"\";\"d\ne\";f,g h\t;\"i\rj\"");
   // A mark that parts items as well makes numbers be quoted.
   CVakCsvString same = LineWith(L",", L",");
   same.Set(0, L"1.5");
   same.Set(1, L"2");
   EXPECT_EQ(same.GetString(), L"\"1,5\",2");
+}
+
+TEST_F(CVakCsvStringMarks, ItemsBeyondTheMostAreNotSet) {
+  CVakCsvString line = LineWith(L".", L",");
+  line.SetItem(0, L"a");
+  for (const std::size_t index : {CVakCsvString::kMostItems, std::numeric_limits<std::size_t>::max()}) {
+    line.SetItem(index, L"b");
+    line.Set(index, L"1");
+  }
+  EXPECT_EQ(line.GetString(), L"a");
+  line.SetItem(CVakCsvString::kMostItems - 1, L"b");
+  EXPECT_EQ(line.GetString(), L"a" + std::wstring(CVakCsvString::kMostItems - 1, L',') + L"b");
 }
 
 TEST_F(CVakCsvStringMarks, SeparatorMayBeLongOrMissing) {

@@ -254,6 +254,9 @@ TEST(ColorTable, HuesTurnAndTheRestIsCut) {
   EXPECT_EQ(ColorTable::HSLtoRGB(0, 1, 7), kWhite);
   EXPECT_EQ(ColorTable::HSLtoRGB(0, 1, -7), kBlack);
   EXPECT_EQ(ColorTable::HSLtoRGB(std::nan(""), 1, 0.5), kRed);
+  EXPECT_EQ(ColorTable::HSLtoRGB(0, std::nan(""), 1), kWhite);
+  EXPECT_EQ(ColorTable::HSLtoRGB(0, std::nan(""), 0.5), Color{0x808080});
+  EXPECT_EQ(ColorTable::HSLtoRGB(0, 1, std::nan("")), kBlack);
 }
 
 double AnyDouble(std::mt19937_64& random) {

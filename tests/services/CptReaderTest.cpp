@@ -131,6 +131,20 @@ TEST(CptReader, ValuesThatAreNoSharesStayWhateverTheRange) {
   const ColorTable table = Read("# HARD_HINGE\n# RANGE = -8000/2000\n-3 0 2 100\n");
   EXPECT_EQ(table.Classes().front().lower, -3.0);
   EXPECT_EQ(table.End(), 2.0);
+  const struct {
+    const char* slice;
+    double lower, upper;
+  } kCases[] = {{"0 0 2 100", 0, 2},
+                {"-1 0 2 100", -1, 2},
+                {"-1 0 0 100", -1, 0},
+                {"0.5 0 1 100", 0.5, 1},
+                {"-2 0 1 100", -2, 1}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.slice);
+    const ColorTable other = Read("# RANGE = -8000/2000\n" + std::string(c.slice) + "\n");
+    EXPECT_EQ(other.Classes().front().lower, c.lower);
+    EXPECT_EQ(other.End(), c.upper);
+  }
   EXPECT_EQ(Read("# RANGE = 0/50\n0 1\n1 2\n").Classes().back().lower, 1.0);  // categories
   EXPECT_EQ(Read("# Range changed to -1/+1\n# RANGE of no numbers\n0 0 1 9\n").End(), 1.0);
 }
@@ -149,6 +163,9 @@ TEST(CptReader, WhatIsNoPaletteIsRefusedWithItsLine) {
       {"# nothing\n\nN 5\n", L"it has no classes"},
       {"0 red 1 blue\n2 red 3 blue\n", L"line 2: it doesn't begin where the one before ends"},
       {"0 red 1 blue\n0.5 red 3 blue\n", L"line 2: it doesn't begin where the one before ends"},
+      {"0 red 1 blue\n1.5 red 1e9 blue\n", L"line 2: it doesn't begin where the one before ends"},
+      {"0 red 1 blue\n0.5 red 1e9 blue\n", L"line 2: it doesn't begin where the one before ends"},
+      {"0 red 1 blue\n-1.7e308 red 1.7e308 blue\n", L"line 2: it doesn't begin where the one before ends"},
       {"\n1 red 0 blue\n", L"line 2: the values don't rise"},
       {"1 red 1 blue\n", L"line 1: the values don't rise"},
       {"1 red\n2 blue\n1 green\n", L"a key is there twice"},

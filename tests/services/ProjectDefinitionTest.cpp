@@ -71,6 +71,9 @@ TEST(ProjectDefinition, SystemUnitsHoldForAllThatNameNoOther) {
   EXPECT_EQ(mixed.GetUnitCnv(), CVakUnitCnv(LengthUnit::kFoot, LengthUnit::kMetre, LengthUnit::kUsSurveyFoot));
   EXPECT_EQ(mixed.Decimals(1), 0);
   EXPECT_EQ(mixed.Decimals(5), 15);
+  EXPECT_EQ(Read("[UNITS]\nSystem Units=Foot\nHeight Units=Metre\n").GetUnitCnv(),
+            CVakUnitCnv(LengthUnit::kFoot, LengthUnit::kMetre, LengthUnit::kFoot))
+      << "volumes have the project's unit, not that of heights";
   EXPECT_EQ(Read("[UNITS]\n"), ProjectDefinition());
 }
 

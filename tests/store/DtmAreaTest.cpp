@@ -402,6 +402,32 @@ TEST(DtmArea, FindMinMaxZMakesAnUnknownRangeValidAndGivesTheBlocksBack) {
   EXPECT_EQ(block->CellData(), nullptr);
 }
 
+TEST(DtmArea, FindMinMaxZOfCellsThatCannotBeReadLeavesNoRange) {
+  const std::vector<int> ids = {dVAL, dMAX, dMIN};
+  const std::vector<int> absent = {dMAX, fBKS};
+  // The area's headers can't be read, then its first block, then its second.
+  std::uint64_t readable = 0;
+  for (bool found = false; !found; ++readable) {
+    SCOPED_TRACE("reads that go well: " + std::to_string(readable));
+    ASSERT_LT(readable, 20U);
+    TestGrid grid({.cellSize = 1.0, .areaSize = 4, .blockIds = {dVAL, dMIN}});
+    grid.Set(0, 0, dVAL, -3);
+    grid.Set(0, 0, dMIN, -4);
+    grid.ReopenByWalk();
+    DtmArea* const area = grid.Area(0, 0);
+    area->SetMinMaxZ(1, 2);
+    grid.Memory().failReadsFrom = grid.Memory().counts.reads + readable;
+    area->FindMinMaxZ(ids.data(), 3);
+    found = grid.Memory().counts.reads <= grid.Memory().failReadsFrom;
+    EXPECT_EQ(Range(*area).valid, found);
+    EXPECT_EQ(Range(*area).lo, found ? -4 : kStartLow);
+    EXPECT_EQ(Range(*area).hi, found ? -3 : kStartHigh);
+    area->FindMinMaxZ(absent.data(), 2);
+    EXPECT_TRUE(Range(*area).valid) << "what the model doesn't have needs no reading";
+  }
+  EXPECT_GE(readable, 4U) << "headers and two blocks";
+}
+
 // ---- Between file and memory
 
 TEST(DtmArea, SyncWriteWritesModifiedBlocksAndMovesTheTime) {

@@ -7,7 +7,8 @@ namespace vak {
 /// Lowest and highest value of one kind over the cells that it is shown, and nothing else.
 ///
 /// Starts anew with each walk. A cell that can't be read ends the walk with false: limits found in a part of the cells
-/// would lie. Can't be run in parallel.
+/// would lie. A value that is no number, but not the empty one, is a limit when it is met first, and stays both; later
+/// it is none. Can't be run in parallel.
 class DtmMinMaxProcessor : public DtmProcessor {
  public:
   explicit DtmMinMaxProcessor(int blockId) : blockId_(blockId) {}

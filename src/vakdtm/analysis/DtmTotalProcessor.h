@@ -129,7 +129,7 @@ class DtmTotalProcessor : public DtmProcessor {
   BaseVAKMessage* messageLog_ = nullptr;
   double emptyArea_ = 0.0;
   double usedArea_ = 0.0;
-  double zSum_ = 0.0;  // of height times area; kept up for who derives from this
+  double zSum_ = 0.0;  // of height times area; nothing reads it
   double hitArea_ = 0.0;
   double hitZSum_ = 0.0;
   double hitSquareSum_ = 0.0;

@@ -16,8 +16,9 @@ class VakFormatter;
 /// in the user's locale.
 ///
 /// A line for each cell that has a value in one of the kinds, in the order of the walk; a kind without a value leaves
-/// its column empty. With more than one kind a line of headings comes first. A text that holds the list separator, as a
-/// number does where separator and decimal mark are the same, is enclosed in double quotes. The file is UTF-8.
+/// its column empty. With more than one kind a line of headings comes first. A number whose text holds the list
+/// separator as the formatter wrote it, with a point, is enclosed in double quotes; names stay as they are. The file is
+/// UTF-8.
 ///
 /// For the kind `cPHT` a column TYPE follows with the name of the type of bottom. In a line without a `cPHT` value that
 /// column falls away, and those behind it move up.

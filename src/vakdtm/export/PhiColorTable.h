@@ -21,9 +21,6 @@ class PhiColorTable {
   PhiColorTable(const PhiColorTable&) = delete;
   PhiColorTable& operator=(const PhiColorTable&) = delete;
 
-  /// Whether there was a file that could be read.
-  bool IsLoaded() const { return loaded_; }
-
   /// The name of the class that holds a value; empty when none does.
   std::wstring GetName(double value) const;
 
@@ -31,7 +28,7 @@ class PhiColorTable {
   bool Load();
 
   std::unique_ptr<ColorTable> table_;
-  bool loaded_ = false;
+  bool loaded_ = false;  // nothing reads it: a table that isn't there has no names
   std::unique_ptr<SmartFileImpl> file_;
 };
 

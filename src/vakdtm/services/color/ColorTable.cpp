@@ -175,7 +175,6 @@ bool ColorTable::SetRange(double low, double high, int steps, Color first, Color
     std::swap(low, high);
     std::swap(first, second);
   }
-  if (low == high) steps = 1;
   std::vector<ColorClass> classes;
   classes.reserve(static_cast<std::size_t>(steps));
   for (int step = 0; step < steps; ++step) {

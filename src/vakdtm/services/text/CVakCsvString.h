@@ -22,8 +22,8 @@ class CVakCsvString {
   /// @param index  from 0; items that were never set and lie before it are empty. From `kMostItems` on nothing is set.
   void SetItem(std::size_t index, const std::wstring& text);
 
-  /// Sets an item to the text of a number, whose decimal point becomes the locale's mark. Text that has passed through
-  /// `AdjustToLocalDecimal` already stays as it is.
+  /// Sets an item to the text of a number as `AdjustToLocalDecimal` makes it. The same of a text that has been through
+  /// that already, unless the locale's mark has a point in it: then its points are replaced once more.
   void Set(std::size_t index, const std::wstring& text);
 
   /// Removes all items.

@@ -33,7 +33,7 @@ LocaleSeparators GetLocaleSeparators();
 /// @param separators  nothing: the environment's from now on.
 void SetLocaleSeparators(std::optional<LocaleSeparators> separators);
 
-/// Replaces every point of a number's text by the decimal mark of the user's locale.
+/// Replaces every point of a number's text by the decimal mark of `separators`.
 std::wstring ReplaceDecimalPoint(std::wstring text, const LocaleSeparators& separators);
 
 }  // namespace vak

@@ -490,6 +490,77 @@ TEST(PolyClipLine, CutThatAHoleTakesWhollyIsNone) {
   EXPECT_NEAR(cut.GetArea(), 1 - 0.7 * 0.9, 1e-12);
 }
 
+/// Whether the surfaces of two triangles have anything in common: what the second leaves of the first, cut edge by
+/// edge.
+bool HaveCommonSurface(Ring first, Ring second) {
+  const auto side = [](const Point& a, const Point& b, const Point& c) {
+    return (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x);
+  };
+  if (side(second[0], second[1], second[2]) < 0) std::swap(second[0], second[1]);
+  for (std::size_t i = 0; i < 3; ++i) {
+    const Point& from = second[i];
+    const Point& to = second[(i + 1) % 3];
+    Ring left;
+    for (std::size_t k = 0; k < first.size(); ++k) {
+      const Point& a = first[k];
+      const Point& b = first[(k + 1) % first.size()];
+      const double atA = side(from, to, a);
+      const double atB = side(from, to, b);
+      if (atA >= 0) left.push_back(a);
+      if (atA * atB < 0) left.push_back({a.x + (b.x - a.x) * atA / (atA - atB), a.y + (b.y - a.y) * atA / (atA - atB)});
+    }
+    first = left;
+  }
+  double twice = 0;
+  for (std::size_t k = 1; k + 1 < first.size(); ++k) twice += side(first[0], first[k], first[k + 1]);
+  return std::fabs(twice) > 1e-9;
+}
+
+// Small whole numbers, so that vertices and edges lie on each other all the time.
+TEST(PolyClipLine, OverlapAgreesWithTheCommonSurfaceOfEveryPair) {
+  std::mt19937_64 random(20260109);
+  const auto number = [&] { return static_cast<double>(std::uniform_int_distribution<int>(0, 6)(random)); };
+  int overlapping = 0;
+  int apart = 0;
+  for (int round = 0; round < 20'000; ++round) {
+    PolyClipLine polygon;
+    std::vector<Ring> rings;
+    while (rings.size() < 2 + static_cast<std::size_t>(round) % 3) {
+      const Ring ring = {{number(), number()}, {number(), number()}, {number(), number()}};
+      if (Polygon(ring).GetArea() == 0) continue;
+      rings.push_back(ring);
+      polygon.AddRing(ring, false);
+    }
+    bool wanted = false;
+    for (std::size_t i = 0; i < rings.size(); ++i) {
+      for (std::size_t k = 0; k < i; ++k) wanted = wanted || HaveCommonSurface(rings[i], rings[k]);
+    }
+    PolyClipFault overlap;
+    ASSERT_EQ(polygon.FindOverlap(overlap), wanted) << round;
+    ++(wanted ? overlapping : apart);
+    if (!wanted) continue;
+    EXPECT_EQ(overlap.kind, Kind::kOverlap);
+    EXPECT_NE(overlap.ring, overlap.other);
+  }
+  EXPECT_GT(overlapping, 1000);
+  EXPECT_GT(apart, 1000);
+}
+
+TEST(PolyClipLine, HolesAndWhatFillsThemDontOverlap) {
+  const Ring hole = {{1, 1}, {9, 2}, {8, 8}, {5, 3}, {2, 9}};
+  PolyClipLine filled;
+  filled.AddRing(Rectangle(0, 0, 10, 10), false);
+  filled.AddRing(hole, true);
+  filled.AddRing(Backwards(hole), false);
+  filled.AddRing(Rectangle(10, 3, 12, 5), false);
+  PolyClipFault overlap;
+  EXPECT_FALSE(filled.FindOverlap(overlap));
+  EXPECT_EQ(overlap.kind, Kind::kNone);
+  filled.AddRing(Rectangle(4, 0.5, 5, 0.75), false);
+  ASSERT_TRUE(filled.FindOverlap(overlap));
+  EXPECT_EQ(overlap.Text(), L"ring 5: overlaps ring 1 at 4, 0.5");
+}
+
 TEST(PolyClipLine, FirstFaultHasItsKindRingAndPlace) {
   PolyClipFault fault;
   PolyClipLine polygon = Lake();

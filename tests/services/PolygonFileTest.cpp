@@ -286,6 +286,50 @@ TEST_F(PolygonFile, CoordinatesThatUnderflowCountAsZero) {
   EXPECT_EQ(Fault(), L"");
 }
 
+std::string TwoRings(std::string_view second) {
+  return R"({"type":"Polygon","coordinates":[[[0,0],[4,0],[4,4],[0,4],[0,0]],)" + std::string(second) + "]}";
+}
+
+// Whichever of them begins further left.
+TEST_F(PolygonFile, RingOfATextThatGoesAcrossAnotherIsNoHole) {
+  const struct {
+    const char* name;
+    std::string text;
+    double area;
+    std::wstring_view overlap;
+  } cases[] = {
+      {"begins outside", Square(0, 0, 4) + Square(-1, 1, 2), 20, L"line 7: overlaps the ring at line 1 at 0, 1"},
+      {"begins inside", Square(0, 0, 4) + Square(3, 1, 2), 20, L"line 7: overlaps the ring at line 1 at 3, 1"},
+      {"the other way round", Square(3, 1, 2) + Square(0, 0, 4), 20, L"line 7: overlaps the ring at line 1 at 3, 1"},
+      {"begins on the edge", Square(0, 0, 4) + "0,1\n5,1\n5,2\n0,1\n", 18.5,
+       L"line 7: overlaps the ring at line 1 at 0, 1"},
+      {"along an edge", Square(0, 0, 4) + Square(2, 0, 4), 32, L"line 7: overlaps the ring at line 1 at 2, 0"},
+      {"with a hole in one of them", Square(0, 0, 4) + Square(1, 1, 1) + Square(3, 0, 4), 31,
+       L"line 13: overlaps the ring at line 1 at 3, 0"},
+      {"within both", Square(0, 0, 4) + Square(2, 0, 4) + Square(2.5, 1, 1), 33,
+       L"line 7: overlaps the ring at line 1 at 2, 0"},
+      {"within one", Square(0, 0, 4) + Square(2, 0, 4) + Square(0.5, 1, 1), 31,
+       L"line 7: overlaps the ring at line 1 at 2, 0"},
+      {"neighbours", Square(0, 0, 4) + Square(4, 0, 4) + Square(4, 4, 1), 33, L""},
+      {"an island", Square(0, 0, 4) + Square(1, 1, 2) + Square(1.5, 1, 1), 13, L""},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.name);
+    EXPECT_EQ(Read(one.text), L"");
+    EXPECT_EQ(polygon_.GetArea(), one.area);
+    EXPECT_EQ(Fault(), L"");
+    PolyClipFault overlap;
+    EXPECT_EQ(polygon_.FindOverlap(overlap), !one.overlap.empty());
+    EXPECT_EQ(overlap.Text(), one.overlap);
+  }
+}
+
+TEST_F(PolygonFile, SameRingTwiceInATextIsAHoleOfItself) {
+  EXPECT_EQ(Read(Square(0, 0, 4) + Square(9, 9, 2) + Square(10, 9, 2) + Square(0, 0, 4)), L"");
+  EXPECT_EQ(polygon_.GetArea(), 8);
+  EXPECT_EQ(Fault(), L"line 19: crosses the ring at line 1 at 0, 0");
+}
+
 TEST_F(PolygonFile, FaultsNameTheirPlaceInTheFile) {
   const struct {
     const char* name;
@@ -301,7 +345,20 @@ TEST_F(PolygonFile, FaultsNameTheirPlaceInTheFile) {
        L"polygon 2, ring 1: isn't closed: it begins at 0.5, 0 and ends at 4, 3"},
       {"GeoJSON, hole across its ring",
        R"({"type":"Polygon","coordinates":[[[0,0],[4,0],[4,4],[0,4],[0,0]],[[1,1],[6,1],[6,2],[1,2],[1,1]]]})",
-       L"polygon 1, ring 1: intersects itself at 4, 1"},
+       L"polygon 1, ring 2: crosses polygon 1, ring 1 at 4, 1"},
+      {"text, ring on its ring", Square(0, 0, 4) + Square(0, 1, 2), L"line 7: crosses the ring at line 1 at 0, 1"},
+      {"GeoJSON, hole beside its ring", TwoRings("[[5,5],[6,5],[6,6],[5,5]]"),
+       L"polygon 1, ring 2: is a hole, but not within its ring, at 5, 5"},
+      {"GeoJSON, hole above its ring", TwoRings("[[1,5],[2,5],[2,6],[1,5]]"),
+       L"polygon 1, ring 2: is a hole, but not within its ring, at 1, 5"},
+      {"GeoJSON, hole around its ring", TwoRings("[[-1,-1],[6,-1],[6,6],[-1,6],[-1,-1]]"),
+       L"polygon 1, ring 2: is a hole, but not within its ring, at -1, -1"},
+      {"GeoJSON, hole that touches its ring from outside", TwoRings("[[4,2],[6,1],[6,3],[4,2]]"),
+       L"polygon 1, ring 2: is a hole, but not within its ring, at 4, 2"},
+      {"GeoJSON, hole within a hole", TwoRings("[[1,1],[3,1],[3,3],[1,3],[1,1]],[[1.5,1.5],[2,1.5],[2,2],[1.5,1.5]]"),
+       L"polygon 1, ring 3: is a hole within another one, polygon 1, ring 2, at 1.5, 1.5"},
+      {"GeoJSON, holes that touch",
+       TwoRings("[[1,1],[2,1],[2,2],[1,1]],[[2,2],[3,2],[3,3],[2,2]],[[0,0],[1,1],[0,1],[0.5,0.75],[0,0]]"), L""},
   };
   for (const auto& one : cases) {
     SCOPED_TRACE(one.name);

@@ -201,6 +201,14 @@ void AppendPlace(std::string& text, const Point& point) {
   AppendNumber(text, point.y);
 }
 
+/// A ring that is told of within a sentence.
+std::string NameInText(const std::wstring& ring) {
+  return (ring.starts_with(L"line ") ? "the ring at " : "") + ToUtf8(ring);
+}
+
+/// A group of rings, by their numbers.
+using Group = std::vector<std::size_t>;
+
 }  // namespace
 
 std::wstring PolyClipFault::Text() const {
@@ -223,6 +231,22 @@ std::wstring PolyClipFault::Text() const {
       break;
     case Kind::kSelfIntersecting:
       text = "intersects itself at ";
+      AppendPlace(text, at);
+      break;
+    case Kind::kCrossing:
+      text = "crosses " + NameInText(other) + " at ";
+      AppendPlace(text, at);
+      break;
+    case Kind::kHoleOutside:
+      text = "is a hole, but not within its ring, at ";
+      AppendPlace(text, at);
+      break;
+    case Kind::kHoleInHole:
+      text = "is a hole within another one, " + NameInText(other) + ", at ";
+      AppendPlace(text, at);
+      break;
+    case Kind::kOverlap:
+      text = "overlaps " + NameInText(other) + " at ";
       AppendPlace(text, at);
       break;
   }
@@ -448,7 +472,7 @@ bool PolyClipLine::IsSelfIntersecting() const {
 
 /// Looks at the rings that make a polygon with holes together, one such polygon after the other.
 bool PolyClipLine::FindIntersection(PolyClipFault& fault) const {
-  std::map<int, std::vector<std::size_t>> groups;
+  std::map<int, Group> groups;
   for (std::size_t i = 0; i < NumRings(); ++i) {
     const Body& ring = body_->RingAt(i);
     // Where coordinates are no numbers, nothing crosses; and nothing can be computed.
@@ -459,12 +483,62 @@ bool PolyClipLine::FindIntersection(PolyClipFault& fault) const {
     for (const std::size_t i : members) rings.emplace_back(body_->RingAt(i).points);
     RingCrossing crossing;
     if (!FindCrossing(rings, crossing)) continue;
-    fault.kind = PolyClipFault::Kind::kSelfIntersecting;
-    fault.ring = RingName(members[crossing.ring]);
+    const bool itself = crossing.ring == crossing.other;
+    const std::size_t first = members[std::min(crossing.ring, crossing.other)];
+    const std::size_t second = members[std::max(crossing.ring, crossing.other)];
+    fault.kind = itself ? PolyClipFault::Kind::kSelfIntersecting : PolyClipFault::Kind::kCrossing;
+    fault.ring = RingName(itself ? first : second);
+    if (!itself) fault.other = RingName(first);
     fault.at = crossing.at;
     return true;
   }
   return false;
+}
+
+/// Looks for holes that aren't within the ring that they belong to. Of rings that don't cross.
+bool PolyClipLine::FindStrayHole(PolyClipFault& fault) const {
+  std::map<int, Group> groups;
+  for (std::size_t i = 0; i < NumRings(); ++i) groups[body_->RingAt(i).group].push_back(i);
+  for (const auto& [group, members] : groups) {
+    std::vector<RingPoints> rings;
+    std::vector<RingRole> roles;
+    for (const std::size_t i : members) {
+      rings.emplace_back(body_->RingAt(i).points);
+      roles.push_back({group, body_->RingAt(i).hole});
+    }
+    const bool holes = std::any_of(roles.begin(), roles.end(), [](const RingRole& role) { return role.hole; });
+    RingOverlap overlap;
+    if (!holes || !vak::FindOverlap(rings, roles, overlap)) continue;
+    auto ring = static_cast<std::size_t>(overlap.ring);
+    auto other = overlap.other < 0 ? ring : static_cast<std::size_t>(overlap.other);
+    if (!roles[ring].hole) std::swap(ring, other);
+    const bool inHole = ring != other && roles[other].hole;
+    fault.kind = inHole ? PolyClipFault::Kind::kHoleInHole : PolyClipFault::Kind::kHoleOutside;
+    fault.ring = RingName(members[ring]);
+    if (inHole) fault.other = RingName(members[other]);
+    fault.at = overlap.at;
+    return true;
+  }
+  return false;
+}
+
+bool PolyClipLine::FindOverlap(PolyClipFault& overlap) const {
+  std::vector<RingPoints> rings;
+  std::vector<RingRole> roles;
+  for (std::size_t i = 0; i < NumRings(); ++i) {
+    const Body& ring = body_->RingAt(i);
+    rings.emplace_back(ring.points);
+    roles.push_back({ring.group, ring.hole});
+  }
+  RingOverlap found;
+  if (!IsValid() || !vak::FindOverlap(rings, roles, found) || found.other < 0) return false;
+  const auto [first, second] = std::minmax(found.ring, found.other);
+  overlap = {PolyClipFault::Kind::kOverlap,
+             RingName(static_cast<std::size_t>(second)),
+             RingName(static_cast<std::size_t>(first)),
+             found.at,
+             {}};
+  return true;
 }
 
 std::wstring PolyClipLine::RingName(std::size_t ring) const {
@@ -479,15 +553,15 @@ bool PolyClipLine::FindFault(PolyClipFault& fault) const {
     const Body& ring = body_->RingAt(i);
     const auto unusable = std::find_if_not(ring.points.begin(), ring.points.end(), IsUsable);
     if (unusable != ring.points.end()) {
-      fault = {Kind::kNotFinite, RingName(i), *unusable, {}};
+      fault = {Kind::kNotFinite, RingName(i), {}, *unusable, {}};
     } else if (!HasThreePlaces(ring.points)) {
-      fault = {Kind::kTooFewPoints, RingName(i), ring.points.empty() ? Point() : ring.points.front(), {}};
+      fault = {Kind::kTooFewPoints, RingName(i), {}, ring.points.empty() ? Point() : ring.points.front(), {}};
     } else if (!ring.closed) {
-      fault = {Kind::kNotClosed, RingName(i), ring.points.front(), ring.points.back()};
+      fault = {Kind::kNotClosed, RingName(i), {}, ring.points.front(), ring.points.back()};
     }
     if (fault.kind != Kind::kNone) return true;
   }
-  return FindIntersection(fault);
+  return FindIntersection(fault) || FindStrayHole(fault);
 }
 
 bool PolyClipLine::FileOpen(const FileObject& file, std::wstring* error) {

@@ -15,14 +15,25 @@ class PolyClipper;
 
 /// What is wrong with a polygon, and where.
 struct PolyClipFault {
-  enum class Kind { kNone, kNotFinite, kTooFewPoints, kNotClosed, kSelfIntersecting };
+  enum class Kind {
+    kNone,
+    kNotFinite,
+    kTooFewPoints,
+    kNotClosed,
+    kSelfIntersecting,
+    kCrossing,     ///< the ring crosses another one of its polygon, or lies on it over a length
+    kHoleOutside,  ///< the ring is a hole, but not within the ring that it takes its surface off
+    kHoleInHole,   ///< the ring is a hole within another hole
+    kOverlap       ///< the ring holds surface that another one holds too: no fault, but both count
+  };
 
   Kind kind = Kind::kNone;
-  std::wstring ring;  ///< which one: L"line 12" of a text, L"polygon 2, ring 1" otherwise; counted from 1
-  Point at;           ///< the vertex, the ring's first vertex, or where two edges meet
-  Point end;          ///< the ring's last vertex, when it isn't closed
+  std::wstring ring;   ///< which one: L"line 12" of a text, L"polygon 2, ring 1" otherwise; counted from 1
+  std::wstring other;  ///< the one that it crosses, is in or overlaps
+  Point at;            ///< the vertex, the ring's first vertex, or where two edges meet
+  Point end;           ///< the ring's last vertex, when it isn't closed
 
-  /// One sentence in English for a message, as "polygon 1, ring 1: crosses itself at 512030.125, 5401200.5".
+  /// One sentence in English for a message, as "polygon 1, ring 1: intersects itself at 512030.125, 5401200.5".
   std::wstring Text() const;
 };
 
@@ -105,15 +116,23 @@ class PolyClipLine {
   bool IsSelfIntersecting() const;
 
   /// Finds the first thing that is wrong: rings in order, of each whether it is finite, has three different points and
-  /// was closed in its file; then self-intersections. @return false when nothing is.
+  /// was closed in its file; then self-intersections, polygon by polygon; then holes that aren't within their rings.
+  /// @return false when nothing is.
   bool FindFault(PolyClipFault& fault) const;
+
+  /// Finds a place where rings overlap that are no holes, or where an island reaches over the edge of its hole: nothing
+  /// wrong, but what they have in common counts twice. Of a polygon without faults.
+  /// @param overlap  gets both rings and where they begin to overlap.
+  /// @return false, with nothing changed, when there is no such place. n log n in the vertices.
+  bool FindOverlap(PolyClipFault& overlap) const;
 
   /// Reads a polygon file, in place of what was here before.
   ///
   /// GeoJSON: a Polygon, a MultiPolygon, or any collection or feature with such in it; other geometries are passed
   /// over. Rings of a polygon after its first are holes. Or text: a vertex "x,y" or "x y" a line, with a z or without,
-  /// rings parted by empty lines, lines that begin with '#' left out; a ring within an odd number of others is a hole.
-  /// Numbers have a point, whatever the locale. A ring needn't be closed; `FindFault` tells.
+  /// rings parted by empty lines, lines that begin with '#' left out; a ring within an odd number of others is a hole;
+  /// one that goes across another isn't within it. Numbers have a point, whatever the locale. A ring needn't be closed;
+  /// `FindFault` tells.
   ///
   /// @param error  unless null gets, on false, one sentence that says what is wrong, with the line where there is one.
   /// @return false, with nothing changed, when the file holds no polygon or isn't such a file.
@@ -134,6 +153,7 @@ class PolyClipLine {
   Body& Own();
   PolyClipLine& AppendRing();
   bool FindIntersection(PolyClipFault& fault) const;
+  bool FindStrayHole(PolyClipFault& fault) const;
   std::wstring RingName(std::size_t ring) const;
 
   std::shared_ptr<Body> body_;  // null: no rings. Shared ones aren't changed.

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "vakdtm/services/geometry/Page.h"
 #include "vakdtm/services/geometry/PolyClipLine.h"
 #include "vakdtm/services/geometry/PolyClipper.h"
 #include "vakdtm/services/geometry/RingSweep.h"
@@ -81,16 +82,94 @@ std::wstring NoVertex(std::size_t number, std::string_view line) {
   return AtLine(number) + L": no vertex \"x,y\" or \"x y\", but \"" + FromUtf8(shown) + L"\"";
 }
 
-/// Rings within an odd number of others are holes, of the polygon that the ring around them bounds.
+/// Tells which rings are within which when some of them may cross: ring by ring, where their extents allow it.
+class CrossingRings {
+ public:
+  explicit CrossingRings(const std::vector<RingPoints>& rings) : rings_(rings) {
+    for (const RingPoints& ring : rings) {
+      Page& extents = extents_.emplace_back();
+      for (const Point& point : ring) extents |= point;
+    }
+  }
+
+  /// @return false when that would take too long; what is in `nesting` is of no use then.
+  bool Nest(std::vector<RingNesting>& nesting) {
+    nesting.assign(rings_.size(), {});
+    std::vector<std::vector<std::size_t>> around(rings_.size());
+    for (std::size_t outer = 0; outer < rings_.size(); ++outer) {
+      for (std::size_t inner = 0; inner < rings_.size(); ++inner) {
+        if (inner != outer && IsWithin(inner, outer)) around[inner].push_back(outer);
+        if (work_ > kMostWork) return false;
+      }
+    }
+    for (std::size_t i = 0; i < rings_.size(); ++i) nesting[i].depth = static_cast<int>(around[i].size());
+    for (std::size_t i = 0; i < rings_.size(); ++i) {
+      // The smallest around a ring is the one that has most around itself.
+      const auto deeper = [&nesting](std::size_t a, std::size_t b) { return nesting[a].depth < nesting[b].depth; };
+      const auto parent = std::max_element(around[i].begin(), around[i].end(), deeper);
+      if (parent != around[i].end()) nesting[i].parent = static_cast<int>(*parent);
+    }
+    return true;
+  }
+
+ private:
+  static constexpr std::size_t kMostWork = 500'000'000;  // in pairs of extents looked at, a few seconds
+  static constexpr std::size_t kWorkPerVertex = 100;
+
+  /// Of two that are the same the first is around the second.
+  bool IsWithin(std::size_t inner, std::size_t outer) {
+    ++work_;
+    const Page& a = extents_[inner];
+    const Page& b = extents_[outer];
+    if (a.left() < b.left() || a.right() > b.right() || a.bottom() < b.bottom() || a.top() > b.top()) return false;
+    work_ += kWorkPerVertex * (rings_[inner].size() + rings_[outer].size());
+    const std::array<RingPoints, 2> both{rings_[outer], rings_[inner]};
+    constexpr std::array<RingRole, 2> kRoles{RingRole{0, false}, RingRole{0, true}};
+    RingOverlap overlap;
+    if (FindOverlap(both, kRoles, overlap)) return false;
+    return outer < inner || !AreSame(both);
+  }
+
+  static bool AreSame(const std::array<RingPoints, 2>& rings) {
+    const std::array<RingPoints, 2> swapped{rings[1], rings[0]};
+    constexpr std::array<RingRole, 2> kRoles{RingRole{0, false}, RingRole{0, true}};
+    RingOverlap overlap;
+    return !FindOverlap(swapped, kRoles, overlap);
+  }
+
+  const std::vector<RingPoints>& rings_;
+  std::vector<Page> extents_;
+  std::size_t work_ = 0;
+};
+
+void TakeNesting(const std::vector<RingNesting>& nesting, std::vector<PolygonFileRing>& rings,
+                 std::vector<RingRole>& roles) {
+  roles.resize(rings.size());
+  for (std::size_t i = 0; i < rings.size(); ++i) {
+    roles[i].hole = nesting[i].depth % 2 == 1;
+    roles[i].polygon = roles[i].hole ? nesting[i].parent : static_cast<int>(i);
+    rings[i].hole = roles[i].hole;
+    rings[i].group = roles[i].polygon;
+  }
+}
+
+/// Rings within an odd number of others are holes, of the polygon that the ring around them bounds. One that goes
+/// across another isn't within it.
 void NestRings(std::vector<PolygonFileRing>& rings) {
   std::vector<RingPoints> points;
   points.reserve(rings.size());
   for (const PolygonFileRing& ring : rings) points.emplace_back(ring.points);
-  const std::vector<RingNesting> nesting = FindNesting(points);
-  for (std::size_t i = 0; i < rings.size(); ++i) {
-    rings[i].hole = nesting[i].depth % 2 == 1;
-    rings[i].group = rings[i].hole ? nesting[i].parent : static_cast<int>(i);
+  std::vector<RingRole> roles;
+  TakeNesting(FindNesting(points), rings, roles);
+  RingOverlap overlap;
+  if (!FindOverlap(points, roles, overlap)) return;
+  std::vector<RingNesting> nesting;
+  if (CrossingRings(points).Nest(nesting)) {
+    TakeNesting(nesting, rings, roles);
+    return;
   }
+  // As one polygon, of which it is found that its rings cross.
+  for (PolygonFileRing& ring : rings) ring.group = 0;
 }
 
 bool ReadText(std::string_view content, std::vector<PolygonFileRing>& rings, std::wstring& error) {

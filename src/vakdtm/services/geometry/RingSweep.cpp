@@ -20,7 +20,8 @@ struct Edge {
   Point right;
   std::uint32_t ring;
   std::uint32_t number;
-  bool ringAbove;  // the ring's inside is above it
+  bool ringAbove;    // the ring's inside is above it, or that of its polygon
+  int polygon = -1;  // -1: of no matter
 };
 
 /// Of two edges that the line meets at the same time, the lower one first.
@@ -32,8 +33,9 @@ struct Lower {
     } else if (const int side = SideOf(*a, *b)) {
       return side > 0;
     }
-    // On one line. The ring below ends before the one above begins.
-    if (a->ringAbove != b->ringAbove) return b->ringAbove;
+    // On one line. The ring below ends before the one above begins; but a hole begins after and ends before its ring.
+    const bool samePolygon = a->polygon >= 0 && a->polygon == b->polygon && a->ring != b->ring;
+    if (a->ringAbove != b->ringAbove) return samePolygon ? a->ringAbove : b->ringAbove;
     return a->number < b->number;
   }
 
@@ -106,6 +108,37 @@ class Sweep {
     return found_;
   }
 
+  bool FindOverlap(std::span<const RingRole> roles, RingOverlap& overlap) {
+    // From here on what is above an edge isn't its ring's inside but its polygon's.
+    for (Edge& edge : edges_) {
+      edge.ringAbove = edge.ringAbove != roles[edge.ring].hole;
+      edge.polygon = roles[edge.ring].polygon;
+    }
+    std::vector<Status::iterator> places(edges_.size());
+    std::vector<Status::iterator> changed;  // what has a new neighbour
+    for (std::size_t i = 0; i < events_.size();) {
+      const Point& at = events_[i].at;
+      changed.clear();
+      // All that ends and begins in a point first: in between, the order says nothing.
+      for (; i < events_.size() && SamePlace(events_[i].at, at); ++i) {
+        auto& place = places[events_[i].edge];
+        if (events_[i].begins) {
+          place = status_.insert(&edges_[events_[i].edge]);
+          changed.push_back(place);
+        } else {
+          const auto above = status_.erase(place);
+          if (above != status_.end() && !SamePlace((*above)->right, at)) changed.push_back(above);
+        }
+      }
+      for (const auto& place : changed) {
+        const auto above = std::next(place);
+        if (Overlap(place == status_.begin() ? nullptr : *std::prev(place), *place, at, roles, overlap)) return true;
+        if (above != status_.end() && Overlap(*place, *above, at, roles, overlap)) return true;
+      }
+    }
+    return false;
+  }
+
   std::vector<RingNesting> FindNesting() {
     nesting_.assign(points_.size(), {});
     known_.assign(points_.size(), false);
@@ -155,8 +188,28 @@ class Sweep {
       const Point& to = points[i + 1 == points.size() ? 0 : i + 1];
       const bool forward = Before(from, to);
       edges_.push_back({forward ? from : to, forward ? to : from, ring, static_cast<std::uint32_t>(edges_.size()),
-                        forward == leftTurning});
+                        forward == leftTurning, -1});
     }
+  }
+
+  /// Looks at what lies between two neighbours on the line: nothing, or the inside of one polygon.
+  /// @param lower  null: there is none, so that the outside is below.
+  bool Overlap(const Edge* lower, const Edge* upper, const Point& at, std::span<const RingRole> roles,
+               RingOverlap& overlap) {
+    const bool insideOfLower = lower != nullptr && lower->ringAbove;
+    const bool insideOfUpper = !upper->ringAbove;
+    const bool same = lower == nullptr || roles[lower->ring].polygon == roles[upper->ring].polygon;
+    const bool fits = insideOfLower == insideOfUpper && (!insideOfLower || same);
+    const bool across = lower != nullptr && GoAcross(*lower, *upper);
+    if (fits && !across) return false;
+    const int other = lower == nullptr ? -1 : static_cast<int>(lower->ring);
+    overlap = {across ? Intersection(*lower, *upper) : Point(at.x, at.y), static_cast<int>(upper->ring), other};
+    return true;
+  }
+
+  static bool GoAcross(const Edge& a, const Edge& b) {
+    return OrientationSign(a.left, a.right, b.left) * OrientationSign(a.left, a.right, b.right) < 0 &&
+           OrientationSign(b.left, b.right, a.left) * OrientationSign(b.left, b.right, a.right) < 0;
   }
 
   bool Cross(const Edge& a, const Edge& b, const Point& at) {
@@ -304,6 +357,10 @@ class Sweep {
 
 bool FindCrossing(std::span<const RingPoints> rings, RingCrossing& crossing) {
   return Sweep(rings).FindCrossing(crossing);
+}
+
+bool FindOverlap(std::span<const RingPoints> rings, std::span<const RingRole> roles, RingOverlap& overlap) {
+  return Sweep(rings).FindOverlap(roles, overlap);
 }
 
 std::vector<RingNesting> FindNesting(std::span<const RingPoints> rings) { return Sweep(rings).FindNesting(); }

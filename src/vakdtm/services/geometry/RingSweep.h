@@ -26,6 +26,25 @@ struct RingCrossing {
 /// @return false when there is no such place. Of several it is one of those furthest left.
 bool FindCrossing(std::span<const RingPoints> rings, RingCrossing& crossing);
 
+/// What a ring is for.
+struct RingRole {
+  int polygon = 0;    ///< rings with the same number make a polygon with holes together
+  bool hole = false;  ///< of that polygon
+};
+
+/// Where polygons hold the same surface.
+struct RingOverlap {
+  Point at;        ///< where it begins; rounded, unless it is a vertex
+  int ring = 0;    ///< which, in the order given
+  int other = -1;  ///< the one that it overlaps; -1: a hole with nothing around it
+};
+
+/// Finds a place where two polygons overlap, or where a hole isn't within its polygon or is within another hole of it.
+/// Sharing vertices and edges is none of these. Of rings that cross themselves any answer may come.
+/// @param roles  one for each ring.
+/// @return false when there is no such place. Of several it is one of those furthest left.
+bool FindOverlap(std::span<const RingPoints> rings, std::span<const RingRole> roles, RingOverlap& overlap);
+
 /// How a ring lies among others.
 struct RingNesting {
   int depth = 0;    ///< how many rings are around it

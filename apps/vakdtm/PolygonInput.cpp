@@ -37,6 +37,11 @@ const char* RemedyOf(PolyClipFault::Kind kind) {
       return "a ring needs three different points";
     case PolyClipFault::Kind::kSelfIntersecting:
       return "put its vertices in order, or part it into rings";
+    case PolyClipFault::Kind::kCrossing:
+      return "rings of one polygon may touch, but not cross";
+    case PolyClipFault::Kind::kHoleOutside:
+    case PolyClipFault::Kind::kHoleInHole:
+      return "make it a polygon of its own, or leave it out";
     default:
       return "check its coordinates";
   }
@@ -102,6 +107,15 @@ bool LoadPolygon(const CommandContext& context, const std::string& path, PolyCli
   const bool located = finding.where != path;
   context.Fail(finding.where, (located ? "the ring " : "") + finding.what, RemedyOf(fault.kind));
   return false;
+}
+
+void WarnOfOverlap(const CommandContext& context, const std::string& path, const PolyClipLine& polygon) {
+  PolyClipFault overlap;
+  if (!polygon.FindOverlap(overlap)) return;
+  const Finding finding = Located(path, ToUtf8(overlap.Text()));
+  const bool located = finding.where != path;
+  context.Warn(finding.where, (located ? "the ring " : "") + finding.what + ": what both hold counts twice",
+               "merge them if it should count once");
 }
 
 bool MeetsModel(const CommandContext& context, const std::string& path, const PolyClipLine& polygon, DtmFile& model) {

@@ -11,8 +11,12 @@ namespace vak {
 class DtmFile;
 
 /// Reads the polygon that a subcommand is limited to, and looks whether it is a good one: every ring closed in the
-/// file, of three points or more, and none crossing itself. Prints why when it isn't.
+/// file, of three points or more, none crossing itself or its holes, and holes within their rings. Prints why when it
+/// isn't.
 [[nodiscard]] bool LoadPolygon(const CommandContext& context, const std::string& path, PolyClipLine& polygon);
+
+/// Warns when rings of a good polygon overlap, for those who weigh surfaces: common surface counts once for each.
+void WarnOfOverlap(const CommandContext& context, const std::string& path, const PolyClipLine& polygon);
 
 /// The rectangle of a model's areas. @return false when it has none.
 [[nodiscard]] bool FindExtents(DtmFile& model, Page& extents);

@@ -231,6 +231,7 @@ class Stats {
     // Surfaces aren't converted, so that their label has to stay.
     if (!UseProject(context_, options_.project, ProjectOptions::UnitsOf::kHeights)) return false;
     if (!options_.polygon.empty() && !LoadPolygon(context_, options_.polygon, polygon_)) return false;
+    WarnOfOverlap(context_, options_.polygon, polygon_);
     model_ = OpenWholeForReading(context_, options_.model);
     if (!model_) return false;
     if (!model_->HasBlockId(dVAL)) {

@@ -152,6 +152,29 @@ TEST_F(StatsCommand, HoleTakesItsCellsOut) {
   EXPECT_DOUBLE_EQ(figures["average"], (-2 - 0.5 * 4 - 0.5 * 6 - 8) / 3.0);
 }
 
+TEST_F(StatsCommand, OverlapCountsTwiceAndWarns) {
+  models_.Make("a.dtm", kPlain, {"--blocks", "VAL"});
+  const std::string polygon = Text("p.txt",
+                                   "1000,2000\n1002,2000\n1002,2001\n1000,2001\n1000,2000\n\n"
+                                   "1001,2000\n1003,2000\n1003,2001\n1001,2001\n1001,2000\n");
+  const CommandResult result = Stats({"--polygon", polygon, "--json"});
+  EXPECT_EQ(result.status, kDone);
+  EXPECT_EQ(result.err, "vakdtm stats: warning: " + polygon +
+                            ":7: the ring overlaps the ring at line 1 at 1001, 2000: what both hold counts twice - "
+                            "merge them if it should count once\n");
+  EXPECT_EQ(json::parse(result.out)["used_area"], 4.0);
+  EXPECT_EQ(Stats({"--polygon", polygon, "--quiet"}).err, "");
+}
+
+TEST_F(StatsCommand, HoleBesideItsRingIsRefused) {
+  models_.Make("a.dtm", kPlain, {"--blocks", "VAL"});
+  const std::string polygon = Text("p.geojson", R"({"type":"Polygon","coordinates":[
+      [[1000,2000],[1001,2000],[1001,2001],[1000,2000]],[[1002,2000],[1003,2000],[1003,2001],[1002,2000]]]})");
+  ExpectRefuses({"--polygon", polygon}, polygon +
+                                            ": polygon 1, ring 2: is a hole, but not within its ring, at 1002, 2000 - "
+                                            "make it a polygon of its own, or leave it out");
+}
+
 TEST_F(StatsCommand, RectangleCountsWhatLiesInIt) {
   models_.Make("a.dtm", kPlain, {"--blocks", "VAL"});
   const json figures = StatsJson({"--rect", "1000.5,2000,1002,2000.5"});

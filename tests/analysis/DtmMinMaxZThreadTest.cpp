@@ -39,7 +39,8 @@ TEST(DtmMinMaxZThreadTest, NoHeightIsLostBesideAWriter) {
   for (int cell = 1; cell < kSide * kSide; ++cell) {
     for (int i = 0; i < kAreas; ++i) {
       const double z = -100.0 + (cell % 2 == 0 ? cell : -cell) - i;
-      ASSERT_TRUE(grid.Sound(cell % kSide + 0.5, i * kSide + cell / kSide + 0.5, z));
+      const int row = i * kSide + cell / kSide;
+      ASSERT_TRUE(grid.Sound(cell % kSide + 0.5, row + 0.5, z));
     }
   }
   runner.join();

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -14,6 +15,7 @@
 
 #include "CommandSinks.h"
 #include "ProgressBar.h"
+#include "ResultFile.h"
 #include "StopSignals.h"
 
 namespace vak {
@@ -184,6 +186,16 @@ std::string ExampleText(const SubcommandText& text) {
   return footer;
 }
 
+/// Of a group of which no member was chosen: what was named in its place, and what may be.
+std::string GroupMisuseText(const CLI::App& group) {
+  std::string all;
+  for (const CLI::App* member : group.get_subcommands({})) all += (all.empty() ? "" : "|") + member->get_name();
+  for (const std::string& word : group.remaining(true)) {
+    if (!word.starts_with('-')) return "'" + Unmarked(word) + "' is none of " + all;
+  }
+  return "one of " + all + " is missing";
+}
+
 /// What is wrong with the command line, in the words of the parser where they are good ones.
 std::string MisuseText(const CLI::App& app, const CLI::ParseError& error) {
   if (app.get_subcommands().empty()) {
@@ -191,6 +203,8 @@ std::string MisuseText(const CLI::App& app, const CLI::ParseError& error) {
     return unknown.empty() ? "a subcommand is missing"
                            : "there is no subcommand or option '" + Unmarked(unknown.front()) + "'";
   }
+  const CLI::App& chosen = *app.get_subcommands().front();
+  if (chosen.get_require_subcommand_min() > 0 && chosen.get_subcommands().empty()) return GroupMisuseText(chosen);
   std::string text = error.what();
   std::erase(text, kMark);
   if (!text.empty() && text.front() >= 'A' && text.front() <= 'Z')
@@ -227,7 +241,11 @@ int CommandContext::Stopped(std::string_view state) const {
 int CommandContext::PrintResult(std::string_view text) const {
   EraseProgressLine();
   const bool taken = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-  return taken ? kDone : Fail("", "cannot write to standard output", "");
+  if (taken) return kDone;
+  const int error = errno;
+  if (error == EPIPE) return kCouldNotBeDone;  // whoever closed the pipe knows
+  return Fail("standard output", "cannot write: " + WriteErrorText(error),
+              IsLackOfRoom(error) ? "make room, or send it elsewhere" : "send it elsewhere");
 }
 
 void CommandContext::Warn(std::string_view where, std::string_view what, std::string_view remedy) const {

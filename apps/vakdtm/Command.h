@@ -50,7 +50,7 @@ class CommandContext {
   int Stopped(std::string_view state) const;
 
   /// Prints a result of the subcommand on standard output, all of it before this returns.
-  /// @return kDone, or as `Fail` when standard output doesn't take it.
+  /// @return kDone, or as `Fail` when standard output doesn't take it; without a word when its reader has gone.
   int PrintResult(std::string_view text) const;
 
   /// Prints something that the user should look at, though the work goes on. Nothing when quiet.

@@ -5,6 +5,8 @@
 #include <optional>
 #include <sys/statvfs.h>
 #include <type_traits>
+#include <utility>
+#include <vector>
 #include <wctype.h>
 
 #include "vakdtm/export/DtmAsciiEsriExporter.h"
@@ -21,6 +23,8 @@
 #include "vakdtm/services/text/FormatNumber.h"
 #include "vakdtm/services/text/LocaleSeparators.h"
 #include "vakdtm/services/text/Utf8.h"
+#include "vakdtm/store/CellValue.h"
+#include "vakdtm/store/DtmAccess.h"
 #include "vakdtm/store/DtmBlockId.h"
 
 #include "Command.h"
@@ -114,7 +118,19 @@ class Export {
     if (StopRequested()) return context_.Stopped("nothing was kept");
     if (target_.ReaderGone()) return kCouldNotBeDone;
     const std::string error = target_.Error().empty() ? "no room for all of it" : target_.Error();
-    return context_.Fail(target_.Name(), "cannot write: " + error, "make room, or name another file with -o");
+    return context_.Fail(target_.Name(), "cannot write: " + error, target_.Remedy());
+  }
+
+  /// @param what  what becomes of the file: "the list is empty".
+  void WarnOfNothing(const std::vector<int>& blocks, const std::string& what) const {
+    std::string names;
+    for (const int id : blocks) names += (names.empty() ? "" : " or ") + BlockLabel(id);
+    if (HasPolygon()) {
+      context_.Warn(options_.polygon, "the centre of no cell with a " + names + " lies in it, " + what,
+                    "check its coordinates");
+    } else {
+      context_.Warn(options_.model, "no cell has a " + names + ", " + what, "");
+    }
   }
 
   const ExportOptions& Options() const { return options_; }
@@ -126,6 +142,34 @@ class Export {
   PolyClipLine polygon_;
   ModelFile model_;
   ExportTarget target_;
+};
+
+/// Sees whether anything is exported: a cell with a value that a polygon in front of it leaves.
+class ValueWatcher final : public DtmProcessor {
+ public:
+  /// @param found  becomes true; outlives this.
+  ValueWatcher(std::vector<int> blocks, bool& found) : blocks_(std::move(blocks)), found_(found) {}
+
+  bool Init(DtmAccess& access) override {
+    access_ = &access;
+    return true;
+  }
+  bool ProcessCell(int row, int col, double& area) override {
+    if (!found_ && !IsEmptyValue(area)) found_ = HasValue(row, col);
+    return true;
+  }
+
+ private:
+  bool HasValue(int row, int col) const {
+    return std::any_of(blocks_.begin(), blocks_.end(), [&](int id) {
+      double value = EmptyDouble();
+      return access_->GetDoubleValue(row, col, id, value) && !IsEmptyValue(value);
+    });
+  }
+
+  std::vector<int> blocks_;
+  bool& found_;
+  DtmAccess* access_ = nullptr;
 };
 
 /// The steps of a job with their thread: the processors live as long as this.
@@ -186,13 +230,16 @@ int SetSeparators(const CsvOptions& options, const CommandContext& context) {
 void WarnOfUnits(const CsvOptions& options, const CommandContext& context, const std::vector<int>& blocks) {
   if (GetCurrentProjectDefinition()->GetUnitCnv().Unit(kUnitHeight) == LengthUnit::kMetre) return;
   std::string names;
+  int count = 0;
   for (const int id : blocks) {
-    if (id != dVAL && id != dSDV && id != dMIN && id != dMAX && id != dTVU && id != dTHU) {
-      names += (names.empty() ? "" : ", ") + BlockLabel(id);
-    }
+    if (id == dVAL || id == dSDV || id == dMIN || id == dMAX || id == dTVU || id == dTHU) continue;
+    names += (names.empty() ? "" : ", ") + BlockLabel(id);
+    ++count;
   }
-  if (!names.empty()) {
+  if (count == 1) {
     context.Warn(options.model, names + " is converted like a height, which it is not", "export it in metres");
+  } else if (count > 1) {
+    context.Warn(options.model, names + " are converted like heights, which they are not", "export them in metres");
   }
 }
 
@@ -224,10 +271,15 @@ int ExportCsv(const CsvOptions& options, const CommandContext& context) {
   if (work.HasPolygon()) {
     job.Steps().AddProcessor(step, std::make_unique<DtmPolyClipper>(work.Polygon(), true, false).release());
   }
+  bool found = false;
+  job.Steps().AddProcessor(step, std::make_unique<ValueWatcher>(blocks, found).release());
   DtmAsciiExporter& list = *exporter;
   job.Steps().AddProcessor(step, exporter.release());
   const int result = job.Run();
-  return result == ProcessThread::kDone ? work.Finish(list.Close()) : work.FailJob(result);
+  if (result != ProcessThread::kDone) return work.FailJob(result);
+  const int status = work.Finish(list.Close());
+  if (status == kDone && !found) work.WarnOfNothing(blocks, "the list is empty");
+  return status;
 }
 
 // ---- esri
@@ -307,6 +359,8 @@ int ExportEsri(const EsriOptions& options, const CommandContext& context) {
   if (work.HasPolygon()) {
     job.Steps().AddProcessor(step, std::make_unique<DtmEsriPolyClipper>(work.Polygon()).release());
   }
+  bool found = false;
+  job.Steps().AddProcessor(step, std::make_unique<ValueWatcher>(blocks, found).release());
   DtmAsciiEsriExporter& grid = *exporter;
   job.Steps().AddProcessor(step, exporter.release());
   const int result = job.Run();
@@ -316,10 +370,13 @@ int ExportEsri(const EsriOptions& options, const CommandContext& context) {
   }
   if (result != ProcessThread::kDone) return work.FailJob(result);
   if (extents.Count() == 0) {
-    return context.Fail(options.model, "no cell has a " + BlockLabel(blocks.front()),
+    return context.Fail(options.model,
+                        "no cell has a " + BlockLabel(blocks.front()) + ", and a grid of no cells has no extents",
                         "ask \"vakdtm info\" what it has");
   }
-  return work.Finish(grid.Close());
+  const int status = work.Finish(grid.Close());
+  if (status == kDone && !found) work.WarnOfNothing(blocks, "the grid has no value");
+  return status;
 }
 
 // ---- stream
@@ -336,12 +393,16 @@ int ExportStream(const ExportOptions& options, const CommandContext& context) {
   if (work.HasPolygon()) {
     job.Steps().AddProcessor(step, std::make_unique<DtmPolyClipper>(work.Polygon(), true, false).release());
   }
+  bool found = false;
+  job.Steps().AddProcessor(step, std::make_unique<ValueWatcher>(std::vector<int>{dVAL}, found).release());
   job.Steps().AddProcessor(step, std::make_unique<DtmExport>(&stream).release());
   const int result = job.Run();
   if (result != ProcessThread::kDone) return work.FailJob(result);
   if (stream.Failed()) return context.Fail(options.model, "there is no memory for its stream", "export a part of it");
   const auto* const bytes = reinterpret_cast<const char*>(stream.Bytes().data());
-  return work.Finish(work.Target().Write({bytes, stream.Size()}));
+  const int status = work.Finish(work.Target().Write({bytes, stream.Size()}));
+  if (status == kDone && !found) work.WarnOfNothing({dVAL}, "the stream has no cells");
+  return status;
 }
 
 void AddCommon(CLI::App& command, ExportOptions& options) {

@@ -38,6 +38,13 @@ bool ExportTarget::Open(const std::string& path) {
 
 std::wstring ExportTarget::Path() const { return FromUtf8(temporary_.empty() ? result_.HiddenPath() : temporary_); }
 
+std::string ExportTarget::Remedy() const {
+  if (!error_.empty()) return "check the temporary folder";
+  // A job that failed without a word to this couldn't write its file to the end.
+  const bool room = result_.Error().empty() || result_.LacksRoom();
+  return room ? "make room, or name another file with -o" : "name another file with -o";
+}
+
 bool ExportTarget::Commit() { return (temporary_.empty() || CopyOut()) && result_.Commit(); }
 
 bool ExportTarget::CopyOut() {

@@ -32,6 +32,8 @@ class ExportTarget {
 
   [[nodiscard]] const std::string& Name() const { return result_.Name(); }
   [[nodiscard]] const std::string& Error() const { return error_.empty() ? result_.Error() : error_; }
+  /// What to do about it.
+  [[nodiscard]] std::string Remedy() const;
   [[nodiscard]] bool ReaderGone() const { return result_.ReaderGone(); }
 
  private:

@@ -283,7 +283,7 @@ class Import {
     context_.Warn(source.name,
                   Counted(dated->LinesIncomplete(), "line") + (one ? " lacks" : " lack") + " a number, and took what " +
                       (one ? "it lacks" : "they lack") + " from the line before",
-                  "blank lines insert a sounding once more");
+                  "look for blank lines and for NULs at the end, which insert a sounding once more");
   }
 
   void WarnOfLateDates(const SoundingSource& source, const ImportJob& job) const {
@@ -342,6 +342,7 @@ class Import {
     ImportTally tally(1);
     for (SoundingSource& source : sources_) {
       tally.BeginSource();
+      if (options_.dated && source.isEmpty) continue;  // a byte order mark is no line of it
       const FilePointer file = TakeFile(source);
       if (!file) {
         context_.Warn(source.name, "cannot be opened any more", "check the file");

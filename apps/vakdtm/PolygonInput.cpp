@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 #include "vakdtm/services/files/DataSearch.h"
@@ -54,9 +55,17 @@ void TellUnreadable(const CommandContext& context, const std::string& path) {
     context.Fail(path.empty() ? "''" : path, "no such file", "check the name of the polygon");
   } else if (type == std::filesystem::file_type::directory) {
     context.Fail(path, "is a folder", "name a file with a polygon");
+  } else if (type != std::filesystem::file_type::regular && type != std::filesystem::file_type::none) {
+    context.Fail(path, "is not a regular file", "name a file with a polygon");
   } else {
     context.Fail(path, "the polygon cannot be read", "check the file and its permissions");
   }
+}
+
+/// With a byte order mark, or with a first character that is one of UTF-8 and a NUL.
+bool IsUtf16(std::string_view text) {
+  if (text.size() < 2) return false;
+  return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") || (text[0] == '\0') != (text[1] == '\0');
 }
 
 std::string Text(double value) {
@@ -96,6 +105,10 @@ bool LoadPolygon(const CommandContext& context, const std::string& path, PolyCli
     return false;
   }
   std::wstring error;
+  if (IsUtf16(file.GetFileObject().GetText())) {
+    context.Fail(path, "the polygon is written in UTF-16", "save it as UTF-8");
+    return false;
+  }
   if (!polygon.FileOpen(file.GetFileObject(), &error)) {
     const Finding finding = Located(path, ToUtf8(error));
     context.Fail(finding.where, finding.what, "give a GeoJSON polygon, or a text with a vertex x,y a line");

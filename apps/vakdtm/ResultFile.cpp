@@ -15,7 +15,9 @@ namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{1} << 18;
 
-std::string Words(int error) {
+}  // namespace
+
+std::string WriteErrorText(int error) {
   switch (error) {
     case ENOSPC:
       return "no space left on the device";
@@ -36,7 +38,7 @@ std::string Words(int error) {
   }
 }
 
-}  // namespace
+bool IsLackOfRoom(int error) { return error == ENOSPC || error == EDQUOT || error == EFBIG; }
 
 bool IsSameFile(const std::string& one, const std::string& other) {
   std::error_code code;
@@ -116,7 +118,8 @@ bool ResultFile::Commit() {
 
 bool ResultFile::FailWith(int error) {
   readerGone_ = error == EPIPE;
-  error_ = Words(error);
+  lacksRoom_ = IsLackOfRoom(error);
+  error_ = WriteErrorText(error);
   Abandon();
   return false;
 }

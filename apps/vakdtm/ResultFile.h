@@ -11,6 +11,12 @@ namespace vak {
 /// @return whether two paths, neither of them "-", lead to one file that is there.
 [[nodiscard]] bool IsSameFile(const std::string& one, const std::string& other);
 
+/// @return what a refusal to write means, by its error number: "no space left on the device".
+[[nodiscard]] std::string WriteErrorText(int error);
+
+/// Whether more room would have helped.
+[[nodiscard]] bool IsLackOfRoom(int error);
+
 /// What a command writes: a file that appears under its name only when it is complete, or standard output.
 ///
 /// A regular file is written beside its target, under a hidden name, and renamed by `Commit`; without that, what was
@@ -49,6 +55,9 @@ class ResultFile {
   /// @return what failed, as "no space left on the device"; empty when nothing has.
   [[nodiscard]] const std::string& Error() const { return error_; }
 
+  /// Whether what failed wouldn't have, had there been more room.
+  [[nodiscard]] bool LacksRoom() const { return lacksRoom_; }
+
   /// True when the reader of a pipe has gone (as `head` does). No cause for a message: whoever closed it knows.
   [[nodiscard]] bool ReaderGone() const { return readerGone_; }
 
@@ -67,6 +76,7 @@ class ResultFile {
   int descriptor_ = -1;
   bool closes_ = false;  // the descriptor is ours
   bool readerGone_ = false;
+  bool lacksRoom_ = false;
 };
 
 }  // namespace vak

@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 #include "vakdtm/analysis/DtmTotalProcessor.h"
@@ -66,10 +65,6 @@ class ReportKeeper {
   std::shared_ptr<MessageSink> former_;
 };
 
-std::string ErrorText(int error) {
-  return error == ENOSPC ? "no space left on the device" : std::generic_category().message(error);
-}
-
 /// A list of results, of which every run appends a line.
 class ResultList {
  public:
@@ -125,7 +120,7 @@ class ResultList {
     const ssize_t count = file.IsOpen() ? pread(file.Get(), begin.data(), begin.size(), 0) : -1;
     char last = '\0';
     if (count < 0 || pread(file.Get(), &last, 1, size - 1) != 1) {
-      context.Fail(path_, "the headings cannot be read: " + ErrorText(errno), "name another file with --results");
+      context.Fail(path_, "the headings cannot be read: " + WriteErrorText(errno), "name another file with --results");
       return false;
     }
     endsInALine_ = last == '\n';
@@ -140,7 +135,9 @@ class ResultList {
   }
 
   bool Tell(const CommandContext& context, int error) const {
-    context.Fail(path_, "the results cannot be written: " + ErrorText(error), "name another file with --results");
+    context.Fail(
+        path_, "the results cannot be written: " + WriteErrorText(error),
+        IsLackOfRoom(error) ? "make room, or name another file with --results" : "name another file with --results");
     return false;
   }
 

@@ -94,6 +94,65 @@ TEST_F(ExportCommand, HitsThatAreConvertedLikeHeightsGetAWarning) {
                             ": NUM is converted like a height, which it is not - export it in metres\n");
 }
 
+TEST_F(ExportCommand, KindsThatAreNoHeightsAreNamedTogether) {
+  models_.Make("a.dtm", "1000.5,2000.5,-1.25\n");
+  EXPECT_EQ(Export("csv", {"-o", "-", "--blocks", "NUM,VAL,TIM", "--units", "ft"}).err,
+            "vakdtm export csv: warning: " + models_.File("a.dtm") +
+                ": NUM, TIM are converted like heights, which they are not - export them in metres\n");
+}
+
+TEST_F(ExportCommand, PolygonWithoutTheCentreOfACellGetsAWarning) {
+  models_.Make("a.dtm", "1000.5,2000.5,-1.25\n1001.5,2000.5,-2\n");
+  const std::string polygon = Text("p.txt", "1000.6,2000\n1001.4,2000\n1001.4,2001\n1000.6,2001\n1000.6,2000\n");
+  const struct {
+    const char* form;
+    const char* end;
+    const char* content;
+  } cases[] = {{"csv", "the list is empty", ""},
+               {"esri", "the grid has no value",
+                "NCOLS 2\nNROWS 1\nXLLCENTER 1000.500000\nYLLCENTER 2000.500000\n"
+                "CELLSIZE  1.000000\nNODATA_VALUE -9999\n-9999 -9999 \n"},
+               {"stream", "the stream has no cells", nullptr}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.form);
+    const CommandResult result = Export(c.form, {"-o", models_.File("out"), "--polygon", polygon});
+    EXPECT_EQ(result.status, kDone);
+    EXPECT_EQ(result.err, std::string("vakdtm export ") + c.form + ": warning: " + polygon +
+                              ": the centre of no cell with a VAL lies in it, " + c.end + " - check its coordinates\n");
+    if (c.content) {
+      EXPECT_EQ(models_.Folder().Text("out"), c.content);
+    }
+  }
+}
+
+TEST_F(ExportCommand, ModelWithoutCellsMakesAnEmptyListAndNoGrid) {
+  models_.Run({"create", models_.File("a.dtm"), "--cell-size", "1"});
+  for (const char* form : {"csv", "stream"}) {
+    SCOPED_TRACE(form);
+    const CommandResult result = Export(form, {"-o", models_.File("out")});
+    EXPECT_EQ(result.status, kDone);
+    EXPECT_THAT(result.err, HasSubstr(": warning: " + models_.File("a.dtm") + ": no cell has a VAL, the "));
+  }
+  EXPECT_EQ(Export("csv", {"-o", "-", "--blocks", "VAL,NUM"}).out, "X,Y,VAL,NUM\n");
+  ExpectFails("esri", {"-o", models_.File("grid")}, kCouldNotBeDone,
+              models_.File("a.dtm") +
+                  ": no cell has a VAL, and a grid of no cells has no extents - ask \"vakdtm info\" what it has");
+}
+
+TEST_F(ExportCommand, FolderThatIsClosedIsNoLackOfRoom) {
+  models_.Make("a.dtm", "1000.5,2000.5,-1.25\n");
+  const std::string copy = models_.CopyForStrangers();
+  fs::permissions(models_.Folder().Path(), static_cast<fs::perms>(0555));
+  fs::permissions(models_.File("a.dtm"), static_cast<fs::perms>(0644));
+  const std::string out = models_.File("out");
+  const CommandResult result =
+      test::CommandModels::RunAsStranger(copy, {"export", "csv", models_.File("a.dtm"), "-o", out});
+  fs::permissions(models_.Folder().Path(), static_cast<fs::perms>(0700));
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_EQ(result.err,
+            "vakdtm export csv: " + out + ": cannot write: permission denied - name another file with -o\n");
+}
+
 TEST_F(ExportCommand, ListOfCornersInterpolates) {
   models_.Make("a.dtm", "0.5,0.5,-1\n1.5,0.5,-2\n0.5,1.5,-3\n1.5,1.5,-6\n");
   EXPECT_EQ(Exported("csv", {"--corners"}), "1.000,1.000,-3.000\n");
@@ -362,13 +421,14 @@ TEST_F(ExportCommand, WhatCannotBeDoneIsToldInOneLine) {
     ExpectFails(form, {"-o", model}, kUsedWrongly,
                 "the model would be replaced by its own export - name another file with -o");
     ExpectFails(form, {"-o", models_.File("nowhere/out")}, kCouldNotBeDone,
-                models_.File("nowhere/out") +
-                    ": cannot write: there is no such folder - make room, or name another file with -o");
+                models_.File("nowhere/out") + ": cannot write: there is no such folder - name another file with -o");
+    ExpectFails(form, {"-o", models_.Folder().Path().string()}, kCouldNotBeDone,
+                models_.Folder().Path().string() + ": cannot write: it is a folder - name another file with -o");
   }
   ExpectFails("csv", {"-o", out, "--blocks", "NUM"}, kCouldNotBeDone,
               model + ": records no NUM - ask \"vakdtm info\" which kinds it has");
   ExpectFails("esri", {"-o", out, "--block", "TVU"}, kCouldNotBeDone,
-              model + ": no cell has a TVU - ask \"vakdtm info\" what it has");
+              model + ": no cell has a TVU, and a grid of no cells has no extents - ask \"vakdtm info\" what it has");
 }
 
 TEST_F(ExportCommand, ExportReplacesNoneOfItsInputs) {
@@ -415,8 +475,18 @@ TEST_F(ExportCommand, WrongUseIsMisuse) {
     EXPECT_THAT(result.err, StartsWith(std::string("vakdtm export ") + c.form + ": "));
     EXPECT_THAT(result.err, HasSubstr(c.error));
   }
-  EXPECT_EQ(models_.Run({"export"}).status, kUsedWrongly);
-  EXPECT_EQ(models_.Run({"export", "dwg"}).status, kUsedWrongly);
+  const struct {
+    Words words;
+    const char* error;
+  } groups[] = {{{"export"}, "one of csv|esri|stream is missing"},
+                {{"export", "dwg"}, "'dwg' is none of csv|esri|stream"},
+                {{"export", "dwg", models_.File("a.dtm"), "-o", "-"}, "'dwg' is none of csv|esri|stream"},
+                {{"export", "--quick", "dwg"}, "'dwg' is none of csv|esri|stream"}};
+  for (const auto& c : groups) {
+    SCOPED_TRACE(c.error);
+    EXPECT_EQ(models_.Run(c.words).status, kUsedWrongly);
+    EXPECT_EQ(models_.Run(c.words).err, std::string("vakdtm export: ") + c.error + " - see 'vakdtm export --help'\n");
+  }
   EXPECT_EQ(Export("csv", {}).status, kUsedWrongly) << "an output has to be named";
 }
 

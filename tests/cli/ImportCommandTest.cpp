@@ -636,7 +636,9 @@ TEST_F(ImportCommand, OutputThatCannotBeWrittenIsAFailure) {
                                            VAKDTM_COMMAND, models_.File("a.dtm"), Text("s.xyz", "1.5,102.5,-3\n")})
                                    .Wait();
   EXPECT_EQ(result.status, kCouldNotBeDone);
-  EXPECT_EQ(result.err, "vakdtm import: cannot write to standard output\n");
+  EXPECT_EQ(
+      result.err,
+      "vakdtm import: standard output: cannot write: no space left on the device - make room, or send it elsewhere\n");
   EXPECT_EQ(models_.Cells("a.dtm"), "1.5 102.5 -3\n") << "the import itself is done";
 }
 

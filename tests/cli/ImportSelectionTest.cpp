@@ -107,6 +107,22 @@ TEST_F(ImportSelection, BadPolygonIsToldBeforeAnythingIsTouched) {
                 models_.Folder().Path().string() + ": is a folder - name a file with a polygon");
 }
 
+TEST_F(ImportSelection, PolygonOfAnotherKindOfFileIsToldAsSuch) {
+  ASSERT_EQ(mkfifo(models_.File("pipe").c_str(), 0600), 0);
+  for (const std::string& file : {models_.File("pipe"), std::string("/dev/null")}) {
+    ExpectRefuses({"-", "--polygon", file}, file + ": is not a regular file - name a file with a polygon");
+  }
+  for (const bool big : {false, true}) {
+    for (const bool mark : {false, true}) {
+      SCOPED_TRACE(std::string(big ? "high" : "low") + (mark ? " byte first, with a mark" : " byte first"));
+      std::string utf16 = mark ? big ? "\xFE\xFF" : "\xFF\xFE" : "";
+      for (const char* c = kSquare; *c != '\0'; ++c) utf16 += big ? std::string{'\0', *c} : std::string{*c, '\0'};
+      const std::string file = Text("wide.txt", utf16);
+      ExpectRefuses({"-", "--polygon", file}, file + ": the polygon is written in UTF-16 - save it as UTF-8");
+    }
+  }
+}
+
 TEST_F(ImportSelection, PolygonWithoutANameIsMisuseAndNotLeftOut) {
   for (const char* option : {"--polygon", "--blocks"}) {
     SCOPED_TRACE(option);
@@ -211,8 +227,8 @@ TEST_F(ImportSelection, RepeatedSoundingsGetAWarning) {
   EXPECT_EQ(result.status, kDone);
   EXPECT_EQ(result.err,
             "vakdtm import: warning: " + file +
-                ": 1 line lacks a number, and took what it lacks from the line before - blank lines insert a "
-                "sounding once more\n");
+                ": 1 line lacks a number, and took what it lacks from the line before - look for blank lines and "
+                "for NULs at the end, which insert a sounding once more\n");
   EXPECT_EQ(models_.Cells("a.dtm", "NUM"), "1.5 102.5 2\n");
 }
 
@@ -230,6 +246,17 @@ TEST_F(ImportSelection, EmptyTextGetsAWarningAndIsNoError) {
   EXPECT_EQ(result.status, kDone);
   EXPECT_EQ(result.err, "vakdtm import: warning: " + file + ": is empty\n");
   EXPECT_EQ(models_.Cells("a.dtm"), "1.5 102.5 -3\n");
+}
+
+TEST_F(ImportSelection, DatedTextOfAByteOrderMarkAloneIsEmptyAndNothingElse) {
+  for (const char* mark : {"\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"}) {
+    const std::string file = Text("a.txt", mark);
+    const CommandResult result = Import({file, "--dated"});
+    EXPECT_EQ(result.status, kDone);
+    EXPECT_EQ(result.err, "vakdtm import: warning: " + file + ": is empty\n");
+    EXPECT_THAT(result.out, testing::StartsWith("0 of 0 lines taken (0 skipped"));
+    EXPECT_FALSE(models_.Folder().Has("a.dtm"));
+  }
 }
 
 TEST_F(ImportSelection, DatesAndAPolygonGoTogether) {

@@ -179,7 +179,9 @@ TEST_F(InfoCommand, OutputThatCannotBeWrittenIsAFailure) {
                                                    models_.File("a.dtm"), option})
                                      .Wait();
     EXPECT_EQ(result.status, kCouldNotBeDone);
-    EXPECT_EQ(result.err, "vakdtm info: cannot write to standard output\n");
+    EXPECT_EQ(
+        result.err,
+        "vakdtm info: standard output: cannot write: no space left on the device - make room, or send it elsewhere\n");
   }
 }
 

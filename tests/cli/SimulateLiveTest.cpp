@@ -290,7 +290,9 @@ TEST_F(SimulateLive, OutputThatCannotBeWrittenEndsItInOrder) {
                   VAKDTM_COMMAND, Path()})
           .Wait();
   EXPECT_EQ(result.status, kCouldNotBeDone);
-  EXPECT_EQ(result.err, "vakdtm simulate: cannot write to standard output\n");
+  EXPECT_EQ(result.err,
+            "vakdtm simulate: standard output: cannot write: no space left on the device - make room, or send it "
+            "elsewhere\n");
   EXPECT_EQ(Hits(), 100U);
   EXPECT_EQ(Info()["opened_by"], "index");
 }

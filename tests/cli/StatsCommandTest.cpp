@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <sys/stat.h>
 
 #include "Command.h"
 #include "StopSignals.h"
@@ -347,7 +348,7 @@ TEST_F(StatsCommand, WhatCannotBeDoneIsToldInOneLine) {
                                          "first vertex at its end");
   ExpectRefuses({"--results", models_.File("nowhere/r.csv")},
                 models_.File("nowhere/r.csv") +
-                    ": the results cannot be written: No such file or directory - name another file with --results");
+                    ": the results cannot be written: there is no such folder - name another file with --results");
   ExpectRefuses({"--project", models_.File("none.ini")},
                 models_.File("none.ini") + ": the project file cannot be read - check the name");
 }
@@ -424,6 +425,23 @@ TEST_F(StatsCommand, FullDiskLeavesTheResultListAsItWas) {
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
   EXPECT_EQ(models_.Folder().Text("r.csv"), padded);
+}
+
+TEST_F(StatsCommand, ReportThatCannotBeWrittenIsToldButNotToAReaderThatHasGone) {
+  models_.Make("a.dtm", kPlain, {"--blocks", "VAL"});
+  const auto run = [this](const std::string& line) {
+    return test::RunCommand({"bash", "-c", line, VAKDTM_COMMAND, models_.File("a.dtm")}).Wait();
+  };
+  const CommandResult full = run("\"$0\" stats \"$1\" > /dev/full");
+  EXPECT_EQ(full.status, kCouldNotBeDone);
+  EXPECT_EQ(full.err,
+            "vakdtm stats: standard output: cannot write: no space left on the device - make room, or send it "
+            "elsewhere\n");
+  // A pipe that nobody has open for reading any more.
+  ASSERT_EQ(mkfifo(models_.File("pipe").c_str(), 0600), 0);
+  const CommandResult gone =
+      run("pipe=${1%a.dtm}pipe; exec 4<>$pipe 3>$pipe 4<&-; \"$0\" stats \"$1\" >&3; echo $? >&2");
+  EXPECT_EQ(gone.err, "1\n");
 }
 
 TEST_F(StatsCommand, CtrlCEndsItWithoutAReport) {

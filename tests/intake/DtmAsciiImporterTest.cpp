@@ -19,6 +19,7 @@
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/DtmRectUpdater.h"
 
+#include "support/AtEachSounding.h"
 #include "support/SharedModel.h"
 #include "support/TestFolder.h"
 
@@ -41,21 +42,6 @@ class HurryingClock final : public Clock {
 
  private:
   mutable std::atomic<std::uint32_t> milliseconds_{2000000};
-};
-
-/// Calls a function at each announcement of a rectangle.
-class AtEachSounding final : public Subscriber {
- public:
-  AtEachSounding(DtmUpdateFile& model, std::function<void(int)> then) : then_(std::move(then)) {
-    subscription_.SetSubscriber(this, false);
-    subscription_.Subscribe(model.FileName());
-  }
-  void OnNotify(int, const std::wstring&, const NotificationInfo*) override { then_(++count_); }
-
- private:
-  std::function<void(int)> then_;
-  int count_ = 0;
-  Subscription subscription_{1};
 };
 
 /// An open model of 1 m cells, and importers of texts into it.

@@ -15,6 +15,8 @@
 #include "vakdtm/services/platform/Platform.h"
 #include "vakdtm/store/DtmBlockId.h"
 
+#include "support/AtEachSounding.h"
+#include "support/FaultyText.h"
 #include "support/SharedModel.h"
 #include "support/TestFolder.h"
 
@@ -95,6 +97,13 @@ struct DtmAsciiTimeImporterTest : testing::Test {
     importer->SetTally(&tally);
     return *importer;
   }
+  /// The same for a source that may fail.
+  DtmAsciiTimeImporter& Importer(FaultyText& text) {
+    importer.reset();
+    source = std::make_unique<TextFile>(text.Open());
+    importer = std::make_unique<DtmAsciiTimeImporter>(model.get(), source.get(), nullptr, false, false, false);
+    return *importer;
+  }
   bool Run(const std::string& text, const How& how = {}) { return Importer(text, how).Process(); }
 
   double At(double x, double y, int id = dVAL) { return ValueAt(*model, x, y, id); }
@@ -136,13 +145,19 @@ TEST_F(DtmAsciiTimeImporterTest, DayComesBeforeMonthInEveryFormat) {
   }
 }
 
-TEST_F(DtmAsciiTimeImporterTest, WideTextIsReadToo) {
-  std::string utf16 = "\xFF\xFE";
-  for (const char c : std::string("1.5,2.5,-3,03-07-2015\n2.5,2.5,-4,04-07-2015\n")) utf16 += {c, '\0'};
-  EXPECT_TRUE(Run(utf16));
-  EXPECT_EQ(At(1.5, 2.5, tTIM), kThirdOfJuly2015);
-  EXPECT_EQ(At(2.5, 2.5), -4.0);
-  EXPECT_EQ(importer->GetProgress(), 1.0);
+TEST_F(DtmAsciiTimeImporterTest, WideTextOfEitherByteOrderIsReadToo) {
+  for (const bool big : {false, true}) {
+    SCOPED_TRACE(big ? "high byte first" : "low byte first");
+    std::string utf16 = big ? "\xFE\xFF" : "\xFF\xFE";
+    for (const char c : std::string("1.5,2.5,-3,03-07-2015\n2.5,2.5,-4,04-07-2015\n")) {
+      utf16 += big ? std::string{'\0', c} : std::string{c, '\0'};
+    }
+    EXPECT_TRUE(Run("1.5,2.5,7,1-1-2000\n2.5,2.5,7,1-1-2000\n", {.clearFirst = true}));
+    EXPECT_TRUE(Run(utf16, {.clearFirst = true}));
+    EXPECT_EQ(At(1.5, 2.5, tTIM), kThirdOfJuly2015);
+    EXPECT_EQ(At(2.5, 2.5), -4.0);
+    EXPECT_EQ(importer->GetProgress(), 1.0);
+  }
 }
 
 TEST_F(DtmAsciiTimeImporterTest, TimeIsMidnightLocalTimeWithSummerTimeLeftToTheSystem) {
@@ -220,6 +235,27 @@ TEST_F(DtmAsciiTimeImporterTest, FirstLineBeyondTheTimesOfAModelIsTold) {
     EXPECT_TRUE(Run(c.text));
     EXPECT_EQ(importer->FirstLineBeyondTime(), c.line);
   }
+}
+
+TEST_F(DtmAsciiTimeImporterTest, MidnightBefore1970InUtcIsATimeToo) {
+  const TimeZone zoneOfTest("CET-1");
+  EXPECT_TRUE(Run("1.5,2.5,-3,01-01-1970\n"));
+  EXPECT_EQ(At(1.5, 2.5), -3.0);
+}
+
+TEST_F(DtmAsciiTimeImporterTest, DateThatTheSystemKnowsNoTimeOfLeavesByException) {
+  // Midnight is a second before 1970 in UTC, which is how the C library says that it fails.
+  const TimeZone zoneOfTest("AAA-00:00:01");
+  try {
+    Run("1.5,2.5,-3,02-01-1970\n2.5,2.5,-3,01-01-1970\n");
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const DtmImportException& fault) {
+    EXPECT_EQ(fault.Code(), 0x80070057u);
+    EXPECT_EQ(fault.Line(), 2);
+    EXPECT_STREQ(fault.what(), "the system knows no time of 1-1-1970");
+  }
+  EXPECT_EQ(At(1.5, 2.5), -3.0);
+  EXPECT_TRUE(IsEmptyAt(2.5, 2.5));
 }
 
 TEST_F(DtmAsciiTimeImporterTest, FaultOfADateIsToldInAdvance) {
@@ -308,6 +344,9 @@ TEST_F(DtmAsciiTimeImporterTest, MarkerLineIsCountedAndNotInserted) {
 TEST_F(DtmAsciiTimeImporterTest, MarkerOfTheOtherImporterIsNone) {
   EXPECT_TRUE(Run("1.5,2.5,-3,03-07-2015 -nan\n"));
   EXPECT_EQ(At(1.5, 2.5), -3.0);
+  EXPECT_TRUE(Run("2.5,2.5,-3,03-07-2015 #QNA\n3.5,2.5,-3,03-07-2015 QNAN #QNBN\n")) << "nor is a part of it";
+  EXPECT_EQ(At(2.5, 2.5), -3.0);
+  EXPECT_EQ(At(3.5, 2.5), -3.0);
 }
 
 TEST_F(DtmAsciiTimeImporterTest, NegateFlipsTheSignBit) {
@@ -343,6 +382,45 @@ TEST_F(DtmAsciiTimeImporterTest, StopBeforeTheRunTakesNoLine) {
   Importer("1.5,2.5,-3,03-07-2015\n").Stop();
   EXPECT_FALSE(importer->Process());
   EXPECT_TRUE(IsEmptyAt(1.5, 2.5));
+}
+
+TEST_F(DtmAsciiTimeImporterTest, StopEndsTheRunBeforeTheNextLineAndKeepsWhatWasInserted) {
+  Importer("1.5,2.5,-3,03-07-2015\n2.5,2.5,-4,03-07-2015\n3.5,2.5,-5,03-07-2015\n");
+  const AtEachSounding stop(*model, [this](int) { importer->Stop(); });
+  EXPECT_FALSE(importer->Process());
+  EXPECT_EQ(importer->LinesTaken(), 1);
+  EXPECT_FALSE(importer->InsertFailed());
+  EXPECT_EQ(At(1.5, 2.5), -3.0);
+  EXPECT_TRUE(IsEmptyAt(2.5, 2.5));
+}
+
+TEST_F(DtmAsciiTimeImporterTest, SourceThatStandsElsewhereIsReadFromItsStart) {
+  Importer("1.5,2.5,-3,03-07-2015\n2.5,2.5,-4\n");
+  std::string_view line;
+  ASSERT_TRUE(source->ReadLine(line, 255));
+  EXPECT_TRUE(importer->Process());
+  EXPECT_EQ(At(1.5, 2.5, tTIM), kThirdOfJuly2015) << "the first line says that the text is dated";
+  EXPECT_EQ(At(2.5, 2.5, tTIM), kThirdOfJuly2015);
+}
+
+TEST_F(DtmAsciiTimeImporterTest, SourceThatCannotBeReadToItsEndAnswersFalse) {
+  const std::string first = "1.5,2.5,-3,03-07-2015\n";
+  FaultyText text(first + "2.5,2.5,-4,03-07-2015\n");
+  text.failsAt = first.size() + 5;
+  EXPECT_FALSE(Importer(text).Process());
+  EXPECT_FALSE(importer->InsertFailed());
+  EXPECT_EQ(At(1.5, 2.5), -3.0) << "what stands before it stays";
+  EXPECT_TRUE(IsEmptyAt(2.5, 2.5));
+}
+
+TEST_F(DtmAsciiTimeImporterTest, SourceThatCannotSeekIsNotRead) {
+  for (const bool end : {false, true}) {
+    SCOPED_TRACE(end ? "to its end" : "to its start");
+    FaultyText text("1.5,2.5,-3,03-07-2015\n");
+    (end ? text.hasNoEnd : text.hasNoStart) = true;
+    EXPECT_FALSE(Importer(text).Process());
+    EXPECT_TRUE(IsEmptyAt(1.5, 2.5));
+  }
 }
 
 TEST_F(DtmAsciiTimeImporterTest, SourceStaysTheCallers) {

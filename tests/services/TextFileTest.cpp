@@ -6,6 +6,7 @@
 #include "vakdtm/services/files/TextFile.h"
 #include "vakdtm/services/text/Utf8.h"
 
+#include "support/FaultyText.h"
 #include "support/TestFolder.h"
 
 namespace vak::test {
@@ -119,6 +120,36 @@ TEST_F(TextFileTest, LinesAndPairsAcrossBlocksStayWhole) {
     EXPECT_EQ(file.GetPosition(),
               utf16 ? static_cast<std::int64_t>(2 * text.size()) : static_cast<std::int64_t>(ToUtf8(wide).size()));
   }
+}
+
+TEST_F(TextFileTest, PairThatABlockEndsWithinStaysWhole) {
+  // Blocks have 131072 units; that many and one, the mark among them, stand before the second half of the pair.
+  constexpr std::size_t kUnits = 131072;
+  for (const std::size_t before : {kUnits - 2, kUnits - 1, kUnits}) {
+    for (const bool bigEndian : {false, true}) {
+      SCOPED_TRACE(std::to_string(before) + (bigEndian ? " high byte first" : " low byte first"));
+      std::u16string text = u"\xFEFF";
+      while (text.size() < before) text += text.size() % 100 == 0 ? u'\n' : u'x';
+      TextFile file = Of(Utf16(text + u"\xD83D\xDE00!", bigEndian));
+      const std::vector<Piece> pieces = PiecesOf(file, 256);
+      const std::size_t lineBreak = text.rfind(u'\n');
+      EXPECT_EQ(pieces.back().text, std::wstring(before - lineBreak - 1, L'x') + L"\x1F600!");
+      EXPECT_EQ(file.GetPosition(), static_cast<std::int64_t>(2 * (before + 3)));
+    }
+  }
+}
+
+TEST_F(TextFileTest, ErrorIsForgottenAtTheStart) {
+  FaultyText text("one\ntwo\n");
+  text.failsAt = 6;
+  text.failsOnce = true;
+  TextFile file(text.Open());
+  EXPECT_EQ(PiecesOf(file, 16), (std::vector<Piece>{{L"one\n", 1, 4}}));
+  EXPECT_TRUE(file.Failed());
+  ASSERT_TRUE(file.SeekToBegin());
+  EXPECT_FALSE(file.Failed());
+  EXPECT_EQ(PiecesOf(file, 16), (std::vector<Piece>{{L"one\n", 1, 4}, {L"two\n", 2, 8}}));
+  EXPECT_FALSE(file.Failed());
 }
 
 TEST_F(TextFileTest, EndIsWhereTheBytesEnd) {

@@ -227,11 +227,32 @@ TEST_F(FileObjectOnDisk, FileThatCantBeReadChangesNothing) {
   EXPECT_EQ(Get(L"", L"first"), L"1");
 }
 
-TEST_F(FileObjectOnDisk, FileOfTooManyEntriesIsRefused) {
-  std::string text;
-  for (std::size_t i = 0; i < FileObject::kMaxEntries; ++i) text += "a=\n";
-  EXPECT_TRUE(Open(text));
-  EXPECT_FALSE(Open(text + "b=\n"));
+TEST_F(FileObjectOnDisk, FileOfTooManyEntriesHoldsNoSettings) {
+  std::string text = "a=1\n";
+  for (std::size_t i = 1; i < FileObject::kMaxEntries; ++i) text += "b=\n";
+  ASSERT_TRUE(Open(text));
+  EXPECT_EQ(Get(L"", L"a"), L"1");
+  text += "c=1\n";  // a line of another form may look like one: they are told apart when settings are asked for
+  ASSERT_TRUE(Open(text));
+  EXPECT_EQ(file_.GetContent(), text);
+  EXPECT_EQ(file_.GetText(), text);
+  EXPECT_TRUE(file_.GetSections().empty());
+  EXPECT_FALSE(file_.SetInt(L"a", L"b", 1));
+  EXPECT_FALSE(file_.RemoveKey(L"", L"a"));
+  EXPECT_EQ(file_.GetText(), text);
+  ASSERT_TRUE(Open("a=1\n"));
+  EXPECT_TRUE(file_.SetInt(L"", L"a", 2));
+  EXPECT_EQ(file_.GetText(), "a=2\n");
+}
+
+TEST_F(FileObjectOnDisk, NewFileIsAsOpenAsTheUsersMaskLetsItBe) {
+  const mode_t before = umask(027);
+  const bool saved = file_.SetInt(L"a", L"b", 1) && file_.FileSave(folder_.WideFile("new"));
+  EXPECT_EQ(umask(before), 027U);
+  ASSERT_TRUE(saved);
+  struct stat info{};
+  ASSERT_EQ(stat(folder_.File("new").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0640U);
 }
 
 TEST_F(FileObjectOnDisk, SavingReplacesTheFileAsAWhole) {

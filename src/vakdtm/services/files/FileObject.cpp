@@ -1,5 +1,6 @@
 #include "vakdtm/services/files/FileObject.h"
 
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -121,20 +122,31 @@ bool WriteAll(int descriptor, std::string_view text) {
   return true;
 }
 
+/// Makes a file that nobody else has, under a name of its own. @param made  gets its path.
+FileHandle MakeFile(const std::string& folder, mode_t mode, std::string& made) {
+  static std::atomic<unsigned> count{0};
+  constexpr int kTries = 1000;  // names that a process of the same number has left behind
+  for (int i = 0; i < kTries; ++i) {
+    made = folder + ".vakdtm-save-" + std::to_string(getpid()) + "-" + std::to_string(++count);
+    FileHandle file(open(made.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (file.IsOpen() || errno != EEXIST) return file;
+  }
+  return FileHandle();
+}
+
 /// Puts `text` into a new file beside `target` and renames it to that. @return false when nothing has changed.
 bool ReplaceFile(const std::string& target, std::string_view text) {
   struct stat info{};
   const bool there = stat(target.c_str(), &info) == 0;
   if (there && !S_ISREG(info.st_mode)) return false;
   const std::size_t slash = target.rfind('/');
-  std::string made = target.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".vakdtm-save-XXXXXX";
-  FileHandle file(mkostemp(made.data(), O_CLOEXEC));
+  std::string made;
+  const std::string folder = target.substr(0, slash == std::string::npos ? 0 : slash + 1);
+  // A new file is as open as the user's mask lets it be; one that replaces another keeps out whom that did.
+  FileHandle file = MakeFile(folder, there ? 0600 : 0666, made);
   if (!file.IsOpen()) return false;
-  // mkostemp keeps the others out; a new file is as open as the user's mask lets it be.
-  const mode_t mask = umask(0);
-  umask(mask);
-  const mode_t mode = there ? info.st_mode & 07777 : 0666 & ~mask;
-  const bool written = fchmod(file.Get(), mode) == 0 && WriteAll(file.Get(), text) && fsync(file.Get()) == 0;
+  const bool allowed = !there || fchmod(file.Get(), info.st_mode & 07777) == 0;
+  const bool written = allowed && WriteAll(file.Get(), text) && fsync(file.Get()) == 0;
   if (file.Close() && written && rename(made.c_str(), target.c_str()) == 0) return true;
   unlink(made.c_str());
   return false;
@@ -148,13 +160,12 @@ bool FileObject::FileOpen(const std::wstring& path, unsigned /*mode*/) {
   struct stat info{};
   if (!file.IsOpen() || fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
   if (static_cast<std::uintmax_t>(info.st_size) > kMaxLength) return false;
-  FileObject read;
-  read.content_.resize(static_cast<std::size_t>(info.st_size));
-  if (!ReadAll(file.Get(), read.content_) || !read.Parse()) return false;
+  std::string content(static_cast<std::size_t>(info.st_size), '\0');
+  if (!ReadAll(file.Get(), content)) return false;
+  FileClose();
   path_ = path;
-  content_ = std::move(read.content_);
-  pieces_ = std::move(read.pieces_);
-  index_ = std::move(read.index_);
+  content_ = std::move(content);
+  parsed_ = false;
   return true;
 }
 
@@ -173,9 +184,12 @@ void FileObject::FileClose() {
   content_ = std::string();  // gives the memory back, which `clear` doesn't
   pieces_.clear();
   index_.clear();
+  tooMany_ = false;
+  parsed_ = true;
 }
 
 std::string FileObject::GetText() const {
+  if (!parsed_ || tooMany_) return content_;  // nothing was changed
   std::string text;
   for (const Piece& piece : pieces_) text += TextOf(piece);
   return text;
@@ -185,7 +199,20 @@ std::string_view FileObject::TextOf(const Piece& piece) const {
   return piece.text.empty() ? std::string_view(content_).substr(piece.begin, piece.length) : piece.text;
 }
 
-bool FileObject::Parse() {
+void FileObject::EnsureParsed() const {
+  if (parsed_.load(std::memory_order_acquire)) return;
+  const std::scoped_lock lock(parsing_);
+  if (parsed_.load(std::memory_order_relaxed)) return;
+  tooMany_ = !Parse();
+  if (tooMany_) {
+    pieces_.clear();
+    index_.clear();
+  }
+  parsed_.store(true, std::memory_order_release);
+}
+
+/// @return false when there are too many entries.
+bool FileObject::Parse() const {
   std::string section;
   std::size_t begin = content_.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
   if (begin > 0) AddOther(0, begin, section);
@@ -204,7 +231,7 @@ bool FileObject::Parse() {
   return true;
 }
 
-bool FileObject::ParseLine(std::size_t begin, std::size_t end, std::string& section) {
+bool FileObject::ParseLine(std::size_t begin, std::size_t end, std::string& section) const {
   std::string_view line = std::string_view(content_).substr(begin, end - begin);
   while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
   line = Trim(line);
@@ -226,7 +253,7 @@ bool FileObject::ParseLine(std::size_t begin, std::size_t end, std::string& sect
   return true;
 }
 
-void FileObject::AddOther(std::size_t begin, std::size_t end, const std::string& section) {
+void FileObject::AddOther(std::size_t begin, std::size_t end, const std::string& section) const {
   if (!pieces_.empty() && pieces_.back().form == Form::kOther) {
     pieces_.back().length += end - begin;
   } else {
@@ -234,7 +261,7 @@ void FileObject::AddOther(std::size_t begin, std::size_t end, const std::string&
   }
 }
 
-void FileObject::IndexAgain() {
+void FileObject::IndexAgain() const {
   index_.clear();
   for (auto piece = pieces_.begin(); piece != pieces_.end(); ++piece) {
     if (piece->form == Form::kKey) index_.emplace(Name(piece->section, piece->key), piece);
@@ -242,11 +269,13 @@ void FileObject::IndexAgain() {
 }
 
 const FileObject::Piece* FileObject::Find(const std::wstring& section, const std::wstring& key) const {
+  EnsureParsed();
   const auto found = index_.find({ToUtf8(section), ToUtf8(key)});
   return found == index_.end() ? nullptr : &*found->second;
 }
 
 bool FileObject::HasSection(const std::wstring& section) const {
+  EnsureParsed();
   const std::string name = ToUtf8(section);
   for (const Piece& piece : pieces_) {
     if (piece.form != Form::kOther && piece.section == name) return true;
@@ -255,6 +284,7 @@ bool FileObject::HasSection(const std::wstring& section) const {
 }
 
 std::vector<std::wstring> FileObject::GetSections() const {
+  EnsureParsed();
   std::vector<std::wstring> names;
   std::map<std::string, bool> seen;
   for (const Piece& piece : pieces_) {
@@ -265,6 +295,7 @@ std::vector<std::wstring> FileObject::GetSections() const {
 }
 
 std::vector<std::wstring> FileObject::GetKeys(const std::wstring& section) const {
+  EnsureParsed();
   const std::string name = ToUtf8(section);
   std::vector<std::wstring> keys;
   for (const Piece& piece : pieces_) {
@@ -324,7 +355,8 @@ bool FileObject::SetBool(const std::wstring& section, const std::wstring& key, b
 
 bool FileObject::SetValue(const std::wstring& section, const std::wstring& key, std::string value) {
   const Name name(ToUtf8(section), ToUtf8(key));
-  if (!CanBeSection(name.first) || !CanBeKey(name.second)) return false;
+  EnsureParsed();
+  if (tooMany_ || !CanBeSection(name.first) || !CanBeKey(name.second)) return false;
   std::string line = name.second + "=" + Quote(value) + "\n";
   const auto found = index_.find(name);
   if (found != index_.end()) {
@@ -378,6 +410,7 @@ bool FileObject::RemoveSection(const std::wstring& section) {
 
 bool FileObject::RemoveKey(const std::wstring& section, const std::wstring& key) {
   const Name name(ToUtf8(section), ToUtf8(key));
+  EnsureParsed();
   if (!index_.contains(name)) return false;
   pieces_.remove_if([&name](const Piece& piece) {
     return piece.form == Form::kKey && piece.section == name.first && piece.key == name.second;

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <list>
 #include <map>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,12 +31,14 @@ namespace vak {
 /// (1) What was set is got again, whatever the text. (2) Saving what was opened and not changed gives the same bytes.
 /// (3) A change leaves all other lines as they were, comments and order included.
 ///
+/// The settings are looked for at the first question that asks for one: who reads another form pays nothing for them.
+///
 /// Not thread safe; any number of threads may read one that nobody changes.
 class FileObject {
  public:
   /// No file is read that is longer, in bytes.
   static constexpr std::uintmax_t kMaxLength = std::uintmax_t{256} << 20;
-  /// No file is read with more sections and keys.
+  /// A file with more sections and keys is read, but holds no settings, and none can be set.
   static constexpr std::size_t kMaxEntries = 1'000'000;
 
   FileObject() = default;
@@ -44,7 +48,7 @@ class FileObject {
   /// Reads a file whole, in place of what was here before.
   /// @param mode  taken for the sake of those who pass one; every file is read as a text.
   /// @return false, with nothing changed, when it isn't there, is no regular file, can't be read, or has more than
-  /// `kMaxLength` bytes or `kMaxEntries` entries.
+  /// `kMaxLength` bytes.
   bool FileOpen(const std::wstring& path, unsigned mode = 0);
 
   /// Writes the settings. The file is written beside its place, flushed, and renamed when complete, so that there is
@@ -104,20 +108,26 @@ class FileObject {
   using Pieces = std::list<Piece>;
   using Name = std::pair<std::string, std::string>;
 
-  bool Parse();
-  bool ParseLine(std::size_t begin, std::size_t end, std::string& section);
-  void AddOther(std::size_t begin, std::size_t end, const std::string& section);
+  void EnsureParsed() const;
+  bool Parse() const;
+  bool ParseLine(std::size_t begin, std::size_t end, std::string& section) const;
+  void AddOther(std::size_t begin, std::size_t end, const std::string& section) const;
   std::string_view TextOf(const Piece& piece) const;
   bool SetValue(const std::wstring& section, const std::wstring& key, std::string value);
   Pieces::iterator EndOfSection(const std::string& section);
   void EndLine(Pieces::iterator before);
-  void IndexAgain();
+  void IndexAgain() const;
   const Piece* Find(const std::wstring& section, const std::wstring& key) const;
 
   std::wstring path_;
   std::string content_;
-  Pieces pieces_;
-  std::map<Name, Pieces::iterator> index_;  // the first of each key
+
+  // Made of content_ by the first of any number of threads that needs it.
+  mutable std::mutex parsing_;
+  mutable std::atomic<bool> parsed_{true};
+  mutable bool tooMany_ = false;  // entries
+  mutable Pieces pieces_;
+  mutable std::map<Name, Pieces::iterator> index_;  // the first of each key
 };
 
 }  // namespace vak

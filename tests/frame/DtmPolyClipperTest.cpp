@@ -191,6 +191,60 @@ TEST_F(DtmPolyClipperInModel, CellsOutsideTheAreaAnnouncedAreRightTheSame) {
   EXPECT_EQ(CellWeight(clipper, -1, 0), 0);
 }
 
+// A row of cells across several areas, as a walker of a rectangle goes: what was cut for one area is of no use for the
+// next.
+TEST_F(DtmPolyClipperInModel, RowAcrossAreasIsCutForEachOfThem) {
+  Begun clipper = Begin(Polygon(Rectangle(1.5, 0.5, 6.5, 3.5)));
+  EXPECT_EQ(AreaWeight(clipper, 0, 0, 16), 7.5);
+  EXPECT_EQ(CellWeight(clipper, 1, 1), 0.5);
+  EXPECT_EQ(CellWeight(clipper, 1, 3), 1);
+  EXPECT_EQ(AreaWeight(clipper, 0, 4, 16), 7.5);
+  EXPECT_EQ(CellWeight(clipper, 1, 4), 1);
+  EXPECT_EQ(CellWeight(clipper, 1, 6), 0.5);
+  EXPECT_EQ(CellWeight(clipper, 1, 7), 0);
+}
+
+// Another walk may be over a model of other cells.
+TEST_F(DtmPolyClipperInModel, InitForgetsWhatWasCut) {
+  TestGrid half({.cellSize = 0.5, .areaSize = 4, .blockIds = {dVAL}});
+  Begun clipper = Begin(Polygon(Rectangle(0.25, 0.25, 3.25, 3.25)));
+  EXPECT_EQ(AreaWeight(clipper, 0, 0, 16), 9);
+  EXPECT_EQ(CellWeight(clipper, 0, 0), 0.5625);
+  ASSERT_TRUE(clipper.Init(half.Access()));
+  EXPECT_EQ(CellWeight(clipper, 0, 0), 0.0625);
+  EXPECT_EQ(CellWeight(clipper, 0, 3), 0.125);
+  ASSERT_TRUE(clipper.Init(grid_.Access()));
+  EXPECT_EQ(CellWeight(clipper, 0, 3), 0.1875);
+}
+
+TEST_F(DtmPolyClipperInModel, HoleOverAllOfAnAreaTakesAllOfIt) {
+  PolyClipLine polygon = Polygon(Rectangle(-8, -8, 3.5, 8));
+  polygon.AddRing(Rectangle(-7, -7, -1, 7), true);
+  polygon.AddRing({{-6.5, -6.5}, {-1.5, -6.5}, {-6.5, 6}}, false);
+  Begun clipper = Begin(polygon);
+  double sum = 0;
+  for (const int row : {-8, -4, 0, 4}) {
+    for (const int col : {-8, -4, 0}) {
+      const double area = AreaWeight(clipper, row, col, 16);
+      double cells = 0;
+      for (int r = row; area > 0 && r < row + 4; ++r) {
+        for (int c = col; c < col + 4; ++c) cells += CellWeight(clipper, r, c);
+      }
+      EXPECT_NEAR(cells, area, 1e-12) << row << ' ' << col;
+      sum += area;
+    }
+  }
+  EXPECT_NEAR(sum, polygon.GetArea(), 1e-12);
+}
+
+// A strip of a micrometre is small, but no rounding.
+TEST_F(DtmPolyClipperInModel, StripOfAMicrometreCounts) {
+  Begun clipper = Begin(Polygon(Rectangle(-100'000, -100'000, 1.000001, 2)));
+  EXPECT_NEAR(AreaWeight(clipper, 0, 0, 16), 2.000002, 1e-10);
+  EXPECT_NEAR(CellWeight(clipper, 1, 1), 1e-6, 1e-10);
+  EXPECT_EQ(CellWeight(clipper, 1, 2), 0);
+}
+
 TEST_F(DtmPolyClipperInModel, RingsAddUpAndHolesTakeOff) {
   PolyClipLine polygon;
   polygon.AddRing(Rectangle(-8, -8, 8, 8), false);

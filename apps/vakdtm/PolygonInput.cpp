@@ -105,7 +105,7 @@ bool LoadPolygon(const CommandContext& context, const std::string& path, PolyCli
     return false;
   }
   std::wstring error;
-  if (IsUtf16(file.GetFileObject().GetText())) {
+  if (IsUtf16(file.GetFileObject().GetContent())) {
     context.Fail(path, "the polygon is written in UTF-16", "save it as UTF-8");
     return false;
   }

@@ -217,17 +217,18 @@ class FailingClones final : public DtmProcessor {
 };
 
 TEST_F(DtmProcessThreadTest, FailureOfACloneEndsTheOthersAndFailsTheStep) {
-  if (GetTotalNumberOfCores() < 2) GTEST_SKIP() << "there are no clones on one core";
-  // More positions than could be walked while anybody waits.
-  const Page wide(0, 0, 160000, 160000);
+  // More positions than could be walked while anybody waits; on one core, where there are no clones, a few.
+  const bool cloned = GetTotalNumberOfCores() > 1;
+  const double side = cloned ? 160000 : 16;
+  const Page wide(0, 0, side, side);
   for (const bool throws : {false, true}) {
     FailingClones::Story story{throws};
     DtmProcess process;
     process.AddProcessStep(model_.get(), 0, &wide, false, nullptr);
     process.AddProcessor(0, std::make_unique<FailingClones>(story).release());
     process.SetAllowParallel(0, true);
-    EXPECT_EQ(process.DoModal(), ProcessThread::kFailed);
-    EXPECT_EQ(story.finis, 0) << "the first was ended";
+    EXPECT_EQ(process.DoModal(), cloned ? ProcessThread::kFailed : ProcessThread::kDone);
+    EXPECT_EQ(story.finis, cloned ? 0 : 1) << "the first was ended";
   }
 }
 

@@ -19,8 +19,9 @@ class DtmFile;
 /// cell counts with the weight that it came with, or not at all, by its centre. Areas are weighed exactly in both.
 /// (2) A cell or area that no edge enters weighs exactly 0 or exactly its surface: cell size squared, side squared. An
 /// edge enters when it reaches in by more than a few units in the last place of its coordinates. (3) The weight is
-/// never negative, and never above the surface as long as no rings overlap: those add up. (4) A polygon without rings
-/// limits nothing: what comes keeps its weight. Inverted, what it came with is taken from its surface.
+/// never negative unless inverted, and never above the surface as long as no rings overlap: those add up, so that an
+/// area partly outside can count as wholly covered. (4) A polygon without rings limits nothing: what comes keeps its
+/// weight. Inverted, what it came with is taken from its surface.
 ///
 /// What it costs: a cell in an area that is wholly in or out, two tests; else a ring is cut to the area once, to each
 /// row of the area once, and that to the cells, so that a cell's cost follows the vertices in its row and not the

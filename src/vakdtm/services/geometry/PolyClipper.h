@@ -25,7 +25,8 @@ namespace vak {
 /// enter it. Page edges are products of a count and a cell size, and rounded. (2) When no edge enters the page the
 /// result is nothing, or the page: the surface is exactly 0 or exactly `Page::Area`, and `GetCover` tells which.
 /// (3) Otherwise the surface of a ring lies between 0 and `Page::Area`, and is right to some units in the last place of
-/// the page's own size, however far away the page is: all is computed relative to its lower left corner.
+/// the page's own size, however far away the page is: all is computed relative to its lower left corner. Where an edge
+/// that is much longer than the page crosses it, these are units in the last place of the edge's length.
 /// What does not hold: (3) for a ring that crosses itself. Parts that it runs round the other way count negative.
 ///
 /// Allocates nothing once its lists have grown to what is asked of them. For one thread at a time; a copy stands alone.

@@ -171,6 +171,13 @@ TEST_F(DtmPolyClipperInModel, InitRefusesAnInvalidPolygon) {
   }
 }
 
+TEST(DtmPolyClipper, WithoutAFileThereIsNoWalk) {
+  DtmAccess nowhere(nullptr);
+  const PolyClipLine polygon = Polygon({{0, 0}, {4, 0}, {4, 4}});
+  EXPECT_FALSE(DtmPolyClipper(polygon, false, false).ProcessAllCells(nowhere));
+  EXPECT_FALSE(DtmEsriPolyClipper(polygon).ProcessRect(nowhere, {0, 0, 4, 4}));
+}
+
 TEST_F(DtmPolyClipperInModel, CellsAreRightWithoutAnyArea) {
   const PolyClipLine polygon = Polygon({{-3, -3}, {6, -3}, {6, 6}});
   Begun clipper = Begin(polygon);

@@ -56,28 +56,6 @@ void WriteLine(CFile& file, const std::wstring& line) {
   file.Write(bytes.data(), static_cast<unsigned>(bytes.size()));
 }
 
-std::wstring HeadingsLine() {
-  CVakCsvString line;
-  std::size_t item = 0;
-  const auto add = [&](int id, const std::wstring& unit) {
-    std::wstring text = unit.empty() ? LoadString(id) : LoadString(id) + L' ' + unit;
-    // The texts are those of the message, where tabs align the values. A tab between the items is another matter.
-    std::erase(text, L'\t');
-    line.SetItem(item++, text);
-  };
-  add(StringId::kStatsClippingPolygon, {});
-  add(StringId::kStatsUsedCells, {});
-  add(StringId::kStatsUsedArea, AreaUnit());
-  add(StringId::kStatsEmptyArea, AreaUnit());
-  for (const int id : {StringId::kStatsMinimum, StringId::kStatsMaximum, StringId::kStatsAverage,
-                       StringId::kStatsDeviation, StringId::kStatsCellsDeviation}) {
-    add(id, HeightUnit());
-  }
-  add(StringId::kStatsTotalHits, {});
-  add(StringId::kStatsLatestTime, {});
-  return line.GetString();
-}
-
 /// The report for a person: lines for the log, and the text of a box.
 class ReportText {
  public:
@@ -122,7 +100,27 @@ DtmTotalProcessor::~DtmTotalProcessor() {
   if (cellArea_ != 0.0 && finished_) Report();
 }
 
-std::wstring DtmTotalProcessor::Headings() { return HeadingsLine(); }
+std::wstring DtmTotalProcessor::Headings() {
+  CVakCsvString line;
+  std::size_t item = 0;
+  const auto add = [&](int id, const std::wstring& unit) {
+    std::wstring text = unit.empty() ? LoadString(id) : LoadString(id) + L' ' + unit;
+    // The texts are those of the message, where tabs align the values. A tab between the items is another matter.
+    std::erase(text, L'\t');
+    line.SetItem(item++, text);
+  };
+  add(StringId::kStatsClippingPolygon, {});
+  add(StringId::kStatsUsedCells, {});
+  add(StringId::kStatsUsedArea, AreaUnit());
+  add(StringId::kStatsEmptyArea, AreaUnit());
+  for (const int id : {StringId::kStatsMinimum, StringId::kStatsMaximum, StringId::kStatsAverage,
+                       StringId::kStatsDeviation, StringId::kStatsCellsDeviation}) {
+    add(id, HeightUnit());
+  }
+  add(StringId::kStatsTotalHits, {});
+  add(StringId::kStatsLatestTime, {});
+  return line.GetString();
+}
 
 void DtmTotalProcessor::SetRect(const Page& rect) {
   rect_ = rect;

@@ -67,7 +67,7 @@ void DtmPolyClipper::TakeExtents() {
 }
 
 bool DtmPolyClipper::Init(DtmAccess& access) {
-  if (!polygon_.IsValid()) return false;
+  if (!polygon_.IsValid() || access.GetDtmFile() == nullptr) return false;
   // Until an area is announced every cell is tested: there are walkers that announce none.
   partlyCovered_ = true;
   hasArea_ = false;
@@ -102,7 +102,7 @@ bool DtmPolyClipper::ProcessArea(int row, int col, double& weight) {
 }
 
 /// Cuts the rings to an area; those that an edge takes into it are kept for its cells.
-bool DtmPolyClipper::CutArea(int row, int col, Weight& weight) {
+void DtmPolyClipper::CutArea(int row, int col, Weight& weight) {
   areaRow_ = row;
   areaCol_ = col;
   hasArea_ = true;
@@ -112,7 +112,7 @@ bool DtmPolyClipper::CutArea(int row, int col, Weight& weight) {
   const double x = col * cellSize_;
   const double y = row * cellSize_;
   const Page page(x, y, x + areaSide_, y + areaSide_);
-  if (!extents_.IsRectInPage(page)) return false;
+  if (!extents_.IsRectInPage(page)) return;
   const PolyClipLine* ring = nullptr;
   for (bool more = polygon_.GetFirstPolyClipLine(ring); more; more = polygon_.GetNextPolyClipLine(ring)) {
     Ring& kept = rings_.Add();
@@ -123,7 +123,6 @@ bool DtmPolyClipper::CutArea(int row, int col, Weight& weight) {
     --rings_.count;
     if (kept.area.GetCover() == PolyClipper::Cover::kInside) rings_.whole += kept.area.Area() < 0 ? -1 : 1;
   }
-  return true;
 }
 
 bool DtmPolyClipper::ProcessCell(int row, int col, double& weight) {

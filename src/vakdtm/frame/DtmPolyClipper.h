@@ -38,7 +38,7 @@ class DtmPolyClipper : public DtmProcessor {
 
   DtmProcessor* Clone() override;
 
-  /// @return false, which ends the walk, when the polygon isn't valid.
+  /// @return false, which ends the walk, when the polygon isn't valid or there is no file.
   bool Init(DtmAccess& access) override;
 
   /// Sets the weight to what the polygon leaves of the whole area, whatever it was. The cells of another area may be
@@ -89,7 +89,7 @@ class DtmPolyClipper : public DtmProcessor {
   class Weight;
 
   void TakeExtents();
-  bool CutArea(int row, int col, Weight& weight);
+  void CutArea(int row, int col, Weight& weight);
   void CutRow(int row);
   void CutRowOfArea(int row);
   void CutRowOfPolygon(int row);

@@ -143,15 +143,6 @@ bool DtmPolyClipper::ProcessCell(int row, int col, double& weight) {
   return true;
 }
 
-bool DtmPolyClipper::PipFractionalCell(double row, double col, double& weight) {
-  if (partlyCovered_) {
-    TestPoint(row, col, weight);
-  } else if (notCovered_) {
-    weight = 0;
-  }
-  return true;
-}
-
 void DtmPolyClipper::TestPoint(double row, double col, double& weight) const {
   const Point centre((col + 0.5) * cellSize_, (row + 0.5) * cellSize_);
   const bool inside = polygon_.IsEmpty() || polygon_.IsPointInPoly(centre);

@@ -52,7 +52,14 @@ class DtmPolyClipper : public DtmProcessor {
 
   /// Tests a position between cells by its point, whatever the mode: (row, col) is the centre of that cell, and
   /// fractions lie towards the next. Sets the weight to 0 or leaves it. @return true.
-  bool PipFractionalCell(double row, double col, double& weight);
+  bool PipFractionalCell(double row, double col, double& weight) {
+    if (partlyCovered_) {
+      TestPoint(row, col, weight);
+    } else if (notCovered_) {
+      weight = 0;
+    }
+    return true;
+  }
 
   /// Replaces the polygon by one ring. To be called before a walk.
   /// @param xy     X and Y of each vertex in turn; read during the call only.

@@ -208,6 +208,7 @@ void DtmAccess::TrimCache(std::uint64_t count) {
 }
 
 void DtmAccess::ReleaseArea(OpenArea& open) {
+  ++releases_;
   open_.erase(open.key);
   for (DtmDataBlock* const block : open.blocks) {
     if (block) block->Close();

@@ -67,8 +67,10 @@ class DtmAccess {
 
   /// The bytes of a cell as they lie in memory, for who takes values as they are: of the width of the kind's letter, to
   /// be read by `LoadCell`. @return null without an area or a readable block; good until the cursor is used for
-  /// another area.
+  /// another area, and then for as long as `NumReleases` stays what it was at this call.
   const std::byte* FindCell(int row, int col, int id);
+  /// How many areas the cursor has given up because their place was needed for others, or with the file.
+  std::uint64_t NumReleases() const { return releases_; }
 
   /// Writes a cell, creating its area. Truncated to the integer kinds, narrowed to float; kind u can't be set this way.
   /// @param updateMinMax  whether the value is a height that the area's Z range has to hold.
@@ -189,6 +191,7 @@ class DtmAccess {
   OpenList spare_;
   std::unordered_map<std::uint64_t, OpenList::iterator> open_;  // every area that is current or in the cache, by key
   std::uint64_t cacheSize_ = kDefaultCacheSize;
+  std::uint64_t releases_ = 0;
 
   bool cleared_ = false;  // a cell of the current area was emptied since it was entered
 };

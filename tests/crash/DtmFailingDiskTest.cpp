@@ -337,7 +337,8 @@ TEST(DtmFailingDisk, NoCallThatFailsLosesAnythingThatWasAccepted) {
           if (halfway && kind != FailingDisk::kRead && kind != FailingDisk::kWrite) continue;
           if (halfway && forGood && LongForm(0, 1) == 0) continue;
           Troubles troubles;
-          for (std::int64_t number = 0; number < counted->calls[static_cast<std::size_t>(kind)]; ++number) {
+          for (std::int64_t number = 0; number < counted->calls[static_cast<std::size_t>(kind)];
+               number += LongForm(1, 1, 3)) {
             const auto disk = NewDisk(shape);
             disk->kind = static_cast<FailingDisk::Kind>(kind);
             disk->number = number;
@@ -366,7 +367,7 @@ TEST(DtmFailingDisk, ShortOfSpaceAtAnySizeLosesNothingThatWasAccepted) {
     }
     Troubles troubles;
     const auto largest = static_cast<std::int64_t>(counted->bytes.size()) * 2;
-    for (std::int64_t room = 0; room < largest; room += LongForm(13, 1)) {
+    for (std::int64_t room = 0; room < largest; room += LongForm(13, 1, 41)) {
       const auto disk = NewDisk(shape);
       disk->room = room;
       ShakySurvey survey(shape, disk, [&](const std::string& what) { troubles.Add(what, std::to_string(room)); });

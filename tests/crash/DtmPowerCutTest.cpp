@@ -232,9 +232,9 @@ void TellStates(std::size_t states) {
 }
 
 ReplayEffort Effort() {
-  return {.random = LongForm(16, 400),
+  return {.random = LongForm(16, 400, 8),
           .sizes = LongForm(2, 8),
-          .sectors = LongForm(8, 1000),
+          .sectors = LongForm(8, 1000, 4),
           .everyWorksOn = LongForm(16, 2),
           .byteCuts = LongForm(4, 200),
           .everyUnsynced = LongForm(8, 1),
@@ -266,8 +266,8 @@ TEST(DtmPowerCut, WhatTheFirstCutLeftIsKeptThroughTheSecond) {
       second.Sync();
       second.Close();
       effort.seed += 1;
-      effort.random = LongForm(4, 40);
-      effort.sectors = LongForm(4, 40);
+      effort.random = LongForm(4, 40, 2);
+      effort.sectors = LongForm(4, 40, 2);
       ExpectNothingLost(CrashReplay(second.Disk(), second.GetTruth(), effort).CutPower(), states);
     }
   });
@@ -332,7 +332,7 @@ TEST(DtmPowerCut, NoKindOfSyncCanBeLeftOut) {
       if (tried.noticed++ == 0) tried.loss = NameOf(tally.found.begin()->first);
     }
   };
-  ForEachSurvey(2, leaveOut);
+  ForEachSurvey(LongForm(2, 2, 1), leaveOut);
   {
     // Cells alone, the index staying as it was.
     Survey survey({8, {iNUM, tTIM}, true});

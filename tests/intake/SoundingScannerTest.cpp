@@ -336,7 +336,7 @@ class LineMaker {
 
 TEST(SoundingScanner, RandomLinesScanAsSscanfScansThem) {
   const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
-  const int lines = LongForm(400'000, 10'000'000);
+  const int lines = LongForm(400'000, 10'000'000, 80'000);
   LineMaker maker(seed);
   int soundings = 0;
   int plain = 0;

@@ -883,7 +883,7 @@ TEST(DtmVerifier, AnyDamageLeavesEveryUntouchedAreaToTheRepair) {
   std::mt19937_64 rng(seed);
   int untouched = 0;
   int lost = 0;
-  const int runs = LongForm(3000, 100000);
+  const int runs = LongForm(3000, 100000, 1000);
   for (int run = 0; run < runs; ++run) {
     const RandomModel model = MakeRandomModel(rng);
     Traced traced{model.bytes, {}};

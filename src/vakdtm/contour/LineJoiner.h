@@ -133,7 +133,10 @@ class LineJoiner {
     return hash * 0xD6E8FEB86659FD93U;
   }
   /// Whether it can equal any.
-  static bool IsNumber(const Point& point) { return point == point; }
+  static bool IsNumber(const Point& point) {
+    const Point same = point;
+    return same == point;
+  }
 
   bool IsRunning() const { return running_->load(std::memory_order_relaxed); }
   Index NewNode(const Point& point, Index neighbour);

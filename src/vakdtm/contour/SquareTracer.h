@@ -95,17 +95,6 @@ class SquareTracer : public DtmPolyClipper {
  protected:
   using Segment = SquareSegment<Point>;
 
-  /// @param level    what an area's known range must hold for the area to be walked.
-  /// @param running  true while work may go on; must outlive the tracer.
-  SquareTracer(const PolyClipLine& polygon, bool centrePoint, double level, int block, const std::atomic<bool>& running)
-      : DtmPolyClipper(polygon, centrePoint, false),
-        areaLevel_(level),
-        squares_(block),
-        joiner_(running),
-        running_(&running) {}
-  SquareTracer(const SquareTracer& other) = default;
-  SquareTracer& operator=(const SquareTracer& other) = default;
-
   bool IsRunning() const { return running_->load(std::memory_order_relaxed); }
   DtmAccess* Access() const { return squares_.Access(); }
   const Vertex& At(int vertex) const { return squares_.Vertices()[static_cast<std::size_t>(vertex)]; }
@@ -131,11 +120,24 @@ class SquareTracer : public DtmPolyClipper {
   bool AddSegment(const Segment& segment, bool touches) { return joiner_.Add(segment.start, segment.end, touches); }
 
  private:
+  friend Tracer;
+
+  /// @param level    what an area's known range must hold for the area to be walked.
+  /// @param running  true while work may go on; must outlive the tracer.
+  SquareTracer(const PolyClipLine& polygon, bool centrePoint, double level, int block, const std::atomic<bool>& running)
+      : DtmPolyClipper(polygon, centrePoint, false),
+        areaLevel_(level),
+        squares_(block),
+        joiner_(running),
+        running_(&running) {}
+  SquareTracer(const SquareTracer& other) = default;
+  SquareTracer& operator=(const SquareTracer& other) = default;
+
   Tracer& Self() { return static_cast<Tracer&>(*this); }
   const Tracer& Self() const { return static_cast<const Tracer&>(*this); }
 
   bool HandleDoubleContour(int row, int col);
-  void AddPair(int firstEdge, int secondEdge, int row, int col);
+  void AddPair(std::array<int, 2> edges, int row, int col);
   void Cross(int edge, Segment& segment, bool& haveStart, bool& haveEnd) {
     Self().Cross(kSquareEdges[static_cast<std::size_t>(edge)], segment, haveStart, haveEnd);
   }
@@ -200,23 +202,26 @@ bool SquareTracer<Tracer, Point>::AddSegment(int mask, int row, int col) {
 template <typename Tracer, typename Point>
 bool SquareTracer<Tracer, Point>::HandleDoubleContour(int row, int col) {
   if (Self().CutsOffLowerLeft()) {
-    AddPair(kLowerEdge, kLeftEdge, row, col);
-    AddPair(kRightEdge, kUpperEdge, row, col);
+    AddPair({kLowerEdge, kLeftEdge}, row, col);
+    AddPair({kRightEdge, kUpperEdge}, row, col);
   } else {
-    AddPair(kUpperEdge, kLeftEdge, row, col);
-    AddPair(kLowerEdge, kRightEdge, row, col);
+    AddPair({kUpperEdge, kLeftEdge}, row, col);
+    AddPair({kLowerEdge, kRightEdge}, row, col);
   }
   return true;
 }
 
 template <typename Tracer, typename Point>
-void SquareTracer<Tracer, Point>::AddPair(int firstEdge, int secondEdge, int row, int col) {
+void SquareTracer<Tracer, Point>::AddPair(std::array<int, 2> edges, int row, int col) {
   Segment segment;
   bool haveStart = false;
   bool haveEnd = false;
-  Cross(firstEdge, segment, haveStart, haveEnd);
-  Cross(secondEdge, segment, haveStart, haveEnd);
-  AddSegment(segment, squares_.TouchesBorder(firstEdge, row, col) || squares_.TouchesBorder(secondEdge, row, col));
+  bool touches = false;
+  for (const int edge : edges) {
+    Cross(edge, segment, haveStart, haveEnd);
+    touches = squares_.TouchesBorder(edge, row, col) || touches;
+  }
+  AddSegment(segment, touches);
 }
 
 }  // namespace vak

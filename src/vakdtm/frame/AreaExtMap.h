@@ -1,6 +1,6 @@
 #pragma once
 
-#include <map>
+#include <unordered_map>
 
 #include "vakdtm/frame/AreaExt.h"
 
@@ -12,13 +12,13 @@ class DtmArea;
 /// takes no lock, each thread works on one of its own.
 class AreaExtMap {
  public:
-  /// The area's range; an empty one is entered for an area that isn't known yet.
+  /// The area's range; an empty one is entered for an area that isn't known yet. Good until `Clear`.
   AreaExt& operator[](const DtmArea* area) { return map_[area]; }
 
   void Clear() { map_.clear(); }
 
  private:
-  std::map<const DtmArea*, AreaExt> map_;
+  std::unordered_map<const DtmArea*, AreaExt> map_;
 };
 
 }  // namespace vak

@@ -122,7 +122,7 @@ class Polyline {
    private:
     struct Body {
       Body() = default;
-      explicit Body(const Ring& other) : ring(other) {}
+      explicit Body(Ring other) : ring(std::move(other)) {}
       Ring ring;
       std::atomic<int> owners{1};
     };
@@ -131,7 +131,7 @@ class Polyline {
   };
 
   static Point3D<double> In3D(const Point2D<double>& point) { return Point3D<double>(point); }
-  static const Point3D<double>& In3D(const Point3D<double>& point) { return point; }
+  static Point3D<double> In3D(const Point3D<double>& point) { return point; }
 
   void Widen(const T& point);
   void ForgetExtentsWith(const T& point);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cassert>
 #include <cmath>
 #include <limits>
@@ -247,34 +246,7 @@ bool DtmAccess::GetDoubleValue(int row, int col, int id, double& value) {
   if (cell < 0) return false;
   const DtmDataBlock* const block = GetDataBlock(id);
   if (!block) return false;
-  switch (block->DataType()) {
-    case 'd':
-      value = LoadCell(CellsOf<double>(*block) + cell);
-      return true;
-    case 'f': {
-      const float stored = LoadCell(CellsOf<float>(*block) + cell);
-      if (!IsEmptyValue(stored)) value = static_cast<double>(stored);
-      return true;
-    }
-    case 'c': {
-      const unsigned char stored = LoadCell(CellsOf<unsigned char>(*block) + cell);
-      if (stored != 0) value = stored;
-      return true;
-    }
-    case 'i':
-    case 't': {
-      const std::int32_t stored = LoadCell(CellsOf<std::int32_t>(*block) + cell);
-      if (stored != 0) value = stored;
-      return true;
-    }
-    case 'u': {
-      const std::uint32_t stored = LoadCell(CellsOf<std::uint32_t>(*block) + cell);
-      if (stored != 0) value = id == uFCT ? std::popcount(stored) : stored;
-      return true;
-    }
-    default:
-      return false;
-  }
+  return LoadAsDouble(block->CellData(), id, cell, value);
 }
 
 const std::byte* DtmAccess::FindCell(int row, int col, int id) {

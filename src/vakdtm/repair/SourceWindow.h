@@ -1,0 +1,135 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "vakdtm/store/CellValue.h"
+#include "vakdtm/store/DtmDataBlock.h"
+
+namespace vak {
+
+class DtmAccess;
+class DtmArea;
+
+/// An area with a margin around it, as a search from the area's cells needs it: which of the cells are sources, that
+/// is, have hits, and what the cells hold.
+///
+/// Where the sources are is looked at once for each area, at the first need; what cells hold is read when it is asked
+/// for. The blocks are held open as long as the window stands. For one thread at a time.
+///
+/// Cells are told by row and column within the window, from 0 at its lower left.
+class SourceWindow {
+ public:
+  /// @param areaSize  cells on a side.
+  /// @param margin    cells on each side of the area.
+  /// @param blocks    ids of what is read; a cell is asked for by its place in this list.
+  /// @param hits      place of the hit counts in the list; below 0: all cells are sources, also where there is none.
+  SourceWindow(int areaSize, int margin, std::vector<int> blocks, int hits);
+
+  /// Whether a window of these sizes pays, beside looking at cells one by one, and fits the memory.
+  static bool Pays(int areaSize, int margin);
+
+  /// Goes to an area, be there one or not. Nothing is read yet. @param access  of the model, for this call alone.
+  void MoveTo(DtmAccess& access, int bottom, int left);
+  bool Stands() const { return stands_; }
+  /// Whether it stands where a cell's area is.
+  bool StandsOver(int row, int col) const {
+    return stands_ && Offset(row, bottom_) < static_cast<unsigned>(areaSize_) &&
+           Offset(col, left_) < static_cast<unsigned>(areaSize_);
+  }
+  int RowOf(int row) const { return row - bottom_ + margin_; }
+  int ColOf(int col) const { return col - left_ + margin_; }
+  int Size() const { return size_; }
+
+  /// To be said when the area has come to be since the window stands there.
+  void TakeArea(DtmArea* area);
+  bool HasArea() const { return areas_[centre_] != nullptr; }
+
+  /// Gives up all blocks; the window stands nowhere then.
+  void Leave();
+
+  /// As `DtmAccess::GetDoubleValue`.
+  bool Read(int row, int col, std::size_t block, double& value) {
+    const auto i = static_cast<std::size_t>(row);
+    const auto j = static_cast<std::size_t>(col);
+    return ReadIn(areaIn_[i] * side_ + areaIn_[j], block, cellIn_[i] * areaSize_ + cellIn_[j], value);
+  }
+  /// The same for a cell of the area itself, by its row and column in the model.
+  bool ReadOwn(int row, int col, std::size_t block, double& value) {
+    return ReadIn(centre_, block, (row - bottom_) * areaSize_ + (col - left_), value);
+  }
+
+  /// Finds the sources, unless that is done.
+  void Look() {
+    if (!looked_) FindSources();
+  }
+  /// Whether a cell that was a source still is one; if it isn't, it is struck out.
+  bool IsStillSource(int row, int col);
+  /// Whether any source lacks the value of one of the first `count` blocks.
+  bool HasSourceWithout(std::size_t count);
+
+  /// The source with the lowest column of `from` to `to` in a row; below 0: there is none. Behind `Look`, as all of
+  /// these.
+  int LowestInRow(int row, int from, int to) const { return Lowest(Line(rows_, row), from, to); }
+  int HighestInRow(int row, int from, int to) const { return Highest(Line(rows_, row), from, to); }
+  int LowestInCol(int col, int from, int to) const { return Lowest(Line(cols_, col), from, to); }
+  int HighestInCol(int col, int from, int to) const { return Highest(Line(cols_, col), from, to); }
+
+ private:
+  using Word = std::uint64_t;
+  static constexpr int kBits = 64;
+
+  struct CloseBlock {
+    void operator()(DtmDataBlock* block) const { block->Close(); }
+  };
+  using OpenBlock = std::unique_ptr<DtmDataBlock, CloseBlock>;  // one open count
+  struct Block {
+    OpenBlock held;
+    bool tried = false;
+  };
+
+  static unsigned Offset(int value, int base) { return static_cast<unsigned>(value) - static_cast<unsigned>(base); }
+
+  const std::byte* Cells(std::size_t area, std::size_t block) {
+    Block& asked = blocks_[area * ids_.size() + block];
+    if (!asked.tried) Open(asked, area, block);
+    return asked.held ? asked.held->CellData() : nullptr;
+  }
+  bool ReadIn(std::size_t area, std::size_t block, int cell, double& value) {
+    const std::byte* const cells = Cells(area, block);
+    value = EmptyDouble();
+    return cells != nullptr && LoadAsDouble(cells, ids_[block], cell, value);
+  }
+  void Open(Block& block, std::size_t area, std::size_t slot);
+
+  void FindSources();
+  void FindSourcesIn(std::size_t areaRow, std::size_t areaCol);
+  void TurnRows();
+
+  const Word* Line(const std::vector<Word>& lines, int line) const { return lines.data() + line * words_; }
+  static int Lowest(const Word* line, int from, int to);
+  static int Highest(const Word* line, int from, int to);
+
+  int areaSize_;
+  int margin_;
+  int size_;              // of the window, in cells
+  std::ptrdiff_t words_;  // in a line of bits
+  std::size_t side_;      // of the window, in areas
+  std::size_t centre_;
+  std::vector<int> ids_;
+  int hits_;
+  std::vector<std::size_t> areaIn_;  // of a row or column of the window: row or column of areas
+  std::vector<int> cellIn_;          // and of cells in that
+  bool stands_ = false;
+  bool looked_ = false;
+  int bottom_ = 0;
+  int left_ = 0;
+  std::vector<DtmArea*> areas_;  // null: there is none
+  std::vector<Block> blocks_;    // of each area in turn
+  std::vector<Word> rows_;       // a bit for each source; looked for from left to right
+  std::vector<Word> cols_;       // the same, turned
+};
+
+}  // namespace vak

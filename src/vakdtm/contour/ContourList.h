@@ -13,9 +13,7 @@ class ContourList {
  public:
   ContourList() = default;
   ContourList(const ContourList&) = default;
-  ContourList(ContourList&&) = default;
   ContourList& operator=(const ContourList&) = default;
-  ContourList& operator=(ContourList&&) = default;
   virtual ~ContourList() = default;
 
   /// @param index  from 0 to below `Size`.

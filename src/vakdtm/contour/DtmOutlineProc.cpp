@@ -18,17 +18,19 @@ bool DtmOutlineProc::Init(DtmAccess& access) {
 
 bool DtmOutlineProc::ProcessCell(int row, int col, double& /*weight*/) {
   if (!IsRunning()) return false;
-  const bool hasAccess = Access() != nullptr;
-  if (hasAccess) {
+  if (Access() != nullptr) {
     if (StartsArea(row, col)) ProcessStrips(row, col);
     // What can't be read is empty.
     Squares().ReadHeights(row, col);
   }
-  if (!IsEmpty(0) && !IsEmpty(1) && !IsEmpty(2) && !IsEmpty(3)) return true;
-  if (hasAccess) Squares().FillVertices(row, col);
+  if (IsEmpty(0) || IsEmpty(1) || IsEmpty(2) || IsEmpty(3)) TraceSquare(row, col);
+  return true;
+}
+
+void DtmOutlineProc::TraceSquare(int row, int col) {
+  if (Access() != nullptr) Squares().FillVertices(row, col);
   if (GetUpdateExtents()) UpdateExtents();
   AddSegment(ClassifyCell(), row, col);
-  return true;
 }
 
 /// Whether this is an area's first cell, which brings squares along. Such a square never does, though it may be where

@@ -47,6 +47,7 @@ class DtmOutlineProc : public SquareTracer<DtmOutlineProc, GTL::Point3D<double>>
 
   bool StartsArea(int row, int col);
   void ProcessStrips(int row, int col);
+  void TraceSquare(int row, int col);
   void InterpolateXY(int from, int to, double& x, double& y, double& z) const;
   static void HandlePoint(Segment3d& segment, bool& haveStart, bool& haveEnd, double x, double y, double z, bool empty);
 

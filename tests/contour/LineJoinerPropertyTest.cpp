@@ -54,12 +54,31 @@ class LineJoinerPropertyTest : public testing::Test {
   using PlainPoint = decltype(Plain(Point()));
   using PlainJoining = reference::Joining<PlainPoint>;
 
-  /// Does the same with both a number of times.
+  /// Does the same with both, in one run or more that come one upon the other.
   void Run(unsigned seed) {
     Soup<Point> soup(seed);
     std::atomic<bool> running{true};
     Joiner joiner(running);
     PlainJoining plain(running);
+    for (int run = soup.Chance(0.2) ? 2 : 1; run > 0; --run) {
+      ASSERT_NO_FATAL_FAILURE(AddPieces(soup, joiner, plain, running));
+      Joiner copy(joiner);
+      PlainJoining plainCopy(plain);
+      joiner.Finish();
+      plain.Finish();
+      ASSERT_NO_FATAL_FAILURE(Compare(joiner, plain));
+      ASSERT_FALSE(joiner.Join());
+      GoOn(soup, copy, plainCopy);
+      ASSERT_NO_FATAL_FAILURE(Compare(joiner, plain));
+    }
+  }
+
+  std::size_t lines_ = 0;
+  std::size_t rings_ = 0;
+
+ private:
+  /// The flag may fall on the way, and stays down then.
+  void AddPieces(Soup<Point>& soup, Joiner& joiner, PlainJoining& plain, std::atomic<bool>& running) {
     const double touching = soup.Pick(0, 4) / 4.0;
     const int stop = soup.Chance(0.3) ? soup.Pick(0, 200) : -1;
     const int pieces = soup.Pick(0, 200);
@@ -80,20 +99,8 @@ class LineJoinerPropertyTest : public testing::Test {
       }
     }
     if (stop >= pieces) running = false;
-    Joiner copy(joiner);
-    PlainJoining plainCopy(plain);
-    joiner.Finish();
-    plain.Finish();
-    ASSERT_NO_FATAL_FAILURE(Compare(joiner, plain));
-    ASSERT_FALSE(joiner.Join());
-    GoOn(soup, copy, plainCopy);
-    ASSERT_NO_FATAL_FAILURE(Compare(joiner, plain));
   }
 
-  std::size_t lines_ = 0;
-  std::size_t rings_ = 0;
-
- private:
   /// With a copy, beside which the original stays as it is.
   void GoOn(Soup<Point>& soup, Joiner& copy, PlainJoining& plain) {
     for (int i = soup.Pick(0, 20); i > 0; --i) {

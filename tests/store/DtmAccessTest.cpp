@@ -691,5 +691,26 @@ TEST(DtmAccess, ClearCellDataEmptiesOneBlockOnly) {
   EXPECT_TRUE(grid.Access().ClearCellData(50, 50, dVAL)) << "no area";
 }
 
+TEST(DtmAccess, CellsStayWhereTheyAreWhileNothingIsReleased) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 4, .blockIds = {dVAL}});
+  for (int col = 0; col < 16; col += 4) grid.Set(0, col, dVAL, col);
+  grid.Leave();
+  DtmAccess& access = grid.Access();
+  access.SetCacheSize(3);
+  const std::uint64_t before = access.NumReleases();
+  const std::byte* const cell = access.FindCell(0, 0, dVAL);
+  access.FindCell(0, 4, dVAL);
+  access.FindCell(0, 8, dVAL);
+  EXPECT_EQ(access.NumReleases(), before);
+  EXPECT_EQ(LoadCell(reinterpret_cast<const double*>(cell)), 0);
+  EXPECT_EQ(access.FindCell(0, 0, dVAL), cell);
+  access.FindCell(0, 12, dVAL);
+  EXPECT_EQ(access.NumReleases(), before);
+  access.FindCell(0, 100, dVAL);  // no area, but the one before goes to the cache, and another out of it
+  EXPECT_EQ(access.NumReleases(), before + 1);
+  access.SetCacheSize(0);
+  EXPECT_EQ(access.NumReleases(), before + 4);
+}
+
 }  // namespace
 }  // namespace vak::test

@@ -8,6 +8,9 @@
 namespace vak {
 namespace {
 
+/// How many rows before it is read a cell of the area at the right is asked for.
+constexpr unsigned kRowsAhead = 4;
+
 /// One past a row or column; none of the cells at the type's end is allowed.
 int After(int rowOrCol) { return static_cast<int>(static_cast<unsigned>(rowOrCol) + 1U); }
 int RowOf(int row, int vertex) { return vertex >= 2 ? After(row) : row; }
@@ -77,7 +80,10 @@ bool CellSquares::ReadHeight(int row, int col, double& z) {
   if (cells.first == nullptr) return false;
   const unsigned inRow = up < side_ ? up : up - side_;
   const unsigned inCol = right < side_ ? right : right - side_;
-  z = LoadCell(cells.first + (static_cast<std::size_t>(inRow) * side_ + inCol));
+  const double* const cell = cells.first + (static_cast<std::size_t>(inRow) * side_ + inCol);
+  // Down a column each cell would have to be waited for.
+  if (right >= side_ && inRow + kRowsAhead < side_) __builtin_prefetch(cell + std::size_t{kRowsAhead} * side_);
+  z = LoadCell(cell);
   return true;
 }
 

@@ -15,35 +15,44 @@ DtmContourLevelProc::DtmContourLevelProc(const PolyClipLine& polygon, double lev
     : SquareTracer(polygon, true, level, block, running), level_(level) {}
 
 bool DtmContourLevelProc::ProcessCell(int row, int col, double& /*weight*/) {
-  if (Access() != nullptr) {
+  const bool hasAccess = Access() != nullptr;
+  if (hasAccess) {
     double weight = 1.0;
     PipFractionalCell(row + 0.5, col + 0.5, weight);
     if (weight == 0.0) return true;
   }
   if (!IsRunning()) return false;
-  if (Access() != nullptr && !Squares().ReadHeights(row, col)) return true;
-  const bool learns = UpdatesAreaExt() || GetUpdateExtents();
+  if (hasAccess && !Squares().ReadHeights(row, col)) return true;
   // Most squares end here. Neither an empty corner nor a raised one passes.
-  if (!learns && IsOffLevel()) return true;
+  const bool offLevel = IsOffLevel();
+  const bool learns = UpdatesAreaExt() || GetUpdateExtents();
+  if (offLevel && !learns) return true;
   if (IsEmptySquare() || IsFlat()) return true;
-  if (UpdatesAreaExt()) UpdateAreaExt();
-  if (GetUpdateExtents()) {
-    if (Access() != nullptr) Squares().FillVertices(row, col);
-    UpdateExtents();
-  }
-  RaiseFromLevel();
-  const int mask = ClassifyCell();
-  // Positions matter to squares that are crossed alone.
-  if (mask != 0 && Access() != nullptr && !GetUpdateExtents()) Squares().FillVertices(row, col);
-  AddSegment(mask, row, col);
+  if (learns) LearnFrom(row, col);
+  if (!offLevel) TraceSquare(row, col);
   return true;
 }
 
 /// Whether all corners are above the level, or all below.
 bool DtmContourLevelProc::IsOffLevel() const {
-  const bool above = At(0).z > level_ && At(1).z > level_ && At(2).z > level_ && At(3).z > level_;
-  const bool below = At(0).z < level_ && At(1).z < level_ && At(2).z < level_ && At(3).z < level_;
-  return above || below;
+  if (At(0).z > level_) return At(1).z > level_ && At(2).z > level_ && At(3).z > level_;
+  return At(0).z < level_ && At(1).z < level_ && At(2).z < level_ && At(3).z < level_;
+}
+
+/// Takes a square into the ranges that are to be found.
+void DtmContourLevelProc::LearnFrom(int row, int col) {
+  if (UpdatesAreaExt()) UpdateAreaExt();
+  if (!GetUpdateExtents()) return;
+  if (Access() != nullptr) Squares().FillVertices(row, col);
+  UpdateExtents();
+}
+
+/// Traces a square of which the heights are known, and the positions when ranges were found.
+void DtmContourLevelProc::TraceSquare(int row, int col) {
+  RaiseFromLevel();
+  const int mask = ClassifyCell();
+  if (mask != 0 && Access() != nullptr && !GetUpdateExtents()) Squares().FillVertices(row, col);
+  AddSegment(mask, row, col);
 }
 
 bool DtmContourLevelProc::IsEmptySquare() const {

@@ -43,6 +43,8 @@ class DtmContourLevelProc : public SquareTracer<DtmContourLevelProc, GTL::Point2
   void Cross(const SquareEdge& edge, Segment& segment, bool& haveStart, bool& haveEnd);
 
   bool IsOffLevel() const;
+  void LearnFrom(int row, int col);
+  void TraceSquare(int row, int col);
   bool IsEmptySquare() const;
   bool IsFlat() const { return At(0).z == At(1).z && At(1).z == At(2).z && At(2).z == At(3).z; }
   void RaiseFromLevel();

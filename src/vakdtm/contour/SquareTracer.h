@@ -2,7 +2,6 @@
 
 #include <array>
 #include <atomic>
-#include <bit>
 #include <cassert>
 #include <cstddef>
 #include <vector>
@@ -106,6 +105,11 @@ class SquareTracer : public DtmPolyClipper {
   bool UpdatesAreaExt() const { return areaExt_ != nullptr && updateAreaExt_; }
   /// Adds the heights of the square to it.
   void UpdateAreaExt() {
+    // Most squares widen nothing.
+    if (areaExt_->Inside(At(0).z) && areaExt_->Inside(At(1).z) && areaExt_->Inside(At(2).z) &&
+        areaExt_->Inside(At(3).z)) {
+      return;
+    }
     for (const Vertex& vertex : squares_.Vertices()) *areaExt_ += vertex.z;
   }
   void UpdateExtents() {
@@ -178,7 +182,8 @@ int SquareTracer<Tracer, Point>::ClassifyCell() const {
   if (Self().IsCrossed(1, 2)) mask |= kSquareEdges[kRightEdge].bit;
   if (Self().IsCrossed(2, 3)) mask |= kSquareEdges[kUpperEdge].bit;
   if (Self().IsCrossed(3, 0)) mask |= kSquareEdges[kLeftEdge].bit;
-  return std::has_single_bit(static_cast<unsigned>(mask)) ? 0 : mask;
+  const bool isSingle = (mask & (mask - 1)) == 0;
+  return isSingle ? 0 : mask;
 }
 
 template <typename Tracer, typename Point>

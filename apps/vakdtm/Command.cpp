@@ -342,6 +342,16 @@ CLI::Option* AddNumber(CLI::App& command, const std::string& names, double& valu
   return AddRanged(command, names, value, description, lowest, highest, "number", "X");
 }
 
+CLI::Option* AddNumberIfGiven(CLI::App& command, const std::string& names, std::optional<double>& value,
+                              const std::string& description) {
+  return AddChecked(command, names, description, "X", [&value](const std::string& text) {
+    double parsed = 0;
+    if (!ParseAll(text, parsed) || !std::isfinite(parsed)) return "'" + text + "' is no number";
+    value = parsed;
+    return std::string();
+  });
+}
+
 CLI::Option* AddChoice(CLI::App& command, const std::string& names, std::string& value,
                        const std::vector<std::string>& words, const std::string& description) {
   std::string all;

@@ -108,6 +108,10 @@ CLI::Option* AddNumber(CLI::App& command, const std::string& names, double& valu
                        double lowest = std::numeric_limits<double>::lowest(),
                        double highest = std::numeric_limits<double>::max());
 
+/// The same where it matters whether it was given.
+CLI::Option* AddNumberIfGiven(CLI::App& command, const std::string& names, std::optional<double>& value,
+                              const std::string& description);
+
 /// Adds an option with one of a few words.
 CLI::Option* AddChoice(CLI::App& command, const std::string& names, std::string& value,
                        const std::vector<std::string>& words, const std::string& description);
@@ -129,10 +133,12 @@ CLI::Option* AddByteCount(CLI::App& command, const std::string& names, std::uint
 std::string Counted(std::int64_t count, const char* noun);
 
 void AddCellsCommand(CLI::App& app, CommandContext& context);
+void AddContourCommand(CLI::App& app, CommandContext& context);
 void AddCreateCommand(CLI::App& app, CommandContext& context);
 void AddExportCommand(CLI::App& app, CommandContext& context);
 void AddImportCommand(CLI::App& app, CommandContext& context);
 void AddInfoCommand(CLI::App& app, CommandContext& context);
+void AddOutlineCommand(CLI::App& app, CommandContext& context);
 void AddSimulateCommand(CLI::App& app, CommandContext& context);
 void AddStatsCommand(CLI::App& app, CommandContext& context);
 void AddVerifyCommand(CLI::App& app, CommandContext& context);

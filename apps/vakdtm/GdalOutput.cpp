@@ -1,0 +1,129 @@
+#include "GdalOutput.h"
+
+#include <cerrno>
+#include <dlfcn.h>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "ResultFile.h"
+#include "gdal/LineModule.h"
+
+namespace vak {
+namespace {
+
+constexpr const char* kModule = "vakdtm_gdal.so";
+
+std::filesystem::path CommandFolder() {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+}
+
+/// What the loader says, without the path of the module in front.
+std::string LoaderText(const std::string& path) {
+  const char* const said = dlerror();
+  std::string text = said ? said : "it cannot be loaded";
+  if (text.starts_with(path + ": ")) text.erase(0, path.size() + 2);
+  return text;
+}
+
+using Entry = const VakDtmLineModule* (*)(std::uint32_t);
+
+const VakDtmLineModule* Load(const std::string& path, std::string& error, std::string& remedy) {
+  // Never unloaded: GDAL and what it brings along aren't made for that.
+  void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+  if (!library) {
+    error = "the module " + path + " cannot be loaded: " + LoaderText(path);
+    remedy = "install the package libgdal32, or write .geojson";
+    return nullptr;
+  }
+  const auto entry = reinterpret_cast<Entry>(dlsym(library, "VakDtmGetLineModule"));
+  const VakDtmLineModule* const module = entry ? entry(kVakDtmLineModuleVersion) : nullptr;
+  if (module && module->version == kVakDtmLineModuleVersion) return module;
+  error = "the module " + path + " belongs to another version of the command";
+  remedy = "install both from one build, or write .geojson";
+  return nullptr;
+}
+
+std::string Remedied(bool lacksRoom) {
+  return lacksRoom ? "make room, or name another file with -o" : "name another file with -o";
+}
+
+}  // namespace
+
+const VakDtmLineModule* LoadLineModule(std::string& error, std::string& remedy) {
+  const std::filesystem::path beside = CommandFolder();
+  const std::filesystem::path installed = (beside / VAKDTM_MODULES_FROM_COMMAND).lexically_normal();
+  for (const std::filesystem::path& folder : {beside, installed}) {
+    const std::string path = (folder / kModule).native();
+    std::error_code code;
+    if (std::filesystem::exists(path, code)) return Load(path, error, remedy);
+  }
+  error = std::string("this format takes the module ") + kModule + ", which is neither in " + beside.native() +
+          " nor in " + installed.native();
+  remedy = "install the package libgdal-dev and build and install the command again, or write .geojson";
+  return nullptr;
+}
+
+GdalOutput::~GdalOutput() { Release(); }
+
+bool GdalOutput::Open(const LineFileSettings& settings) {
+  name_ = settings.path;
+  if (!files_.Make(settings.path, format_)) return FailWith(errno);
+  const std::string driver(format_.driver);
+  const VakDtmLineFile file = {
+      driver.c_str(),        files_.Path().c_str(),
+      settings.name.c_str(), settings.crs.empty() || !format_.keepsCrs ? nullptr : settings.crs.c_str(),
+      settings.hasZ ? 1 : 0, settings.levels.data(),
+      settings.levels.size()};
+  char error[1024] = {};
+  writer_ = module_.create(&file, error, sizeof error);
+  if (writer_) return true;
+  error_ = error;
+  remedy_ = Remedied(true);
+  files_.Abandon();
+  return false;
+}
+
+bool GdalOutput::Write(const LineShape& line) {
+  const VakDtmLine shape = {line.level,
+                            line.length,
+                            line.closed ? 1 : 0,
+                            line.x.size(),
+                            line.x.data(),
+                            line.y.data(),
+                            line.z.empty() ? nullptr : line.z.data()};
+  return module_.write(writer_, &shape) != 0 || FailInModule();
+}
+
+bool GdalOutput::Complete() {
+  if (module_.finish(writer_) == 0) return FailInModule();
+  warning_ = module_.warning(writer_);
+  Release();
+  return true;
+}
+
+bool GdalOutput::Commit() { return files_.Commit() || FailWith(errno); }
+
+bool GdalOutput::FailWith(int error) {
+  error_ = error == EINVAL ? "it is no regular file" : WriteErrorText(error);
+  remedy_ = Remedied(IsLackOfRoom(error));
+  files_.Abandon();
+  return false;
+}
+
+bool GdalOutput::FailInModule() {
+  const int error = module_.errorNumber(writer_);
+  error_ = error != 0 ? WriteErrorText(error) : module_.error(writer_);
+  // A database doesn't tell what was amiss; in a file of one's own it is hardly ever anything else.
+  remedy_ = Remedied(error == 0 || IsLackOfRoom(error));
+  Release();
+  files_.Abandon();
+  return false;
+}
+
+void GdalOutput::Release() {
+  if (writer_) module_.release(std::exchange(writer_, nullptr));
+}
+
+}  // namespace vak

@@ -1,0 +1,266 @@
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Command.h"
+#include "support/CommandModels.h"
+#include "support/RunGdal.h"
+
+namespace vak {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::CommandResult;
+using testing::HasSubstr;
+using testing::StartsWith;
+using Words = std::vector<std::string>;
+
+/// Three by three cells of 1 m on a slope that falls to the east.
+constexpr const char* kSlope =
+    "0.5,0.5,-1\n1.5,0.5,-2\n2.5,0.5,-3\n0.5,1.5,-1\n1.5,1.5,-2\n2.5,1.5,-3\n0.5,2.5,-1\n1.5,2.5,-2\n2.5,2.5,-3\n";
+
+/// One cell of 1 m that stands out of 3 x 3.
+constexpr const char* kPeak =
+    "0.5,0.5,-5\n1.5,0.5,-5\n2.5,0.5,-5\n0.5,1.5,-5\n1.5,1.5,-1\n2.5,1.5,-5\n0.5,2.5,-5\n1.5,2.5,-5\n2.5,2.5,-5\n";
+
+std::string Feature(const std::string& level, bool closed, const std::string& length, const std::string& coordinates) {
+  return "{\"type\":\"Feature\",\"properties\":{\"level\":" + level + ",\"closed\":" + (closed ? "true" : "false") +
+         ",\"length\":" + length + "},\"geometry\":{\"type\":\"LineString\",\"coordinates\":[" + coordinates + "]}}";
+}
+
+std::string Collection(const Words& features) {
+  std::string text = "{\n\"type\":\"FeatureCollection\",\n\"name\":\"contours\",\n\"features\":[";
+  for (const std::string& feature : features) text += (&feature == &features.front() ? "\n" : ",\n") + feature;
+  return text + "\n]\n}\n";
+}
+
+class ContourCommand : public testing::Test {
+ protected:
+  CommandResult Contour(const Words& words) const {
+    Words all = {"contour", models_.File("a.dtm")};
+    all.insert(all.end(), words.begin(), words.end());
+    return test::CommandModels::Run(all);
+  }
+  Words Names() const {
+    Words names;
+    for (const auto& entry : fs::directory_iterator(models_.Folder().Path())) {
+      names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  void ExpectFails(const Words& words, int status, const std::string& error) const {
+    const Words before = Names();
+    const CommandResult result = Contour(words);
+    EXPECT_EQ(result.status, status);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "vakdtm contour: " + error + "\n");
+    EXPECT_EQ(Names(), before) << "something was left behind";
+  }
+  /// A surface of side x side cells of 1 m that waves, so that every level has lines.
+  void MakeWaves(int side) const {
+    std::string text;
+    for (int row = 0; row < side; ++row) {
+      for (int col = 0; col < side; ++col) {
+        char line[80];
+        std::snprintf(line, sizeof line, "%d.5,%d.5,%.3f\n", 500000 + col, 5800000 + row,
+                      -10 + 3 * std::sin(col * 0.21) * std::cos(row * 0.17));
+        text += line;
+      }
+    }
+    models_.Make("a.dtm", text, {"--blocks", "VAL"});
+  }
+
+  test::CommandModels models_;
+};
+
+TEST_F(ContourCommand, LinesAreThoseOfTheLevelsFromTheLowest) {
+  models_.Make("a.dtm", kSlope);
+  const test::FileState state(models_.Folder(), "a.dtm");
+  const CommandResult result = Contour({"--levels", "-1.5,-2.25,-1.5", "-o", "-"});
+  EXPECT_EQ(result.status, kDone);
+  EXPECT_EQ(result.err, "");
+  // The lower ground is on the left of each line.
+  EXPECT_EQ(result.out, Collection({Feature("-2.25", false, "2.0", "[1.75,2.5],[1.75,1.5],[1.75,0.5]"),
+                                    Feature("-1.5", false, "2.0", "[1,2.5],[1,1.5],[1,0.5]")}));
+  EXPECT_TRUE(state.IsUnchanged());
+}
+
+TEST_F(ContourCommand, AnIntervalMeansAllItsLevelsInTheModelsRange) {
+  models_.Make("a.dtm", kSlope);
+  EXPECT_EQ(Contour({"--interval", "0.75", "-o", "-"}).out, Contour({"--levels", "-2.25,-1.5", "-o", "-"}).out);
+  EXPECT_EQ(Contour({"--interval", "0.75", "--base", "-1.75", "-o", "-"}).out,
+            Contour({"--levels", "-2.5,-1.75,-1", "-o", "-"}).out)
+      << "-1 is the highest value and counts";
+}
+
+TEST_F(ContourCommand, ARingIsClosed) {
+  models_.Make("a.dtm", kPeak);
+  EXPECT_EQ(Contour({"--levels", "-3", "-o", "-"}).out,
+            Collection({Feature("-3.0", true, "2.8284271247461903", "[1.5,2],[2,1.5],[1.5,1],[1,1.5],[1.5,2]")}));
+}
+
+TEST_F(ContourCommand, OtherKindsOfValueHaveLinesToo) {
+  models_.Make("a.dtm", "0.5,0.5,-1\n1.5,0.5,-1\n1.6,0.5,-1\n0.5,1.5,-1\n1.5,1.5,-1\n1.6,1.5,-1\n");
+  EXPECT_EQ(Contour({"--block", "NUM", "--interval", "1", "--base", "0.5", "-o", "-"}).out,
+            Collection({Feature("1.5", false, "1.0", "[1,0.5],[1,1.5]")}));
+}
+
+TEST_F(ContourCommand, APolygonLimitsIt) {
+  models_.Make("a.dtm", kSlope);
+  const std::string polygon = models_.Folder().Write("p.txt", "0,0\n3,0\n3,1.5\n0,1.5\n0,0\n");
+  EXPECT_EQ(Contour({"--levels", "-1.5", "-o", "-", "--polygon", polygon}).out,
+            Collection({Feature("-1.5", false, "1.0", "[1,1.5],[1,0.5]")}));
+  const std::string far = models_.Folder().Write("far.txt", "1000,0\n1001,0\n1001,1\n1000,0\n");
+  ExpectFails({"--levels", "-1.5", "-o", models_.File("c.gpkg"), "--polygon", far}, kCouldNotBeDone,
+              far + ": lies outside the model, whose areas reach from x 0 to 64 and y 0 to 64 - check its coordinates");
+}
+
+TEST_F(ContourCommand, WhatWasFoundIsToldAsJsonWithAFileOrWithout) {
+  models_.Make("a.dtm", kSlope);
+  const Words before = Names();
+  const CommandResult without = Contour({"--interval", "0.75", "--json"});
+  EXPECT_EQ(without.err, "");
+  EXPECT_THAT(without.out, StartsWith("{\"lines\":2,\"closed\":0,\"vertices\":6,\"length\":4,\"levels\":["
+                                      "{\"level\":-2.25,\"lines\":1,\"length\":2},"
+                                      "{\"level\":-1.5,\"lines\":1,\"length\":2}],\"seconds\":"));
+  EXPECT_EQ(Names(), before);
+  EXPECT_THAT(Contour({"--interval", "0.75", "--json", "-o", models_.File("c.json")}).out,
+              StartsWith(without.out.substr(0, without.out.find("\"seconds\""))));
+  EXPECT_EQ(models_.Folder().Text("c.json"), Contour({"--interval", "0.75", "-o", "-"}).out);
+}
+
+TEST_F(ContourCommand, WhereThereAreNoLinesAWarningSaysSo) {
+  models_.Make("a.dtm", kSlope);
+  const CommandResult result = Contour({"--levels", "5", "-o", models_.File("c.geojson")});
+  EXPECT_EQ(result.status, kDone);
+  EXPECT_EQ(result.err, "vakdtm contour: warning: " + models_.File("a.dtm") + ": there are no contours\n");
+  EXPECT_EQ(models_.Folder().Text("c.geojson"), Collection({}));
+  models_.Run({"create", models_.File("a.dtm"), "--cell-size", "1", "--force"});
+  EXPECT_EQ(Contour({"--interval", "1", "-o", "-"}).out, Collection({}));
+}
+
+TEST_F(ContourCommand, AllLinesOfALongRunAreTheSameWithOneThreadWaitingForTheOther) {
+  MakeWaves(70);
+  const CommandResult all = Contour({"--interval", "0.01", "-o", "-"});
+  ASSERT_EQ(all.status, kDone) << all.err;
+  // Each level by itself passes no queue.
+  std::string features;
+  for (const char* level : {"-12.5", "-10.01", "-7.25"}) {
+    const std::string one = Contour({"--levels", level, "-o", "-"}).out;
+    const std::size_t from = one.find("{\"type\":\"Feature\"");
+    ASSERT_NE(from, std::string::npos) << level;
+    EXPECT_THAT(all.out, HasSubstr(one.substr(from, one.rfind("\n]\n") - from))) << level;
+  }
+}
+
+TEST_F(ContourCommand, ReplacesAFileOnlyByAWholeOne) {
+  models_.Make("a.dtm", kSlope);
+  models_.Folder().Write("c.geojson", "old");
+  ExpectFails({"--interval", "1e-7", "-o", models_.File("c.geojson")}, kCouldNotBeDone,
+              "that makes more than 100000 levels - give a greater --interval");
+  EXPECT_EQ(models_.Folder().Text("c.geojson"), "old");
+  EXPECT_EQ(Contour({"--interval", "1", "-o", models_.File("c.geojson")}).status, kDone);
+  EXPECT_EQ(models_.Folder().Text("c.geojson"), Contour({"--interval", "1", "-o", "-"}).out);
+}
+
+TEST_F(ContourCommand, StoppedInTheMiddleItLeavesNothing) {
+  MakeWaves(300);
+  models_.Folder().Write("c.geojson", "old");
+  const Words before = Names();
+  test::RunCommand command(
+      {VAKDTM_COMMAND, "contour", models_.File("a.dtm"), "--interval", "0.0001", "-o", models_.File("c.geojson")});
+  // It has begun to write when the hidden file is there.
+  while (Names() == before && !command.HasEnded()) std::this_thread::yield();
+  command.Signal(SIGINT);
+  const CommandResult& result = command.Wait();
+  EXPECT_EQ(result.status, kStopped);
+  EXPECT_EQ(result.err, "vakdtm contour: stopped - nothing was kept\n");
+  EXPECT_EQ(Names(), before);
+  EXPECT_EQ(models_.Folder().Text("c.geojson"), "old");
+}
+
+TEST_F(ContourCommand, AFullDiskIsToldInOneLineAndLeavesNothing) {
+  MakeWaves(70);
+  const Words before = Names();
+  EXPECT_EQ(Contour({"--interval", "0.1", "-o", "/dev/full"}).status, kUsedWrongly) << "it has no ending";
+  const CommandResult result =
+      test::RunCommand({"sh", "-c", "trap '' XFSZ; ulimit -f 8; exec \"$0\" contour \"$1\" --interval 0.01 -o \"$2\"",
+                        VAKDTM_COMMAND, models_.File("a.dtm"), models_.File("c.geojson")},
+                       {}, test::RunCommand::StandardError::kTerminal)
+          .Wait();
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_THAT(result.err, HasSubstr(": cannot write: File too large - make room, or name another file with -o"));
+  EXPECT_EQ(Names(), before);
+}
+
+TEST_F(ContourCommand, WrongUseIsMisuse) {
+  models_.Make("a.dtm", kSlope);
+  const std::string out = models_.File("c.geojson");
+  const struct {
+    Words words;
+    const char* error;
+  } cases[] = {
+      {{"-o", out}, "one of --interval and --levels has to be given - say --interval 0.5, or --levels -10,-12"},
+      {{"--interval", "0", "-o", out}, "--interval: '0' is no number above 0 - see 'vakdtm contour --help'"},
+      {{"--interval", "-1", "-o", out}, "--interval: '-1' is no number above 0 - see 'vakdtm contour --help'"},
+      {{"--interval", "inf", "-o", out}, "--interval: 'inf' is no number above 0 - see 'vakdtm contour --help'"},
+      {{"--interval", "nan", "-o", out}, "--interval: 'nan' is no number above 0 - see 'vakdtm contour --help'"},
+      {{"--interval", "1", "--base", "inf", "-o", out}, "--base: 'inf' is no number - see 'vakdtm contour --help'"},
+      {{"--levels", "1,x", "-o", out}, "--levels: 'x' is no number - give them as in --levels -10,-12.5"},
+      {{"--levels", "1", "--base", "1", "-o", out}, "--base is for --interval - leave it out, or say --interval"},
+      {{"--interval", "1"}, "-o is missing - name a file that ends in .geojson, .json, .gpkg, .shp, .dxf or .fgb"},
+      {{"--interval", "1", "-o", "-", "--json"},
+       "--json and -o - would both write to standard output - name a file with -o"},
+      {{"--interval", "1", "-o", "c.tif"},
+       "-o: the ending of 'c.tif' names no format - let it end in .geojson, .json, .gpkg, .shp, .dxf or .fgb"},
+      {{"--interval", "1", "-o", out, "--crs", "25831"},
+       "--crs: '25831' is no coordinate system - give one as EPSG:25831"},
+      {{"--interval", "1", "-o", out, "--crs", "EPSG:0"},
+       "--crs: 'EPSG:0' is no coordinate system - give one as EPSG:25831"},
+      {{"--interval", "1", "-o", out, "--crs", "EPSG:1\"}"},
+       "--crs: 'EPSG:1\"}' is no coordinate system - give one as EPSG:25831"},
+      {{"--interval", "1", "-o", out, "--block", "VAL,NUM"},
+       "--block: lines are of one kind of value - name one as in --block VAL"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.error);
+    ExpectFails(c.words, kUsedWrongly, c.error);
+  }
+  EXPECT_EQ(Contour({"--interval", "1", "--levels", "1", "-o", out}).status, kUsedWrongly);
+}
+
+TEST_F(ContourCommand, WhatCannotBeDoneIsToldInOneLine) {
+  models_.Make("a.dtm", kSlope, {"--blocks", "VAL"});
+  const std::string model = models_.File("a.dtm");
+  ExpectFails({"--interval", "1", "--block", "NUM", "-o", models_.File("c.json")}, kCouldNotBeDone,
+              model + ": records no NUM - ask \"vakdtm info\" which kinds it has");
+  const std::string nowhere = models_.File("nowhere/c.json");
+  ExpectFails({"--interval", "1", "-o", nowhere}, kCouldNotBeDone,
+              nowhere + ": cannot write: there is no such folder - name another file with -o");
+  fs::create_symlink(model, models_.File("link.json"));
+  ExpectFails({"--interval", "1", "-o", models_.File("link.json")}, kUsedWrongly,
+              "the model would be replaced by its own contours - name another file with -o");
+  const std::string polygon = models_.Folder().Write("p.json", "0,0\n3,0\n3,3\n0,0\n");
+  ExpectFails({"--interval", "1", "-o", polygon, "--polygon", polygon}, kUsedWrongly,
+              "the polygon would be replaced by the contours - name another file with -o");
+}
+
+TEST_F(ContourCommand, DamagedModelHasNoContours) {
+  models_.Make("a.dtm", "0.5,0.5,-3\n100.5,0.5,-4\n");
+  const std::size_t place = models_.Damage("a.dtm");
+  ExpectFails({"--interval", "1", "-o", models_.File("c.json")}, kCouldNotBeDone,
+              models_.File("a.dtm") + ": damaged at offset " + std::to_string(place) + " - run \"vakdtm verify " +
+                  models_.File("a.dtm") + "\"");
+}
+
+}  // namespace
+}  // namespace vak

@@ -1,0 +1,306 @@
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Command.h"
+#include "support/CommandModels.h"
+#include "support/RunGdal.h"
+
+namespace vak {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::CommandResult;
+using testing::HasSubstr;
+using Words = std::vector<std::string>;
+
+/// What stands in a file of lines, told by GDAL to the last bit: a line of text for each feature.
+constexpr const char* kTell = R"(
+def tell(*values): print(*(float(value).hex() for value in values), end=' ')
+data = ogr.Open(sys.argv[1])
+for one in data.GetLayer(0):
+    tell(one.GetField('level'), one.GetField('closed'), one.GetField('length'))
+    line = one.GetGeometryRef()
+    for i in range(line.GetPointCount()): tell(*(line.GetPoint(i) if line.Is3D() else line.GetPoint_2D(i)))
+    print()
+)";
+
+/// Files of lines in GDAL's formats, as the module of the command writes them.
+class GdalLines : public testing::Test {
+ protected:
+  static CommandResult Run(Words words) { return test::CommandModels::Run(std::move(words)); }
+
+  /// Writes lines of the model to the file.
+  void Write(const std::string& command, const std::string& name, Words words) const {
+    words.insert(words.begin(), {command, models_.File("a.dtm"), "-o", models_.File(name)});
+    const CommandResult result = Run(words);
+    EXPECT_EQ(result.status, kDone);
+    EXPECT_EQ(result.out + result.err, "");
+  }
+  std::string Told(const std::string& name, const std::string& script = kTell) const {
+    const CommandResult result = test::RunGdal(script, models_.File(name));
+    EXPECT_EQ(result.err, "");
+    return result.out;
+  }
+  Words Names() const {
+    Words names;
+    for (const auto& entry : fs::directory_iterator(models_.Folder().Path())) {
+      names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  /// A surface of side x side cells of 1 m that waves, with a gap in it.
+  void MakeWaves(int side) const {
+    std::string text;
+    for (int row = 0; row < side; ++row) {
+      for (int col = 0; col < side; ++col) {
+        if (row == side / 2 && col == side / 2) continue;
+        char line[80];
+        std::snprintf(line, sizeof line, "%d.5,%d.5,%.3f\n", 500000 + col, 5800000 + row,
+                      -10 + 3 * std::sin(col * 0.21) * std::cos(row * 0.17));
+        text += line;
+      }
+    }
+    models_.Make("a.dtm", text, {"--blocks", "VAL"});
+  }
+
+  test::CommandModels models_;
+};
+
+TEST_F(GdalLines, FormatsHoldTheSameDoublesInTheSameOrderAsGeoJson) {
+  MakeWaves(70);
+  const struct {
+    const char* command;
+    Words words;
+    std::size_t fewest;
+  } cases[] = {{"contour", {"--interval", "0.1"}, 100}, {"outline", {}, 2}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.command);
+    Write(c.command, "lines.geojson", c.words);
+    const std::string wanted = Told("lines.geojson");
+    EXPECT_GT(static_cast<std::size_t>(std::count(wanted.begin(), wanted.end(), '\n')), c.fewest - 1);
+    for (const char* name : {"lines.gpkg", "lines.fgb"}) {
+      SCOPED_TRACE(name);
+      Write(c.command, name, c.words);
+      EXPECT_TRUE(Told(name) == wanted) << "read differently";
+    }
+  }
+}
+
+TEST_F(GdalLines, ShapefileHoldsTheSameCoordinatesAndLevels) {
+  MakeWaves(70);
+  // Lengths have fifteen decimals in it.
+  const std::string script = std::string(kTell).replace(std::string(kTell).find(", one.GetField('length')"), 24, "");
+  const struct {
+    const char* command;
+    Words words;
+  } cases[] = {{"contour", {"--interval", "0.1"}},
+               {"contour", {"--levels", "-12.5,-10,-9.4"}},
+               {"contour", {"--interval", "0.3333333333333333", "--base", "0.1"}},
+               {"outline", {}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.command);
+    Write(c.command, "lines.geojson", c.words);
+    Write(c.command, "lines.shp", c.words);
+    EXPECT_TRUE(Told("lines.shp", script) == Told("lines.geojson", script)) << "read differently";
+  }
+  EXPECT_EQ(Told("lines.shp",
+                 "data = ogr.Open(sys.argv[1])\n"
+                 "for one in data.GetLayer(0):\n"
+                 "    z = [p[2] for p in one.GetGeometryRef().GetPoints()]\n"
+                 "    length = one.GetGeometryRef().Length()\n"
+                 "    assert one.GetField('length') > length > 0 and max(z) > min(z)\n"),
+            "")
+      << "lengths are those in space";
+}
+
+TEST_F(GdalLines, LayersHaveAttributesOfTheirKindAndACoordinateSystem) {
+  MakeWaves(20);
+  const std::string script = R"(
+data = ogr.Open(sys.argv[1])
+layer = data.GetLayer(0)
+fields = layer.GetLayerDefn()
+print(layer.GetName(), ogr.GeometryTypeToName(layer.GetGeomType()),
+      layer.GetSpatialRef().GetAuthorityCode(None) if layer.GetSpatialRef() else 'none')
+for i in range(fields.GetFieldCount()):
+    field = fields.GetFieldDefn(i)
+    print(field.GetName(), field.GetTypeName(), ogr.GetFieldSubTypeName(field.GetSubType()))
+)";
+  const struct {
+    const char* name;
+    const char* command;
+    Words words;
+    const char* told;
+  } cases[] = {
+      {"a.gpkg",
+       "contour",
+       {"--interval", "1", "--crs", "EPSG:25831"},
+       "contours Line String 25831\nlevel Real None\nclosed Integer Boolean\nlength Real None\n"},
+      {"a.fgb",
+       "contour",
+       {"--interval", "1", "--crs", "EPSG:25831"},
+       "contours Line String 25831\nlevel Real None\nclosed Integer Boolean\nlength Real None\n"},
+      {"a.shp",
+       "contour",
+       {"--interval", "1", "--crs", "EPSG:25831"},
+       "a Line String 25831\nlevel Real None\nclosed Integer None\nlength Real None\n"},
+      {"b.shp",
+       "contour",
+       {"--interval", "1"},
+       "b Line String none\nlevel Real None\nclosed Integer None\nlength Real None\n"},
+      {"b.gpkg",
+       "outline",
+       {"--crs", "EPSG:25831"},
+       "outlines 3D Line String 25831\nlevel Real None\nclosed Integer Boolean\nlength Real None\n"},
+      {"b.geojson",
+       "contour",
+       {"--interval", "1", "--crs", "EPSG:25831"},
+       "contours Line String 25831\nlevel Real None\nclosed Integer Boolean\nlength Real None\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Write(c.command, c.name, c.words);
+    EXPECT_EQ(Told(c.name, script), c.told);
+  }
+  EXPECT_TRUE(models_.Folder().Has("a.prj"));
+  EXPECT_FALSE(models_.Folder().Has("b.prj"));
+}
+
+TEST_F(GdalLines, GeoPackageHasASpatialIndexAndNoJournalIsLeft) {
+  MakeWaves(70);
+  Write("contour", "a.gpkg", {"--interval", "0.5"});
+  EXPECT_EQ(Told("a.gpkg", R"(
+data = gdal.OpenEx(sys.argv[1])
+index = data.ExecuteSQL('SELECT COUNT(*) FROM rtree_contours_geom')
+print(index.GetNextFeature().GetField(0) == data.GetLayer(0).GetFeatureCount() > 10)
+)"),
+            "True\n");
+  EXPECT_EQ(Names(), (Words{"a.dtm", "a.gpkg"}));
+}
+
+TEST_F(GdalLines, DrawingHasALayerForEachLevelAndItsHeight) {
+  MakeWaves(20);
+  const std::string script = R"(
+data = ogr.Open(sys.argv[1])
+for one in data.GetLayer(0):
+    line = one.GetGeometryRef()
+    heights = {line.GetZ(i) for i in range(line.GetPointCount())}
+    print(one.GetField('Layer'), line.GetGeometryName(), sorted(heights) if len(heights) == 1 else 'many')
+)";
+  Write("contour", "c.dxf", {"--levels", "-10.25,-9"});
+  const std::string told = Told("c.dxf", script);
+  EXPECT_THAT(told, HasSubstr("CONTOUR_-10.25 LINESTRING [-10.25]\n"));
+  EXPECT_THAT(told, HasSubstr("CONTOUR_-9 LINESTRING [-9.0]\n"));
+  Write("outline", "o.dxf", {});
+  EXPECT_THAT(Told("o.dxf", script), HasSubstr("OUTLINE LINESTRING many\n"));
+  // Fifteen digits, as its driver writes them.
+  Write("contour", "c.geojson", {"--levels", "-10.25,-9"});
+  const std::string coordinates = R"(
+data = ogr.Open(sys.argv[1])
+for one in data.GetLayer(0):
+    print(*('%.6f %.6f' % point[:2] for point in one.GetGeometryRef().GetPoints()))
+)";
+  EXPECT_EQ(Told("c.dxf", coordinates), Told("c.geojson", coordinates));
+  const CommandResult warned =
+      Run({"contour", models_.File("a.dtm"), "--levels", "-10", "-o", models_.File("c.dxf"), "--crs", "EPSG:25831"});
+  EXPECT_EQ(warned.status, kDone);
+  EXPECT_EQ(warned.err, "vakdtm contour: warning: " + models_.File("c.dxf") +
+                            ": this format has no place for a coordinate system, EPSG:25831 isn't kept - leave --crs "
+                            "out, or name another format\n");
+}
+
+TEST_F(GdalLines, AFileIsReplacedWithAllThatBelongsToIt) {
+  MakeWaves(20);
+  Write("contour", "a.shp", {"--interval", "1", "--crs", "EPSG:25831"});
+  Write("contour", "a.shp", {"--interval", "1"});
+  EXPECT_EQ(Names(), (Words{"a.cpg", "a.dbf", "a.dtm", "a.shp", "a.shx"})) << "the old coordinate system is gone";
+  for (const char* name : {"a.gpkg", "a.fgb", "a.dxf"}) {
+    models_.Folder().Write(name, "something else");
+    Write("contour", name, {"--interval", "1"});
+    EXPECT_NE(Told(name, "data = ogr.Open(sys.argv[1])\nprint(data.GetLayer(0).GetFeatureCount())"), "0\n");
+  }
+}
+
+TEST_F(GdalLines, StoppedInTheMiddleNothingIsLeftAndTheOldFileStays) {
+  MakeWaves(300);
+  for (const char* name : {"c.gpkg", "c.shp", "c.dxf", "c.fgb"}) {
+    SCOPED_TRACE(name);
+    models_.Folder().Write(name, "old");
+    const Words before = Names();
+    test::RunCommand command(
+        {VAKDTM_COMMAND, "contour", models_.File("a.dtm"), "--interval", "0.0001", "-o", models_.File(name)});
+    // It has begun to write when the hidden folder is there.
+    while (Names() == before && !command.HasEnded()) std::this_thread::yield();
+    command.Signal(SIGINT);
+    const CommandResult& result = command.Wait();
+    EXPECT_EQ(result.status, kStopped);
+    EXPECT_EQ(result.err, "vakdtm contour: stopped - nothing was kept\n");
+    EXPECT_EQ(Names(), before);
+    EXPECT_EQ(models_.Folder().Text(name), "old");
+  }
+}
+
+TEST_F(GdalLines, AFullDiskIsToldInOneLineAndLeavesNothing) {
+  MakeWaves(70);
+  const Words before = Names();
+  for (const char* blocks : {"1", "64"}) {
+    for (const char* name : {"c.gpkg", "c.shp", "c.dxf", "c.fgb"}) {
+      SCOPED_TRACE(std::string(name) + " with " + blocks + " blocks");
+      // On a terminal, since the files that catch its words may not grow either.
+      CommandResult result =
+          test::RunCommand(
+              {"sh", "-c", "trap '' XFSZ; ulimit -f $3; exec \"$0\" contour \"$1\" -q --interval 0.001 -o \"$2\"",
+               VAKDTM_COMMAND, models_.File("a.dtm"), models_.File(name), blocks},
+              {}, test::RunCommand::StandardError::kTerminal)
+              .Wait();
+      EXPECT_EQ(result.status, kCouldNotBeDone);
+      EXPECT_THAT(result.err, testing::MatchesRegex("vakdtm contour: .*/c\\.[a-z]+: cannot write: .* - make room, or "
+                                                    "name another file with -o\r\n"));
+      EXPECT_EQ(Names(), before);
+    }
+  }
+}
+
+TEST_F(GdalLines, WhatCannotBeReplacedIsRefused) {
+  MakeWaves(20);
+  fs::create_directory(models_.File("folder.shp"));
+  const struct {
+    std::string target;
+    const char* error;
+  } cases[] = {{models_.File("folder.shp"), "it is a folder"},
+               {models_.File("nowhere/a.gpkg"), "there is no such folder"}};
+  for (const auto& c : cases) {
+    const CommandResult result = Run({"contour", models_.File("a.dtm"), "--interval", "1", "-o", c.target});
+    EXPECT_EQ(result.status, kCouldNotBeDone);
+    EXPECT_EQ(result.err,
+              "vakdtm contour: " + c.target + ": cannot write: " + c.error + " - name another file with -o\n");
+  }
+  const CommandResult unknown =
+      Run({"contour", models_.File("a.dtm"), "--interval", "1", "-o", models_.File("a.gpkg"), "--crs", "EPSG:99999"});
+  EXPECT_EQ(unknown.status, kCouldNotBeDone);
+  EXPECT_EQ(unknown.err, "vakdtm contour: --crs: GDAL knows no EPSG:99999 - check the number\n");
+}
+
+TEST_F(GdalLines, AModuleOfAnotherKindIsRefusedWithWhatToDo) {
+  MakeWaves(20);
+  const std::string copy = models_.CopyForStrangers();
+  models_.Folder().Write("vakdtm_gdal.so", "no library");
+  const CommandResult result =
+      test::RunCommand({copy, "contour", models_.File("a.dtm"), "--interval", "1", "-o", models_.File("a.gpkg")})
+          .Wait();
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_THAT(result.err, HasSubstr("vakdtm_gdal.so cannot be loaded: "));
+  EXPECT_THAT(result.err, HasSubstr(" - install the package libgdal32, or write .geojson\n"));
+}
+
+}  // namespace
+}  // namespace vak

@@ -136,6 +136,7 @@ void AddCellsCommand(CLI::App& app, CommandContext& context);
 void AddContourCommand(CLI::App& app, CommandContext& context);
 void AddCreateCommand(CLI::App& app, CommandContext& context);
 void AddExportCommand(CLI::App& app, CommandContext& context);
+void AddFillCommand(CLI::App& app, CommandContext& context);
 void AddImportCommand(CLI::App& app, CommandContext& context);
 void AddInfoCommand(CLI::App& app, CommandContext& context);
 void AddOutlineCommand(CLI::App& app, CommandContext& context);

@@ -21,6 +21,6 @@ int main(int argc, char** argv) {
   return vak::RunCommandLine(
       argc, argv,
       {vak::AddCreateCommand, vak::AddImportCommand, vak::AddInfoCommand, vak::AddStatsCommand, vak::AddCellsCommand,
-       vak::AddExportCommand, vak::AddContourCommand, vak::AddOutlineCommand, vak::AddVerifyCommand,
-       vak::AddWatchCommand, vak::AddSimulateCommand});
+       vak::AddExportCommand, vak::AddContourCommand, vak::AddOutlineCommand, vak::AddFillCommand,
+       vak::AddVerifyCommand, vak::AddWatchCommand, vak::AddSimulateCommand});
 }

@@ -123,7 +123,8 @@ DtmCircularInterpolator::DtmCircularInterpolator(const DtmCircularInterpolator& 
       offsets_(other.offsets_),
       pattern_(other.pattern_),
       targets_(other.targets_),
-      reach_(other.reach_) {}  // it has no window before it is told an area
+      reach_(other.reach_),
+      keep_(other.keep_) {}  // it has no window before it is told an area
 
 DtmCircularInterpolator::~DtmCircularInterpolator() = default;
 
@@ -170,6 +171,7 @@ void DtmCircularInterpolator::MakeWindow() {
   if (hasHits_) blocks.push_back(iNUM);
   if (UsesOffsets()) blocks.insert(blocks.end(), offsets_.begin(), offsets_.end());
   window_ = std::make_unique<SourceWindow>(areaSize_, radius_, std::move(blocks), hits);
+  window_->KeepAreas(keep_);
 
   reach_.assign(static_cast<std::size_t>(radius_) + 1, 0);
   for (int ring = 1; ring <= radius_; ++ring) {
@@ -199,7 +201,7 @@ bool DtmCircularInterpolator::AreAreasEmpty(std::int64_t firstRow, std::int64_t 
 }
 
 bool DtmCircularInterpolator::ProcessArea(int row, int col, double& weight) {
-  if (window_ != nullptr) window_->Leave();
+  if (window_ != nullptr) window_->StepAside();
   const std::int64_t margin = radius_;
   const std::int64_t last = std::int64_t{areaSize_} - 1 + margin;
   if (AreAreasEmpty(row - margin, col - margin, row + last, col + last)) {
@@ -357,6 +359,7 @@ bool DtmCircularInterpolator::IsCompleteInWindow(int row, int col) {
 
 bool DtmCircularInterpolator::SearchWindow(int row, int col) {
   window_->Look();
+  if (!window_->MaySurround(row, col)) return false;
   std::array<Neighbour, kDirections> found;
   std::size_t count = 0;
   [&]<int... kDirection>(std::integer_sequence<int, kDirection...>) {

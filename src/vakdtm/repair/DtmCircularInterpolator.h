@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -40,6 +41,10 @@ class DtmCircularInterpolator final : public DtmProcessor {
 
   DtmProcessor* Clone() override;
 
+  /// How many areas besides those around the one announced it keeps open, for walks that come back to them; none at
+  /// first. Before `Init`.
+  void KeepAreas(std::size_t count) { keep_ = count; }
+
   /// Adds to what is filled and forgets nothing: a second walk fills every value twice over, to the same end.
   /// @return false when the access has no file.
   bool Init(DtmAccess& access) override;
@@ -56,7 +61,7 @@ class DtmCircularInterpolator final : public DtmProcessor {
   /// @return true.
   bool InterpolateCell(int row, int col, double& value);
 
-  /// Gives up the blocks held for the last area. @return true.
+  /// Gives up the blocks held for the areas announced last. @return true.
   bool Fini() override;
 
   /// Whether what becomes of the cells of the area announced last may depend on what became of others before, or others
@@ -130,7 +135,8 @@ class DtmCircularInterpolator final : public DtmProcessor {
   std::array<int, 2> offsets_{};  // blocks of the sounding's place in its cell; 0: it isn't asked for
   std::shared_ptr<const std::vector<Polar>> pattern_;  // of (2 radius + 1) squared cells
   std::vector<Target> targets_;
-  std::vector<int> reach_;                // of each ring: how far from the axis its cells may lie to be in the circle
+  std::vector<int> reach_;  // of each ring: how far from the axis its cells may lie to be in the circle
+  std::size_t keep_ = 0;
   std::unique_ptr<SourceWindow> window_;  // null: it doesn't pay
   std::int64_t filled_ = 0;
   std::int64_t left_ = 0;

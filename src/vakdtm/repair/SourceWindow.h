@@ -1,8 +1,11 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "vakdtm/store/CellValue.h"
@@ -17,7 +20,8 @@ class DtmArea;
 /// is, have hits, and what the cells hold.
 ///
 /// Where the sources are is looked at once for each area, at the first need; what cells hold is read when it is asked
-/// for. The blocks are held open as long as the window stands. For one thread at a time.
+/// for. The blocks that were needed stay open until as many other areas have been needed as it keeps, or it is told to
+/// leave. For one thread at a time.
 ///
 /// Cells are told by row and column within the window, from 0 at its lower left.
 class SourceWindow {
@@ -30,6 +34,9 @@ class SourceWindow {
 
   /// Whether a window of these sizes pays, beside looking at cells one by one, and fits the memory.
   static bool Pays(int areaSize, int margin);
+
+  /// How many areas it keeps, besides those that it stands over; none at first.
+  void KeepAreas(std::size_t count) { keep_ = count; }
 
   /// Goes to an area, be there one or not. Nothing is read yet. @param access  of the model, for this call alone.
   void MoveTo(DtmAccess& access, int bottom, int left);
@@ -44,10 +51,12 @@ class SourceWindow {
   int Size() const { return size_; }
 
   /// To be said when the area has come to be since the window stands there.
-  void TakeArea(DtmArea* area);
+  void TakeArea(DtmArea* area) { areas_[centre_] = area != nullptr ? Keep(*area) : nullptr; }
   bool HasArea() const { return areas_[centre_] != nullptr; }
 
-  /// Gives up all blocks; the window stands nowhere then.
+  /// The window stands nowhere then.
+  void StepAside() { stands_ = false; }
+  /// The same, and gives up all blocks.
   void Leave();
 
   /// As `DtmAccess::GetDoubleValue`.
@@ -58,7 +67,10 @@ class SourceWindow {
   }
   /// The same for a cell of the area itself, by its row and column in the model.
   bool ReadOwn(int row, int col, std::size_t block, double& value) {
-    return ReadIn(centre_, block, (row - bottom_) * areaSize_ + (col - left_), value);
+    const std::byte*& cells = own_[block];
+    if (cells == nullptr) cells = Cells(centre_, block);
+    value = EmptyDouble();
+    return cells != nullptr && LoadAsDouble(cells, ids_[block], (row - bottom_) * areaSize_ + (col - left_), value);
   }
 
   /// Finds the sources, unless that is done.
@@ -69,6 +81,14 @@ class SourceWindow {
   bool IsStillSource(int row, int col);
   /// Whether any source lacks the value of one of the first `count` blocks.
   bool HasSourceWithout(std::size_t count);
+  /// Whether there may be sources on both sides of a cell of the area, left and right of it or in its column, and above
+  /// and below it or in its row, within the margin. Where there aren't, they cover less than half a circle around it.
+  bool MaySurround(int row, int col) const {
+    const Word* const across = Line(across_, row - margin_);
+    const Word* const along = Line(along_, col - margin_);
+    return Lowest(across, col - margin_, col) >= 0 && Lowest(across, col, col + margin_) >= 0 &&
+           Lowest(along, row - margin_, row) >= 0 && Lowest(along, row, row + margin_) >= 0;
+  }
 
   /// The source with the lowest column of `from` to `to` in a row; below 0: there is none. Behind `Look`, as all of
   /// these.
@@ -89,12 +109,19 @@ class SourceWindow {
     OpenBlock held;
     bool tried = false;
   };
+  struct Area {
+    DtmArea* area = nullptr;
+    std::vector<Block> blocks;
+  };
+  using AreaList = std::list<Area>;
 
   static unsigned Offset(int value, int base) { return static_cast<unsigned>(value) - static_cast<unsigned>(base); }
 
   const std::byte* Cells(std::size_t area, std::size_t block) {
-    Block& asked = blocks_[area * ids_.size() + block];
-    if (!asked.tried) Open(asked, area, block);
+    Area* const kept = areas_[area];
+    if (kept == nullptr) return nullptr;
+    Block& asked = kept->blocks[block];
+    if (!asked.tried) Open(*kept, block);
     return asked.held ? asked.held->CellData() : nullptr;
   }
   bool ReadIn(std::size_t area, std::size_t block, int cell, double& value) {
@@ -102,15 +129,40 @@ class SourceWindow {
     value = EmptyDouble();
     return cells != nullptr && LoadAsDouble(cells, ids_[block], cell, value);
   }
-  void Open(Block& block, std::size_t area, std::size_t slot);
+  Area* Keep(DtmArea& area);
+  void Open(Area& area, std::size_t block) const;
 
   void FindSources();
-  void FindSourcesIn(std::size_t areaRow, std::size_t areaCol);
   void TurnRows();
+  void Overlay(const std::vector<Word>& lines, std::vector<Word>& overlaid) const;
+  bool HasSourceWithout(std::size_t areaRow, std::size_t areaCol, std::size_t block);
+  /// Tests the cells of the window that lie in one of its areas. @param test  of a cell's place in the blocks.
+  /// @param take  is given a word of `rows_` and the bits of the cells that passed. @return whether it answered true;
+  /// the rest isn't tested then.
+  template <typename Test, typename Take>
+  bool TestCells(std::size_t areaRow, std::size_t areaCol, Test test, Take take);
 
   const Word* Line(const std::vector<Word>& lines, int line) const { return lines.data() + line * words_; }
-  static int Lowest(const Word* line, int from, int to);
-  static int Highest(const Word* line, int from, int to);
+  static int Lowest(const Word* line, int from, int to) {
+    if (from > to) return -1;
+    const int last = to / kBits;
+    int at = from / kBits;
+    for (Word bits = line[at] & ~Word{0} << (from % kBits);; bits = line[++at]) {
+      if (at == last) bits &= ~Word{0} >> (kBits - 1 - to % kBits);
+      if (bits != 0) return at * kBits + std::countr_zero(bits);
+      if (at == last) return -1;
+    }
+  }
+  static int Highest(const Word* line, int from, int to) {
+    if (from > to) return -1;
+    const int last = from / kBits;
+    int at = to / kBits;
+    for (Word bits = line[at] & ~Word{0} >> (kBits - 1 - to % kBits);; bits = line[--at]) {
+      if (at == last) bits &= ~Word{0} << (from % kBits);
+      if (bits != 0) return at * kBits + kBits - 1 - std::countl_zero(bits);
+      if (at == last) return -1;
+    }
+  }
 
   int areaSize_;
   int margin_;
@@ -126,10 +178,15 @@ class SourceWindow {
   bool looked_ = false;
   int bottom_ = 0;
   int left_ = 0;
-  std::vector<DtmArea*> areas_;  // null: there is none
-  std::vector<Block> blocks_;    // of each area in turn
-  std::vector<Word> rows_;       // a bit for each source; looked for from left to right
-  std::vector<Word> cols_;       // the same, turned
+  std::vector<Area*> areas_;           // of the window; null: there is none
+  std::vector<const std::byte*> own_;  // cells of the area itself; null: not looked for, or none
+  AreaList kept_;                      // those needed last in front
+  std::unordered_map<const DtmArea*, AreaList::iterator> places_;  // in that list
+  std::size_t keep_ = 0;
+  std::vector<Word> rows_;    // a bit for each source; looked for from left to right
+  std::vector<Word> cols_;    // the same, turned
+  std::vector<Word> across_;  // of each row of the area: all rows within the margin laid over one another
+  std::vector<Word> along_;   // of each column
 };
 
 }  // namespace vak

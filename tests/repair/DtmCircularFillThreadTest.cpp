@@ -216,6 +216,23 @@ TEST_F(DtmCircularFillThreadTest, GapsFarFromAllDataAreNotEvenLookedAt) {
   EXPECT_EQ(fill.NumFilled(), 2);
 }
 
+TEST_F(DtmCircularFillThreadTest, GapsAreFilledAsFarAsTheRadiusReaches) {
+  for (const unsigned long threads : {1UL, 2UL}) {
+    TestGrid grid(GridSettings{.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL, iNUM}});
+    for (const int col : {1, 8}) {
+      grid.Set(0, col, dVAL, -4);
+      grid.Set(0, col, iNUM, 1);
+    }
+    DtmCircularFill fill(grid.Access(), dVAL, 4);
+    fill.SetFillGaps(true);
+    fill.SetThreads(threads);
+    EXPECT_TRUE(fill.Process());
+    EXPECT_EQ(fill.NumFilled(), 2) << "columns 4 and 5, two areas from the nearest";
+    EXPECT_EQ(grid.Get(0, 4), -4.0);
+    EXPECT_EQ(grid.Get(0, 5), -4.0);
+  }
+}
+
 TEST_F(DtmCircularFillThreadTest, RectangleTakesCellsByTheirCentre) {
   for (const double shift : {0.0, -1000.0}) {
     TestGrid grid(GridSettings{.cellSize = 0.5, .areaSize = 4, .blockIds = {dVAL, iNUM}});

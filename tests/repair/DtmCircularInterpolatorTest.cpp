@@ -437,6 +437,15 @@ TEST_F(DtmCircularInterpolatorTest, CountsWhatItFilledAndWhatItLeft) {
   EXPECT_EQ(interpolator.NumLeft(), 26);
 }
 
+TEST_F(DtmCircularInterpolatorTest, HoleBetweenEmptyNeighboursIsLeft) {
+  Make({dVAL, iNUM}, 4);
+  for (const int col : {0, 2}) ASSERT_TRUE(grid_->Set(0, col, iNUM, 1));
+  DtmCircularInterpolator interpolator(dVAL, 1);
+  EXPECT_TRUE(interpolator.ProcessAllCells(grid_->Access()));
+  EXPECT_EQ(interpolator.NumFilled(), 0);
+  EXPECT_EQ(interpolator.NumLeft(), 16);
+}
+
 TEST_F(DtmCircularInterpolatorTest, CellThatLosesItsHitsDuringTheAreaIsNoSourceAnyMore) {
   Make({dVAL, iNUM});
   for (int col = 0; col < 5; ++col) Hit(1, col, -4);

@@ -25,6 +25,18 @@ bool FindOffset(DtmAccess& access, int row, int col, int block, double& offset) 
   return !IsEmptyValue(stored);
 }
 
+/// How many cells from the first on are above the level, or, when that one isn't, below it. Of an empty cell neither
+/// holds.
+unsigned CountOnOneSide(const double* cells, unsigned most, double level) {
+  unsigned count = 0;
+  if (LoadCell(cells) > level) {
+    while (count < most && LoadCell(cells + count) > level) ++count;
+  } else {
+    while (count < most && LoadCell(cells + count) < level) ++count;
+  }
+  return count;
+}
+
 }  // namespace
 
 void CellSquares::SetAccess(DtmAccess* access) {
@@ -118,6 +130,34 @@ bool CellSquares::FindAreas() {
   }
   releases_ = access_->NumReleases();
   return releases_ == before;
+}
+
+CellSquares::Side CellSquares::SideOfRow(int row, int col, double level) const {
+  const auto up = static_cast<unsigned>(row) - static_cast<unsigned>(row_);
+  // Of an area that is read straight the neighbours are known.
+  if (up >= side_ || inner_ == 0 || col != col_ || IsStale()) return Side::kBoth;
+  const std::size_t start = static_cast<std::size_t>(up) * side_;
+  const double* const cells = cells_[0].first + start;
+  if (CountOnOneSide(cells, side_, level) < side_) return Side::kBoth;
+  const bool above = LoadCell(cells) > level;
+  if (!cells_[1].known) return Side::kBoth;
+  if (cells_[1].first != nullptr) {
+    const double right = LoadCell(cells_[1].first + start);
+    if (above ? !(right > level) : !(right < level)) return Side::kBoth;
+  }
+  return above ? Side::kAbove : Side::kBelow;
+}
+
+unsigned CellSquares::CountOffLevel(int row, int col, double level) const {
+  const auto up = static_cast<unsigned>(row) - static_cast<unsigned>(row_);
+  const auto right = static_cast<unsigned>(col) - static_cast<unsigned>(col_);
+  if (up >= inner_ || right >= inner_ || IsStale()) return 0;
+  const double* const lower = cells_[0].first + (static_cast<std::size_t>(up) * side_ + right);
+  const double* const upper = lower + side_;
+  if ((LoadCell(lower) > level) != (LoadCell(upper) > level)) return 0;
+  const unsigned below = CountOnOneSide(lower, side_ - right, level);
+  const unsigned both = below < 2 ? 0 : CountOnOneSide(upper, below, level);
+  return both < 2 ? 0 : both - 1;
 }
 
 void CellSquares::FillVertex(int row, int col, int vertex) {

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "vakdtm/contour/ContourList.h"
-#include "vakdtm/contour/DtmContourLevelProc.h"
+#include "vakdtm/contour/LookAheadTracer.h"
 #include "vakdtm/frame/DtmCellProcessor.h"
 #include "vakdtm/store/CellValue.h"
 #include "vakdtm/store/DtmAccess.h"
@@ -16,7 +16,7 @@ int DtmContourCreator::AddLevel(double level, ContourList& out, const std::atomi
   Contours().clear();
   if (access_ == nullptr) return 0;
   if (extents_.IsValid() && (extents_.MinZ() > level || level > extents_.MaxZ())) return 0;
-  DtmContourLevelProc processor(polygon_, level, block_, running);
+  LookAheadTracer processor(polygon_, level, block_, running);
   processor.SetAreaExtMap(&areaExtents_);
   processor.SetUpdateExtents(!extents_.IsValid());
   processor.ProcessAllCells(*access_);
@@ -32,7 +32,7 @@ int DtmContourCreator::AddLevels(const std::vector<double>& levels, ContourList&
                                  const std::atomic<bool>& running) {
   Contours().clear();
   for (const double level : levels) {
-    DtmContourLevelProc processor(polygon_, level, block_, running);
+    LookAheadTracer processor(polygon_, level, block_, running);
     processor.SetAreaExtMap(&areaExtents_);
     DtmCellProcessor(access_, &processor, false).Process();
     if (!processor.GetList().empty()) ConnectSegments(processor.GetList(), level);

@@ -49,6 +49,16 @@ std::string Remedied(bool lacksRoom) {
   return lacksRoom ? "make room, or name another file with -o" : "name another file with -o";
 }
 
+/// What to do about a failure in GDAL.
+/// @param number  `errno` of it, 0 when there is none.
+std::string RemedyFor(const std::string& text, int number) {
+  if (number != 0) return Remedied(IsLackOfRoom(number));
+  // A database tells that much of what was amiss; in a file of one's own it is hardly ever anything but room.
+  if (text.find("disk") != std::string::npos) return Remedied(true);
+  if (text.find("GDAL_DATA") != std::string::npos) return "install the package gdal-data, or name another format";
+  return "name another format, as .geojson";
+}
+
 }  // namespace
 
 const VakDtmLineModule* LoadLineModule(std::string& error, std::string& remedy) {
@@ -77,10 +87,11 @@ bool GdalOutput::Open(const LineFileSettings& settings) {
       settings.hasZ ? 1 : 0, settings.levels.data(),
       settings.levels.size()};
   char error[1024] = {};
-  writer_ = module_.create(&file, error, sizeof error);
+  int number = 0;
+  writer_ = module_.create(&file, error, sizeof error, &number);
   if (writer_) return true;
-  error_ = error;
-  remedy_ = Remedied(true);
+  error_ = number != 0 ? WriteErrorText(number) : error;
+  remedy_ = RemedyFor(error, number);
   files_.Abandon();
   return false;
 }
@@ -113,10 +124,10 @@ bool GdalOutput::FailWith(int error) {
 }
 
 bool GdalOutput::FailInModule() {
-  const int error = module_.errorNumber(writer_);
-  error_ = error != 0 ? WriteErrorText(error) : module_.error(writer_);
-  // A database doesn't tell what was amiss; in a file of one's own it is hardly ever anything else.
-  remedy_ = Remedied(error == 0 || IsLackOfRoom(error));
+  const int number = module_.errorNumber(writer_);
+  const std::string text = module_.error(writer_);
+  error_ = number != 0 ? WriteErrorText(number) : text;
+  remedy_ = RemedyFor(text, number);
   Release();
   files_.Abandon();
   return false;

@@ -175,6 +175,61 @@ for i in range(fields.GetFieldCount()):
   EXPECT_FALSE(models_.Folder().Has("b.prj"));
 }
 
+TEST_F(GdalLines, WithoutLinesAFileIsAWholeOneOfNone) {
+  MakeWaves(20);
+  const struct {
+    const char* name;
+    const char* told;
+  } cases[] = {{"n.geojson", "0 25831"},
+               {"n.gpkg", "0 25831 level Real closed Integer length Real"},
+               {"n.shp", "0 25831 level Real closed Integer length Real"},
+               {"n.fgb", "0 25831 level Real closed Integer length Real"}};
+  const std::string script = R"(
+layer = (data := ogr.Open(sys.argv[1])).GetLayer(0)
+fields = [layer.GetLayerDefn().GetFieldDefn(i) for i in range(layer.GetLayerDefn().GetFieldCount())]
+assert layer.GetGeomType() in (ogr.wkbLineString, ogr.wkbUnknown), layer.GetGeomType()
+print(len(list(layer)), layer.GetSpatialRef().GetAuthorityCode(None),
+      *(word for field in fields for word in (field.GetName(), field.GetTypeName())))
+)";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const CommandResult result =
+        Run({"contour", models_.File("a.dtm"), "--levels", "5", "-o", models_.File(c.name), "--crs", "EPSG:25831"});
+    EXPECT_EQ(result.status, kDone);
+    EXPECT_EQ(result.err, "vakdtm contour: warning: " + models_.File("a.dtm") + ": there are no contours\n");
+    EXPECT_EQ(Told(c.name, script), c.told + std::string("\n"));
+  }
+  EXPECT_EQ(Run({"contour", models_.File("a.dtm"), "--levels", "5", "-o", models_.File("n.dxf")}).status, kDone);
+  EXPECT_EQ(Told("n.dxf", "data = ogr.Open(sys.argv[1])\nprint(len(list(data.GetLayer(0))))"), "0\n");
+}
+
+TEST_F(GdalLines, AShapefileTakesLevelsThatNoFieldHoldsAsLongAsTheyHaveNoLines) {
+  MakeWaves(20);
+  Write("contour", "few.shp", {"--levels", "-10,-9.25"});
+  Write("contour", "all.shp", {"--levels", "-1e300,-10,-9.25,1e-300,1e300"});
+  EXPECT_NE(Told("few.shp"), "");
+  EXPECT_EQ(Told("all.shp"), Told("few.shp"));
+  models_.Make("b.dtm", "0.5,0.5,-1\n1.5,0.5,1\n0.5,1.5,-1\n1.5,1.5,1\n");
+  const CommandResult result =
+      Run({"contour", models_.File("b.dtm"), "--levels", "0.5,1e-300", "-o", models_.File("b.shp")});
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_EQ(result.err, "vakdtm contour: " + models_.File("b.shp") +
+                            ": cannot write: level 1e-300 has too many digits for a Shapefile - name another format, "
+                            "as .geojson\n");
+  EXPECT_FALSE(models_.Folder().Has("b.shp"));
+}
+
+TEST_F(GdalLines, WhatGdalRefusesForOtherReasonsThanRoomIsToldWithWhatHelps) {
+  MakeWaves(20);
+  const CommandResult result = test::RunCommand({"env", "GDAL_DATA=/nowhere", VAKDTM_COMMAND, "contour",
+                                                 models_.File("a.dtm"), "--levels", "-10", "-o", models_.File("a.dxf")})
+                                   .Wait();
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_THAT(result.err, HasSubstr(" is GDAL_DATA set properly? - install the package gdal-data, or name another "));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '?'), 1) << "a line break isn't told as a question mark";
+  EXPECT_EQ(Names(), (Words{"a.dtm"}));
+}
+
 TEST_F(GdalLines, GeoPackageHasASpatialIndexAndNoJournalIsLeft) {
   MakeWaves(70);
   Write("contour", "a.gpkg", {"--interval", "0.5"});
@@ -216,6 +271,39 @@ for one in data.GetLayer(0):
   EXPECT_EQ(warned.err, "vakdtm contour: warning: " + models_.File("c.dxf") +
                             ": this format has no place for a coordinate system, EPSG:25831 isn't kept - leave --crs "
                             "out, or name another format\n");
+}
+
+TEST_F(GdalLines, ClosedLinesOfADrawingAreClosedAndHaveNoVertexTwice) {
+  MakeWaves(70);
+  // What stands between the names of the entities, as far as it is of interest: 70 is 1 for a closed one and 9 for one
+  // in space, 90 the number of vertices in the plane, a VERTEX one in space.
+  const std::string entities = R"(
+words = open(sys.argv[1]).read().split('ENTITIES')[1].split('OBJECTS')[0].split('\n')
+pairs = list(zip((word.strip() for word in words[1::2]), (word.strip() for word in words[2::2])))
+for code, value in pairs:
+    if code == '0' and value in ('LWPOLYLINE', 'POLYLINE'): print(end='\n' + value)
+    if code == '90' or code == '70' and value != '32': print(end=' ' + value)
+    if code == '0' and value == 'VERTEX': print(end=' v')
+print()
+)";
+  const std::string vertices = R"(
+data = ogr.Open(sys.argv[1])
+for one in data.GetLayer(0):
+    count, closed = one.GetGeometryRef().GetPointCount(), one.GetField('closed')
+    flat = one.GetGeometryRef().GetCoordinateDimension() == 2
+    print(end='\nLWPOLYLINE %d %d' % (closed, count - closed) if flat else
+              '\nPOLYLINE %d' % (8 + closed) + (count - closed) * ' v')
+print()
+)";
+  for (const char* command : {"contour", "outline"}) {
+    SCOPED_TRACE(command);
+    const Words words = *command == 'c' ? Words{"--levels", "-10.25,-9"} : Words{};
+    Write(command, "c.dxf", words);
+    Write(command, "c.geojson", words);
+    const std::string wanted = Told("c.geojson", vertices);
+    EXPECT_THAT(wanted, HasSubstr(*command == 'c' ? "LWPOLYLINE 1 " : "POLYLINE 9 v"));
+    EXPECT_EQ(Told("c.dxf", entities), wanted);
+  }
 }
 
 TEST_F(GdalLines, AFileIsReplacedWithAllThatBelongsToIt) {

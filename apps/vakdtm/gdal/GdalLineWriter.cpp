@@ -6,6 +6,7 @@
 #include <cpl_conv.h>
 #include <cpl_error.h>
 #include <cpl_string.h>
+#include <cpl_vsi.h>
 #include <cstdio>
 #include <cstdlib>
 #include <gdal.h>
@@ -13,6 +14,7 @@
 #include <ogr_srs_api.h>
 #include <ogrsf_frmts.h>
 #include <string_view>
+#include <vector>
 
 #include "WatchedFiles.h"
 
@@ -55,38 +57,12 @@ bool ReadsBack(double value, int decimals) {
   return read == value;
 }
 
-struct FieldSize {
-  int width = 1;
-  int decimals = 1;  // without any, a reader would take them for whole numbers
-};
-
 /// @return null when it isn't known.
 SpatialReference MakeCrs(const char* text) {
   SpatialReference crs(OSRNewSpatialReference(nullptr), OSRDestroySpatialReference);
   OSRSetAxisMappingStrategy(crs.get(), OAMS_TRADITIONAL_GIS_ORDER);
   if (OSRSetFromUserInput(crs.get(), text) != OGRERR_NONE) crs.reset();
   return crs;
-}
-
-/// The smallest field of digits in which every level reads back to the same double.
-/// @return false when no field is wide enough.
-bool FindSize(const double* levels, std::size_t count, FieldSize& size) {
-  for (std::size_t i = 0; i < count; ++i) {
-    while (size.decimals < kWidestField && !ReadsBack(levels[i], size.decimals)) ++size.decimals;
-  }
-  // More decimals are nearer to the number, but at a power of two a nearer one may read back to its neighbour.
-  for (std::size_t i = 0; i < count && size.decimals < kWidestField;) {
-    if (ReadsBack(levels[i], size.decimals)) {
-      ++i;
-    } else {
-      ++size.decimals;
-      i = 0;
-    }
-  }
-  for (std::size_t i = 0; i < count; ++i) {
-    size.width = std::max(size.width, static_cast<int>(Fixed(levels[i], size.decimals).size()));
-  }
-  return size.width < kWidestField;
 }
 
 GDALDriverH FindDriver(const char* name) {
@@ -99,11 +75,16 @@ GDALDriverH FindDriver(const char* name) {
   return GDALGetDriverByName(name);
 }
 
-Options LayerOptions(std::string_view driver) {
+Options LayerOptions(std::string_view driver, bool hasIndex) {
   if (driver == "ESRI Shapefile") return MakeOptions({"ENCODING=UTF-8"});
-  // An index would put the lines into its own order, and hold all their boxes until the end.
-  if (driver == "FlatGeobuf") return MakeOptions({"SPATIAL_INDEX=NO"});
+  if (driver == "FlatGeobuf") return MakeOptions({hasIndex ? "SPATIAL_INDEX=YES" : "SPATIAL_INDEX=NO"});
   return MakeOptions({});
+}
+
+OGRFeatureH MakeFeature(OGRLayerH layer, OGRGeometryH geometry) {
+  OGRFeatureH feature = OGR_F_Create(OGR_L_GetLayerDefn(layer));
+  OGR_F_SetGeometryDirectly(feature, geometry);
+  return feature;
 }
 
 }  // namespace
@@ -122,7 +103,10 @@ class GdalLineWriter::Listening {
     GdalLineWriter& writer = *static_cast<GdalLineWriter*>(CPLGetErrorHandlerUserData());
     std::string& kept = kind == CE_Warning ? writer.warning_ : writer.error_;
     // The first one is the cause, the others follow from it.
-    if (kind >= CE_Warning && kept.empty()) kept = text;
+    if (kind < CE_Warning || !kept.empty()) return;
+    kept = text;
+    // Messages are one line.
+    std::replace_if(kept.begin(), kept.end(), [](char letter) { return letter == '\n' || letter == '\r'; }, ' ');
   }
 };
 
@@ -133,10 +117,58 @@ bool GdalLineWriter::KnowsCrs(const char* crs) {
   return known;
 }
 
-std::unique_ptr<GdalLineWriter> GdalLineWriter::Create(const VakDtmLineFile& file, std::string& error) {
+/// Whether a level reads back to the same double from such a field.
+bool GdalLineWriter::Fits(double level, const FieldSize& size) {
+  return ReadsBack(level, size.decimals) && static_cast<int>(Fixed(level, size.decimals).size()) <= size.width;
+}
+
+/// Widens a field until all the levels read back to the same double.
+/// @return false when no field is wide enough; `size` is worth nothing then.
+bool GdalLineWriter::Widen(const double* levels, std::size_t count, FieldSize& size) {
+  for (std::size_t i = 0; i < count; ++i) {
+    while (size.decimals < kWidestField && !ReadsBack(levels[i], size.decimals)) ++size.decimals;
+  }
+  // More decimals are nearer to the number, but at a power of two a nearer one may read back to its neighbour.
+  for (std::size_t i = 0; i < count && size.decimals < kWidestField;) {
+    if (ReadsBack(levels[i], size.decimals)) {
+      ++i;
+    } else {
+      ++size.decimals;
+      i = 0;
+    }
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    size.width = std::max(size.width, static_cast<int>(Fixed(levels[i], size.decimals).size()));
+  }
+  return size.width < kWidestField;
+}
+
+/// The smallest field for all the levels; where there is none, for as many of them, from the first, as go together.
+/// The others may have no lines.
+GdalLineWriter::FieldSize GdalLineWriter::FindSize(const double* levels, std::size_t count) {
+  FieldSize size;
+  if (Widen(levels, count, size)) return size;
+  std::vector<double> taken;
+  FieldSize wide;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (Fits(levels[i], wide)) continue;
+    taken.push_back(levels[i]);
+    size = wide;
+    if (Widen(taken.data(), taken.size(), size)) {
+      wide = size;
+    } else {
+      taken.pop_back();
+    }
+  }
+  return wide;
+}
+
+std::unique_ptr<GdalLineWriter> GdalLineWriter::Create(const VakDtmLineFile& file, std::string& error,
+                                                       int& errorNumber) {
   std::unique_ptr<GdalLineWriter> writer(new GdalLineWriter(file));
   if (writer->Open(file)) return writer;
   error = writer->Error();
+  errorNumber = writer->ErrorNumber();
   return nullptr;
 }
 
@@ -144,7 +176,11 @@ GdalLineWriter::GdalLineWriter(const VakDtmLineFile& file)
     : isDrawing_(std::string_view(file.driver) == "DXF"),
       isShapefile_(std::string_view(file.driver) == "ESRI Shapefile"),
       isDatabase_(std::string_view(file.driver) == "GPKG"),
-      hasZ_(file.hasZ != 0) {
+      isFlat_(std::string_view(file.driver) == "FlatGeobuf"),
+      hasZ_(file.hasZ != 0),
+      driver_(file.driver),
+      name_(file.layer),
+      crs_(nullptr, OSRDestroySpatialReference) {
   watched::Install();
   watched::Forget();
 }
@@ -156,49 +192,49 @@ GdalLineWriter::~GdalLineWriter() {
 
 bool GdalLineWriter::Open(const VakDtmLineFile& file) {
   const Listening listening(*this);
-  GDALDriverH driver = FindDriver(file.driver);
-  if (!driver) {
-    error_ = std::string("this GDAL has no driver ") + file.driver;
-    return false;
-  }
-  SpatialReference crs(nullptr, OSRDestroySpatialReference);
-  if (file.crs) crs = MakeCrs(file.crs);
-  if (file.crs && !crs) {
+  if (file.crs) crs_ = MakeCrs(file.crs);
+  if (file.crs && !crs_) {
     error_ = std::string("GDAL doesn't know ") + file.crs;
     return false;
   }
+  if (isShapefile_) levelSize_ = FindSize(file.levels, file.levelCount);
   // The file is a new one that nobody else knows: whole in the end, or removed. What keeps a database whole over a
   // crash would be for nothing.
   CPLSetThreadLocalConfigOption("OGR_SQLITE_SYNCHRONOUS", "OFF");
   CPLSetThreadLocalConfigOption("OGR_SQLITE_JOURNAL", "MEMORY");
   // SQLite tells every failure itself; by another way than its own it would be slower.
-  const std::string path = isDatabase_ ? std::string(file.path) : watched::Path(file.path);
+  path_ = isDatabase_ ? std::string(file.path) : watched::Path(file.path);
   // The drawing's entities wait in a file of their own for what stands in front of them.
-  const std::string folder = path.substr(0, path.rfind('/'));
+  const std::string folder = path_.substr(0, path_.rfind('/'));
   CPLSetThreadLocalConfigOption("CPL_TMPDIR", folder.c_str());
-  dataset_ = GDALCreate(driver, path.c_str(), 0, 0, 0, GDT_Unknown, nullptr);
+  // An index would put the lines into its own order, and hold all their boxes until the end.
+  return MakeFile(false);
+}
+
+bool GdalLineWriter::MakeFile(bool hasIndex) {
+  GDALDriverH driver = FindDriver(driver_.c_str());
+  if (!driver) {
+    error_ = "this GDAL has no driver " + driver_;
+    return false;
+  }
+  dataset_ = GDALCreate(driver, path_.c_str(), 0, 0, 0, GDT_Unknown, nullptr);
   if (!dataset_) return Fail();
   const OGRwkbGeometryType type = hasZ_ || isDrawing_ ? wkbLineString25D : wkbLineString;
-  const Options options = LayerOptions(file.driver);
-  layer_ = GDALDatasetCreateLayer(dataset_, file.layer, crs.get(), type, options.get());
-  if (!layer_ || !AddFields(file)) return Fail();
-  feature_ = OGR_F_Create(OGR_L_GetLayerDefn(LayerOf(layer_)));
-  if (OGR_F_SetGeometryDirectly(FeatureOf(feature_), OGR_G_CreateGeometry(type)) != OGRERR_NONE) return Fail();
+  const Options options = LayerOptions(driver_, hasIndex);
+  layer_ = GDALDatasetCreateLayer(dataset_, name_.c_str(), crs_.get(), type, options.get());
+  if (!layer_ || !AddFields()) return Fail();
+  feature_ = MakeFeature(LayerOf(layer_), OGR_G_CreateGeometry(type));
+  if (isDrawing_) ring_ = MakeFeature(LayerOf(layer_), OGR_G_CreateGeometry(wkbLinearRing));
   if (isDatabase_ && GDALDatasetStartTransaction(dataset_, FALSE) != OGRERR_NONE) return Fail();
   return error_.empty() || Fail();
 }
 
-bool GdalLineWriter::AddFields(const VakDtmLineFile& file) {
+bool GdalLineWriter::AddFields() {
   if (isDrawing_) {
     layerField_ = OGR_FD_GetFieldIndex(OGR_L_GetLayerDefn(LayerOf(layer_)), "Layer");
     return layerField_ >= 0;
   }
-  FieldSize size;
-  if (isShapefile_ && !FindSize(file.levels, file.levelCount, size)) {
-    error_ = "a level has too many digits for a field of a Shapefile";
-    return false;
-  }
-  if (!isShapefile_) size = {0, 0};
+  const FieldSize size = isShapefile_ ? levelSize_ : FieldSize{0, 0};
   if (!AddField("level", OFTReal, size.width, size.decimals)) return false;
   if (!AddField("closed", OFTInteger, isShapefile_ ? 1 : 0, 0)) return false;
   if (!AddField("length", OFTReal, isShapefile_ ? kLengthWidth : 0, isShapefile_ ? kLengthDecimals : 0)) return false;
@@ -222,33 +258,54 @@ bool GdalLineWriter::AddField(const char* name, int type, int width, int decimal
 
 bool GdalLineWriter::Write(const VakDtmLine& line) {
   const Listening listening(*this);
+  if (isShapefile_ && !HasRoomFor(line.level)) return false;
+  void* const feature = Fill(line);
+  OGR_F_SetFID(FeatureOf(feature), OGRNullFID);
+  const bool written = OGR_L_CreateFeature(LayerOf(layer_), FeatureOf(feature)) == OGRERR_NONE;
+  isEmpty_ = false;
+  return (written && error_.empty() && watched::Failure() == 0) || Fail();
+}
+
+bool GdalLineWriter::HasRoomFor(double level) {
+  if (hasLevel_ && level == level_) return true;
+  if (!Fits(level, levelSize_)) {
+    error_ = "level " + Shortest(level) + " has too many digits for a Shapefile";
+    return false;
+  }
+  hasLevel_ = true;
+  level_ = level;
+  return true;
+}
+
+/// @return the feature that holds the line.
+void* GdalLineWriter::Fill(const VakDtmLine& line) {
   const double* z = hasZ_ ? line.z : nullptr;
   if (isDrawing_ && !hasZ_) {
     elevations_.assign(line.count, line.level);
     z = elevations_.data();
   }
+  // A drawing's closed line goes from the last vertex back to the first by itself.
+  const bool isRing = isDrawing_ && line.closed != 0 && line.count > 3;
+  void* const feature = isRing ? ring_ : feature_;
+  const std::size_t count = isRing ? line.count - 1 : line.count;
   constexpr int kStride = sizeof(double);
-  OGR_G_SetPoints(OGR_F_GetGeometryRef(FeatureOf(feature_)), static_cast<int>(line.count), line.x, kStride, line.y,
-                  kStride, z, z ? kStride : 0);
-  SetFields(line);
-  OGR_F_SetFID(FeatureOf(feature_), OGRNullFID);
-  const bool written = OGR_L_CreateFeature(LayerOf(layer_), FeatureOf(feature_)) == OGRERR_NONE;
-  return (written && error_.empty() && watched::Failure() == 0) || Fail();
-}
-
-void GdalLineWriter::SetFields(const VakDtmLine& line) {
-  if (isDrawing_) return SetLayer(line.level);
-  OGR_F_SetFieldDouble(FeatureOf(feature_), levelField_, line.level);
-  OGR_F_SetFieldInteger(FeatureOf(feature_), closedField_, line.closed != 0 ? 1 : 0);
-  OGR_F_SetFieldDouble(FeatureOf(feature_), lengthField_, line.length);
-}
-
-void GdalLineWriter::SetLayer(double level) {
-  if (layerName_.empty() || level != layerLevel_) {
-    layerName_ = hasZ_ ? std::string("OUTLINE") : "CONTOUR_" + Shortest(level);
-    layerLevel_ = level;
+  OGR_G_SetPoints(OGR_F_GetGeometryRef(FeatureOf(feature)), static_cast<int>(count), line.x, kStride, line.y, kStride,
+                  z, z ? kStride : 0);
+  if (isDrawing_) {
+    SetLayer(FeatureOf(feature), line.level);
+  } else {
+    OGR_F_SetFieldDouble(FeatureOf(feature), levelField_, line.level);
+    OGR_F_SetFieldInteger(FeatureOf(feature), closedField_, line.closed != 0 ? 1 : 0);
+    OGR_F_SetFieldDouble(FeatureOf(feature), lengthField_, line.length);
   }
-  OGR_F_SetFieldString(FeatureOf(feature_), layerField_, layerName_.c_str());
+  return feature;
+}
+
+void GdalLineWriter::SetLayer(void* feature, double level) {
+  if (!hasLevel_ || level != level_) layerName_ = hasZ_ ? std::string("OUTLINE") : "CONTOUR_" + Shortest(level);
+  hasLevel_ = true;
+  level_ = level;
+  OGR_F_SetFieldString(FeatureOf(feature), layerField_, layerName_.c_str());
 }
 
 bool GdalLineWriter::Finish() {
@@ -257,6 +314,13 @@ bool GdalLineWriter::Finish() {
   // Its spatial index is made here.
   if (isDatabase_ && OGR_L_SyncToDisk(LayerOf(layer_)) != OGRERR_NONE) return Fail();
   Close();
+  if (isFlat_ && isEmpty_ && error_.empty()) {
+    // Its driver writes the head of such a file with the first line, or with an index: without a line, there would be
+    // no byte in it.
+    VSIUnlink(path_.c_str());
+    if (!MakeFile(true)) return false;
+    Close();
+  }
   return (error_.empty() && watched::Failure() == 0) || Fail();
 }
 
@@ -268,7 +332,9 @@ bool GdalLineWriter::Fail() {
 
 void GdalLineWriter::Close() {
   if (feature_) OGR_F_Destroy(FeatureOf(feature_));
+  if (ring_) OGR_F_Destroy(FeatureOf(ring_));
   feature_ = nullptr;
+  ring_ = nullptr;
   if (dataset_) GDALClose(dataset_);
   dataset_ = nullptr;
 }

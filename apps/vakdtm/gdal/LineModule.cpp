@@ -15,9 +15,9 @@ const GdalLineWriter& WriterOf(const void* writer) { return *static_cast<const G
 
 int KnowsCrs(const char* crs) { return GdalLineWriter::KnowsCrs(crs) ? 1 : 0; }
 
-void* Create(const VakDtmLineFile* file, char* error, std::size_t errorSize) {
+void* Create(const VakDtmLineFile* file, char* error, std::size_t errorSize, int* errorNumber) {
   std::string text;
-  std::unique_ptr<GdalLineWriter> writer = GdalLineWriter::Create(*file, text);
+  std::unique_ptr<GdalLineWriter> writer = GdalLineWriter::Create(*file, text, *errorNumber);
   if (!writer) std::snprintf(error, errorSize, "%s", text.c_str());
   return writer.release();
 }

@@ -11,7 +11,7 @@
 extern "C" {
 
 /// Raised with every change of what follows; a module of another version isn't used.
-enum : std::uint32_t { kVakDtmLineModuleVersion = 1 };
+enum : std::uint32_t { kVakDtmLineModuleVersion = 2 };
 
 /// What is to be made.
 struct VakDtmLineFile {
@@ -20,7 +20,7 @@ struct VakDtmLineFile {
   const char* layer;     ///< the name of its one layer
   const char* crs;       ///< "EPSG:25831", or null
   int hasZ;              ///< whether lines have a Z of their own
-  const double* levels;  ///< all levels that lines may have, read while the writer is made
+  const double* levels;  ///< all levels that there may be, read while the writer is made
   std::size_t levelCount;
 };
 
@@ -39,8 +39,9 @@ struct VakDtmLineModule {
   std::uint32_t version;
   /// @return 0 when GDAL doesn't know the coordinate system.
   int (*knowsCrs)(const char* crs);
-  /// Makes the file. @return the writer, the caller's until `release`; null, with one sentence in `error`.
-  void* (*create)(const VakDtmLineFile* file, char* error, std::size_t errorSize);
+  /// Makes the file. @return the writer, the caller's until `release`; null, with one sentence in `error`, and `errno`
+  /// of what failed, 0 when there is none.
+  void* (*create)(const VakDtmLineFile* file, char* error, std::size_t errorSize, int* errorNumber);
   /// @return 0 when it can't be written. Nothing more can be written after that.
   int (*write)(void* writer, const VakDtmLine* line);
   /// Closes the file. @return 0 when not all of it could be written.

@@ -1,5 +1,6 @@
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <limits>
@@ -8,6 +9,9 @@
 #include <vector>
 
 #include "vakdtm/contour/CellSquares.h"
+#include "vakdtm/store/DtmArea.h"
+#include "vakdtm/store/DtmDataBlock.h"
+#include "vakdtm/store/DtmFile.h"
 
 #include "support/TestGrid.h"
 
@@ -143,6 +147,205 @@ TEST_F(CellSquaresInModel, AnAccessThatGoesToAnotherModelIsFollowedOnceItIsSetAg
   squares.SetAccess(&access);
   EXPECT_TRUE(squares.ReadHeights(0, 0));
   EXPECT_EQ(squares.Vertices()[2].z, 4);
+}
+
+TEST_F(CellSquaresInModel, AnotherAccessIsFollowedThoughItGaveUpAsManyAreas) {
+  TestGrid other;
+  for (TestGrid* grid : {&grid_, &other}) {
+    for (int row = 0; row < 2; ++row) {
+      for (int col = 0; col < 2; ++col) grid->Set(row, col, dVAL, grid == &other ? 7 : 1);
+    }
+  }
+  DtmAccess access(&grid_.File());
+  DtmAccess next(&other.File());
+  CellSquares squares(dVAL);
+  squares.SetAccess(&access);
+  ASSERT_TRUE(squares.ReadHeights(0, 0));
+  ASSERT_EQ(access.NumReleases(), next.NumReleases());
+  squares.SetAccess(&next);
+  ASSERT_TRUE(squares.ReadHeights(0, 0));
+  for (const auto& vertex : squares.Vertices()) EXPECT_EQ(vertex.z, 7);
+}
+
+TEST_F(CellSquaresInModel, NothingIsReadOfAnAccessThatIsGone) {
+  CellSquares squares(dVAL);
+  {
+    DtmAccess access(&grid_.File());
+    squares.SetAccess(&access);
+    ReadFast(squares, 0, 0);
+    ReadFast(squares, 3, 3);
+  }
+  DtmAccess detached(nullptr);
+  squares.SetAccess(&detached);
+  for (int row = -4; row < 8; ++row) {
+    for (int col = -4; col < 8; ++col) {
+      EXPECT_FALSE(squares.ReadHeights(row, col));
+      for (const auto& vertex : squares.Vertices()) EXPECT_TRUE(IsEmptyValue(vertex.z));
+    }
+  }
+}
+
+/// A model of 5 x 5 areas of 4 x 4 cells in which nobody holds a block but the access that is tested, so that blocks go
+/// whenever it gives up an area.
+class CellSquaresInModelThatNobodyHolds : public testing::TestWithParam<std::uint64_t> {
+ protected:
+  static constexpr int kSide = 20;
+
+  CellSquaresInModelThatNobodyHolds() {
+    for (int row = 0; row < kSide; ++row) {
+      for (int col = 0; col < kSide; ++col) {
+        grid_.Set(row, col, dVAL, Height(row, col));
+        grid_.Set(row, col, iNUM, 1 + row * kSide + col);
+      }
+    }
+    grid_.Leave();
+    grid_.Access().SetCacheSize(GetParam());
+  }
+
+  static double Height(int row, int col) { return 0.5 + 100 * row + col; }
+
+  /// Whether the square was read, and rightly.
+  testing::AssertionResult Reads(CellSquares& squares, int row, int col, int block) {
+    const bool read = squares.ReadHeights(row, col);
+    constexpr std::array<std::array<int, 2>, 4> kPlaces{{{0, 0}, {0, 1}, {1, 1}, {1, 0}}};
+    bool all = true;
+    for (std::size_t i = 0; i < 4; ++i) {
+      const int r = row + kPlaces[i][0];
+      const int c = col + kPlaces[i][1];
+      const double z = squares.Vertices()[i].z;
+      const bool isIn = r >= 0 && c >= 0 && r < kSide && c < kSide;
+      all = all && isIn;
+      const double expected = block == dVAL ? Height(r, c) : 1 + r * kSide + c;
+      if (isIn ? z != expected : !IsEmptyValue(z)) {
+        return testing::AssertionFailure() << "square " << row << ' ' << col << ", vertex " << i << ": " << z;
+      }
+    }
+    if (read != all) return testing::AssertionFailure() << "square " << row << ' ' << col << ": answered " << read;
+    return testing::AssertionSuccess();
+  }
+
+  TestGrid grid_{{.cellSize = 1.0, .areaSize = 4, .blockIds = {dVAL, iNUM}}};
+};
+
+TEST_P(CellSquaresInModelThatNobodyHolds, EverySquareIsReadInAnyOrder) {
+  for (const int block : {dVAL, iNUM}) {
+    SCOPED_TRACE(block);
+    CellSquares squares(block);
+    squares.SetAccess(&grid_.Access());
+    for (int row = -1; row < kSide; ++row) {
+      for (int col = -1; col < kSide; ++col) ASSERT_TRUE(Reads(squares, row, col, block));
+    }
+    for (int col = kSide - 1; col >= -1; --col) {
+      for (int row = kSide - 1; row >= -1; --row) ASSERT_TRUE(Reads(squares, row, col, block));
+    }
+    std::mt19937_64 random(7);
+    const auto place = [&] { return static_cast<int>(random() % (kSide + 1)) - 1; };
+    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(Reads(squares, place(), place(), block));
+  }
+  EXPECT_GT(grid_.Access().NumReleases(), 50U);
+}
+
+TEST_P(CellSquaresInModelThatNobodyHolds, SquaresAreReadRightlyThoughTheAccessWentElsewhere) {
+  CellSquares squares(dVAL);
+  squares.SetAccess(&grid_.Access());
+  for (int row = 0; row < kSide - 1; ++row) {
+    for (int col = 0; col < kSide - 1; ++col) {
+      ASSERT_TRUE(Reads(squares, row, col, dVAL));
+      // Through more areas than any of the caches holds.
+      for (int away = 0; away < 5; ++away) {
+        double z = 0;
+        const int other = (col + 4 * away) % kSide;
+        ASSERT_TRUE(grid_.Access().GetDoubleValue(kSide - 1 - row, other, dVAL, z));
+        ASSERT_EQ(z, Height(kSide - 1 - row, other));
+      }
+      ASSERT_TRUE(Reads(squares, row, col, dVAL));
+    }
+  }
+}
+
+// Area by area and, with a cache for a row of areas, row by row.
+TEST_P(CellSquaresInModelThatNobodyHolds, NoMoreAreasAreOpenedThanCellByCell) {
+  const auto count = [&](const auto& read) {
+    grid_.Leave();
+    grid_.Access().SetCacheSize(GetParam());
+    const std::uint64_t before = grid_.Access().NumReleases();
+    for (int area = 0; area < 25; ++area) {
+      for (int cell = 0; cell < 16; ++cell) read(area / 5 * 4 + cell / 4, area % 5 * 4 + cell % 4);
+    }
+    const std::uint64_t byAreas = grid_.Access().NumReleases() - before;
+    grid_.Leave();
+    grid_.Access().SetCacheSize(5);
+    for (int row = 0; row < kSide; ++row) {
+      for (int col = 0; col < kSide; ++col) read(row, col);
+    }
+    return std::array<std::uint64_t, 2>{byAreas, grid_.Access().NumReleases()};
+  };
+  const auto plain = count([&](int row, int col) {
+    double z = 0;
+    for (const auto& [r, c] : {std::array{row, col}, {row, col + 1}, {row + 1, col + 1}, {row + 1, col}}) {
+      grid_.Access().GetDoubleValue(r, c, dVAL, z);
+    }
+  });
+  CellSquares squares(dVAL);
+  const auto opened = count([&](int row, int col) {
+    if (squares.Access() != &grid_.Access() || (row == 0 && col == 0)) squares.SetAccess(&grid_.Access());
+    squares.ReadHeights(row, col);
+  });
+  EXPECT_GT(plain[0], 10U);
+  EXPECT_LE(opened[0], plain[0]);
+  EXPECT_LE(opened[1], plain[1]);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cache, CellSquaresInModelThatNobodyHolds, testing::Values(0, 1, 2, 3, 9));
+
+TEST(CellSquares, AreasAtTheEndsOfWhatIsAllowedAreRead) {
+  for (const int block : {dVAL, iNUM}) {
+    for (const int areaSize : {1, 2, 4, 7}) {
+      TestGrid grid({.cellSize = 1.0, .areaSize = areaSize, .blockIds = {dVAL, iNUM}});
+      const int largest = grid.File().LargestAllowed();
+      for (const int row : {-largest, 0, largest - 2}) {
+        for (const int col : {-largest, 0, largest - 2}) {
+          for (int i = 0; i < 9; ++i) ASSERT_TRUE(grid.Set(row + i / 3, col + i % 3, block, 1 + i));
+        }
+      }
+      DtmAccess other(&grid.File());
+      CellSquares squares(block);
+      squares.SetAccess(&grid.Access());
+      int read = 0;
+      for (const int row : {-largest, 0, largest - 2}) {
+        for (const int col : {-largest, 0, largest - 2}) {
+          for (int i = 0; i < 25; ++i) {
+            const int r = row - 1 + i / 5;
+            const int c = col - 1 + i % 5;
+            const Reading reading = ReadFast(squares, r, c);
+            ASSERT_EQ(reading, ReadSlowly(other, r, c, block)) << r << ' ' << c << " areas of " << areaSize;
+            if (reading.read) ++read;
+          }
+        }
+      }
+      EXPECT_GE(read, 9 * 4);
+    }
+  }
+}
+
+TEST(CellSquares, CellsOfAnAreaThatAreNotAllowedAreNotRead) {
+  TestGrid grid;
+  for (const int end : {-grid.File().LargestAllowed(), grid.File().LargestAllowed()}) {
+    // Its block holds heights where the access has no cells.
+    ASSERT_TRUE(grid.Set(end, end, dVAL, 1));
+    DtmDataBlock* const block = grid.Area(end, end)->OpenDataBlock(dVAL);
+    ASSERT_NE(block, nullptr);
+    for (int cell = 0; cell < 16; ++cell) reinterpret_cast<double*>(block->CellData())[cell] = 3;
+    DtmAccess other(&grid.File());
+    CellSquares squares(dVAL);
+    squares.SetAccess(&grid.Access());
+    for (int row = end - 4; row < end + 4; ++row) {
+      for (int col = end - 4; col < end + 4; ++col) {
+        ASSERT_EQ(ReadFast(squares, row, col), ReadSlowly(other, row, col, dVAL)) << row << ' ' << col;
+      }
+    }
+    block->Close();
+  }
 }
 
 TEST(CellSquares, AreasOfOneCellAreRead) {

@@ -80,6 +80,20 @@ TEST(ContourList, ContoursThatAreAddedTogetherKeepTheirOrderWithinALevel) {
   EXPECT_EQ(Content(list), (Expected{{2, 21}, {2, 22}, {2, 20}, {3, 31}, {4, 41}, {4, 40}, {9, 91}}));
   list.Add(std::deque<Contour>());
   EXPECT_EQ(list.Size(), 7);
+  list.Add(std::deque<Contour>{Named(2, 23), Named(2, 24)});
+  list.Add(std::deque<Contour>{Named(10, 1), Named(9.5, 2), Named(10, 3)});
+  EXPECT_EQ(Content(list), (Expected{{2, 23},
+                                     {2, 24},
+                                     {2, 21},
+                                     {2, 22},
+                                     {2, 20},
+                                     {3, 31},
+                                     {4, 41},
+                                     {4, 40},
+                                     {9, 91},
+                                     {9.5, 2},
+                                     {10, 1},
+                                     {10, 3}}));
 }
 
 TEST(ContourList, FindsTheFirstOfALevelFromAnIndexOn) {
@@ -93,6 +107,10 @@ TEST(ContourList, FindsTheFirstOfALevelFromAnIndexOn) {
   EXPECT_EQ(list.Find(5, 4), -1);
   EXPECT_EQ(list.Find(9, 0), -1);
   EXPECT_EQ(ContourList().Find(1, 0), -1);
+  EXPECT_EQ(list.Find(2, -1), 1);
+  EXPECT_EQ(list.Find(1, std::numeric_limits<int>::min()), 0);
+  EXPECT_EQ(list.Find(3, -1), -1);
+  EXPECT_EQ(ContourList().Find(1, -1), -1);
 }
 
 TEST(ContourList, CopiesStandAlone) {

@@ -272,6 +272,14 @@ class DtmContourCreatorSigns : public DtmContourCreatorOnModel {
 TEST_F(DtmContourCreatorSigns, LowerGroundOnTheLeftStays) {
   EXPECT_FALSE(Turns({{2, 1}, {2, 2}, {2, 3}}));
   EXPECT_TRUE(Turns({{2, 3}, {2, 2}, {2, 1}}));
+  EXPECT_TRUE(Turns({{2, 3}, {2, 1}}));  // its only segment votes
+}
+
+TEST_F(DtmContourCreatorSigns, SamplesAreHalfACellToTheLeft) {
+  // High ground begins at 2; a sample much nearer to the line would still be on low ground.
+  EXPECT_TRUE(Turns({{1.8, 3}, {1.8, 1}}));
+  EXPECT_FALSE(Turns({{1.4, 3}, {1.4, 1}}));
+  EXPECT_TRUE(Turns({{1.6, 3}, {1.6, 1}}));
 }
 
 TEST_F(DtmContourCreatorSigns, TracedContoursStay) {
@@ -292,8 +300,9 @@ TEST_F(DtmContourCreatorSigns, WhatHasNoValueOrTheLevelItselfDoesNotVote) {
 }
 
 TEST_F(DtmContourCreatorSigns, TieStays) {
-  // Down with high ground at the left, and up again on the other side of it.
-  EXPECT_FALSE(Turns({{2, 3}, {2, 1}, {2, 3}}));
+  // Down with high ground at the left, and up again with low ground there.
+  EXPECT_FALSE(Turns({{2, 3}, {2, 1}, {2, 2.9}}));
+  EXPECT_TRUE(Turns({{2, 3}, {2, 1}, {2, 2.9}, {2, 0.5}}));
 }
 
 TEST_F(DtmContourCreatorSigns, OnlyTheFirstTenSegmentsVote) {

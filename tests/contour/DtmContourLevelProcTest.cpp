@@ -422,10 +422,40 @@ TEST_F(DtmContourLevelProcInModel, AreaThatThePolygonLeavesOutIsNotLookedUp) {
   grid_.Draw(
       "1 9\n"
       "1 9\n");
-  DtmContourLevelProc tracer = Tracer(5, Rectangle(100, 100, 200, 200));
+  grid_.Set(100, 100, dVAL, 1);
+  DtmContourLevelProc tracer = Tracer(5, Rectangle(0, 0, 4, 4));
   ASSERT_TRUE(tracer.Init(grid_.Access()));
-  EXPECT_EQ(AreaWeight(tracer, 0, 0), 0);
-  EXPECT_FALSE(ranges_[grid_.Area(0, 0)].IsValid());
+  EXPECT_GT(AreaWeight(tracer, 0, 0), 0);
+  EXPECT_EQ(AreaWeight(tracer, 100, 100), 0);
+  // So the area before is still the current one: it gets the range, and has the line that begins at its border.
+  ASSERT_TRUE(ShowCell(tracer, 0, 0));
+  EXPECT_EQ(ranges_[grid_.Area(0, 0)].Max(), 9);
+  EXPECT_FALSE(ranges_[grid_.Area(100, 100)].IsValid());
+  EXPECT_GT(AreaWeight(tracer, 0, 0), 0);
+  EXPECT_EQ(tracer.GetList().size(), 1U);
+}
+
+TEST_F(DtmContourLevelProcInModel, AreaAtTheLowestRowAndColumnHasItsLines) {
+  const int lowest = -grid_.File().LargestAllowed();
+  ASSERT_NE(lowest % 4, 0);
+  for (int row = lowest; row < lowest + 3; ++row) {
+    for (int col = lowest; col < lowest + 3; ++col) grid_.Set(row, col, dVAL, col == lowest ? 1 : 5);
+  }
+  const Lines lines = Trace(2);
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_EQ(lines[0].size(), 3U);
+}
+
+TEST_F(DtmContourLevelProcInModel, PlaceWithoutAnAreaStaysWithoutOne) {
+  grid_.Draw(
+      "1 9\n"
+      "1 9\n");
+  DtmContourLevelProc tracer = Tracer(5);
+  ASSERT_TRUE(tracer.Init(grid_.Access()));
+  EXPECT_EQ(AreaWeight(tracer, 0, 0), 16);
+  EXPECT_EQ(AreaWeight(tracer, 40, 40), 16);
+  EXPECT_EQ(grid_.File().NumAreas(), 1);
+  EXPECT_EQ(grid_.Area(40, 40), nullptr);
 }
 
 TEST_F(DtmContourLevelProcInModel, PolygonTakesSquaresByTheirMiddle) {
@@ -612,6 +642,17 @@ TEST_F(DtmContourLevelProcWithoutAccess, AfterARunOnAModelThePolygonPlaysNoPartE
   EXPECT_TRUE(Show(3, 1, 0, 10, 10, 0));
   tracer_.Fini();
   EXPECT_EQ(tracer_.GetList().size(), 1U);
+}
+
+TEST_F(DtmContourLevelProcWithoutAccess, CallersSquaresCountRightAfterInitToo) {
+  TestGrid grid;
+  grid.Draw(
+      "9 9\n"
+      "1 1\n");
+  ASSERT_TRUE(tracer_.Init(grid.Access()));
+  EXPECT_TRUE(Show(0, 0, 0, 10, 10, 0));
+  tracer_.Fini();
+  EXPECT_EQ(LinesOf(tracer_.GetList()), (Lines{{{5, 0}, {5, 10}}}));
 }
 
 TEST_F(DtmContourLevelProcWithoutAccess, HeightsTooGreatToBeRaisedMayCrossThreeEdgesAndStillGiveAPiece) {

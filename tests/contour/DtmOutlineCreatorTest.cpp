@@ -80,6 +80,19 @@ TEST_F(DtmOutlineCreatorOnTwoAreas, RunThatSawNoEmptyPlaceMayBeRepeated) {
   EXPECT_EQ(creator.AddLevel(0, out_, running_), 4);
 }
 
+TEST(DtmOutlineCreator, RunThatSawEmptyPlacesAloneBlocksFurtherOnes) {
+  TestGrid grid;
+  ASSERT_TRUE(grid.Set(1, 1, iNUM, 1));  // an area that is walked, without heights
+  const std::atomic<bool> running{true};
+  OutlineList out;
+  DtmOutlineCreator creator(&grid.Access(), dVAL);
+  ASSERT_EQ(creator.AddLevel(0, out, running), 0);
+  ASSERT_TRUE(grid.Set(1, 1, dVAL, 1));
+  EXPECT_EQ(creator.AddLevel(0, out, running), 0);
+  creator.SetPoly({});
+  EXPECT_EQ(creator.AddLevel(0, out, running), 1);
+}
+
 TEST_F(DtmOutlineCreatorOnTwoAreas, RangesOfContoursLeaveOutAreasThatDoNotSpanZero) {
   AreaExtMap ranges;
   (ranges[grid_.Area(0, 0)] += 3) += 9;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstddef>
 #include <gtest/gtest.h>
+#include <limits>
 #include <memory>
 #include <set>
 #include <utility>
@@ -303,6 +304,69 @@ TEST_F(DtmOutlineProcInModel, ExtentsAreThoseOfTheSquaresWithAnEmptyCorner) {
   EXPECT_EQ(proc.Extents().MinY(), -0.5);
   EXPECT_EQ(proc.Extents().MaxX(), 4.5);
   EXPECT_EQ(proc.Extents().MaxY(), 4.5);
+}
+
+TEST_F(DtmOutlineProcInModel, ExtentsHoldTheSquaresThatAreEmptyAltogetherToo) {
+  MakeGrid(4);
+  ASSERT_TRUE(grid_->Set(1, 1, dVAL, 1));
+  DtmOutlineProc proc({}, dVAL, running_);
+  proc.SetAreaExtMap(&ranges_);
+  proc.SetUpdateExtents(true);
+  ASSERT_TRUE(proc.ProcessAllCells(grid_->Access()));
+  EXPECT_EQ(proc.Extents().MinX(), -0.5);
+  EXPECT_EQ(proc.Extents().MinY(), -0.5);
+  EXPECT_EQ(proc.Extents().MaxX(), 4.5);
+  EXPECT_EQ(proc.Extents().MaxY(), 4.5);
+}
+
+TEST_F(DtmOutlineProcInModel, AreaAtTheLowestRowAndColumnHasItsLines) {
+  MakeGrid(4);
+  const int lowest = -grid_->File().LargestAllowed();
+  ASSERT_NE(lowest % 4, 0);
+  for (int row = lowest; row < lowest + 2; ++row) {
+    for (int col = lowest; col < lowest + 2; ++col) ASSERT_TRUE(grid_->Set(row, col, dVAL, 1));
+  }
+  const Lines<Point3> lines = Trace();
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_EQ(lines[0].size(), 9U);
+  EXPECT_EQ(lines[0].front(), lines[0].back());
+}
+
+TEST_F(DtmOutlineProcInModel, SquareAtTheEndsOfTheTypeIsEmpty) {
+  constexpr int kLowest = std::numeric_limits<int>::min();
+  constexpr int kHighest = std::numeric_limits<int>::max();
+  for (const int areaSize : {1, 4, 10}) {
+    SCOPED_TRACE(areaSize);
+    MakeGrid(areaSize);
+    DtmOutlineProc proc({}, dVAL, running_);
+    ASSERT_TRUE(proc.Init(grid_->Access()));
+    for (const int row : {kLowest, kHighest / areaSize * areaSize, kHighest}) {
+      for (const int col : {kLowest, kHighest / areaSize * areaSize, kHighest}) {
+        double weight = 1;
+        EXPECT_TRUE(proc.ProcessCell(row, col, weight));
+      }
+    }
+    EXPECT_TRUE(proc.Fini());
+    EXPECT_TRUE(proc.GetList().empty());
+  }
+}
+
+TEST_F(DtmOutlineProcInModel, NextModelMayHaveAreasOfAnotherSize) {
+  MakeGrid(4);
+  Fill(0, 0, 4, 4);
+  DtmOutlineProc proc({}, dVAL, running_);
+  proc.SetAreaExtMap(&ranges_);
+  ASSERT_TRUE(proc.ProcessAllCells(grid_->Access()));
+  // The last row of the run before, where none of its areas begin, is where one of the next model does.
+  TestGrid next({.cellSize = 1.0, .areaSize = 3, .blockIds = {dVAL}});
+  for (int row = 3; row < 6; ++row) {
+    for (int col = 0; col < 3; ++col) ASSERT_TRUE(next.Set(row, col, dVAL, 1));
+  }
+  ranges_.Clear();
+  ASSERT_TRUE(proc.ProcessAllCells(next.Access()));
+  const Lines<Point3> lines = Plain(proc.GetList());
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(Difference({lines[0]}, AtHeight(1, {{{2.5, 3}, {1.5, 3}, {0.5, 3}}})), "");
 }
 
 TEST_F(DtmOutlineProcInModel, EachRunBeginsWithAnEmptyResult) {

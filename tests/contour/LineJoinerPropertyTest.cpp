@@ -77,14 +77,16 @@ class LineJoinerPropertyTest : public testing::Test {
   std::size_t rings_ = 0;
 
  private:
-  /// The flag may fall on the way, and stays down then.
+  /// The flag may fall on the way, and may be raised again.
   void AddPieces(Soup<Point>& soup, Joiner& joiner, PlainJoining& plain, std::atomic<bool>& running) {
     const double touching = soup.Pick(0, 4) / 4.0;
     const int stop = soup.Chance(0.3) ? soup.Pick(0, 200) : -1;
+    const int restart = soup.Chance(0.5) ? stop + soup.Pick(1, 60) : -1;
     const int pieces = soup.Pick(0, 200);
     const int areaPieces = soup.Pick(1, 60);
     for (int i = 0; i < pieces; ++i) {
       if (i == stop) running = false;
+      if (i == restart) running = true;
       const Point start = soup.PickPoint();
       const Point end = soup.PickPoint();
       const bool touches = soup.Chance(touching);

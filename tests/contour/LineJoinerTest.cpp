@@ -1,7 +1,10 @@
 #include <atomic>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <gtest/gtest.h>
 #include <limits>
+#include <set>
 #include <vector>
 
 #include "vakdtm/contour/LineJoiner.h"
@@ -254,6 +257,205 @@ TEST_F(LineJoinerOfPlaces, NotANumberJoinsNothingNotEvenItself) {
   ASSERT_EQ(joiner_.GetList().size(), 2U);
   EXPECT_EQ(joiner_.GetList()[0].NumPoints(), 2);
   EXPECT_EQ(joiner_.GetList()[1].NumPoints(), 3);
+}
+
+TEST_F(LineJoinerOfPlaces, FinishedLinesAreJoinedToOneAnotherWhenWorkGoesOn) {
+  Add(1, 2, false);
+  joiner_.Join();
+  Add(2, 3, true);
+  joiner_.Finish();
+  ASSERT_EQ(Result(), (Places{{2, 3}, {1, 2}}));
+  Add(10, 11);
+  joiner_.Join();
+  EXPECT_EQ(Result(), (Places{{1, 2, 3}, {10, 11}}));
+}
+
+/// A point that counts how many of its kind there are and how often they are compared, and lowers a flag at one of
+/// these comparisons.
+struct CountedPoint : GTL::Point2D<double> {
+  CountedPoint() { ++living; }
+  CountedPoint(double place, double line) : Point2D(place, line) { ++living; }
+  CountedPoint(const CountedPoint& other) : Point2D(other) { ++living; }
+  CountedPoint& operator=(const CountedPoint&) = default;
+  ~CountedPoint() { --living; }
+
+  friend bool operator==(const CountedPoint& a, const CountedPoint& b) {
+    if (++comparisons == stopAt) running = false;
+    return static_cast<const Point2D&>(a) == static_cast<const Point2D&>(b);
+  }
+
+  static inline std::atomic<bool> running{true};
+  static inline std::int64_t living = 0;
+  static inline std::int64_t comparisons = 0;
+  static inline std::int64_t stopAt = 0;  // 0: never
+};
+
+class LineJoinerOfCountedPoints : public testing::Test {
+ protected:
+  using CountedJoiner = LineJoiner<CountedPoint>;
+
+  LineJoinerOfCountedPoints() {
+    CountedPoint::running = true;
+    StopAt(0);
+  }
+  ~LineJoinerOfCountedPoints() override { EXPECT_EQ(CountedPoint::living, 0); }
+
+  /// Lowers the flag at one of the comparisons that come.
+  static void StopAt(std::int64_t comparison) {
+    CountedPoint::comparisons = 0;
+    CountedPoint::stopAt = comparison;
+  }
+  static bool Add(CountedJoiner& joiner, double start, double end, bool touches = true) {
+    return joiner.Add({start, 0}, {end, 0}, touches);
+  }
+  static std::size_t NumPoints(const CountedJoiner& joiner) {
+    std::size_t points = 0;
+    for (const auto& line : joiner.GetList()) points += static_cast<std::size_t>(line.NumPoints());
+    return points;
+  }
+
+  static constexpr int kGaps = 20;
+  /// Lines with gaps between them, and pieces that fill these: one line.
+  static void AddLines(CountedJoiner& joiner) {
+    for (int i = 0; i <= kGaps; ++i) Add(joiner, 2 * i, 2 * i + 1);
+  }
+  static void AddGaps(CountedJoiner& joiner) {
+    for (int i = 0; i < kGaps; ++i) Add(joiner, 2 * i + 1, 2 * i + 2);
+  }
+  /// Lines far apart, and a piece that goes on from each.
+  static void AddPairs(CountedJoiner& joiner) {
+    for (int i = 0; i < kGaps; ++i) Add(joiner, 10 * i, 10 * i + 1);
+  }
+  static void AddPartners(CountedJoiner& joiner) {
+    for (int i = 0; i < kGaps; ++i) Add(joiner, 10 * i + 1, 10 * i + 2);
+  }
+};
+
+// At whatever comparison the flag falls, a join of the border list ends with what it is at, and the next one that finds
+// the flag up does the rest.
+TEST_F(LineJoinerOfCountedPoints, JoinOfTheBorderListStopsWhereTheFlagFallsAndIsMadeUpForLater) {
+  for (const bool oneLine : {true, false}) {
+    SCOPED_TRACE(oneLine);
+    const std::size_t joined = oneLine ? 1 : kGaps;
+    const std::size_t apart = 2 * kGaps + (oneLine ? 1 : 0);
+    std::set<std::size_t> counts;
+    bool done = false;
+    for (int stop = 1; !done; ++stop) {
+      CountedPoint::running = true;
+      StopAt(0);
+      CountedJoiner joiner(CountedPoint::running);
+      oneLine ? AddLines(joiner) : AddPairs(joiner);
+      joiner.Join();
+      oneLine ? AddGaps(joiner) : AddPartners(joiner);
+      StopAt(stop);
+      joiner.Join();
+      done = CountedPoint::running;
+      const std::size_t count = joiner.GetList().size();
+      counts.insert(count);
+      if (done) {
+        EXPECT_EQ(count, joined);
+        continue;
+      }
+      const std::size_t points = NumPoints(joiner);
+      CountedPoint::running = true;
+      StopAt(0);
+      Add(joiner, -10, -9);
+      joiner.Join();
+      // Of two lines that are one now, the common point is there once; nothing else of what was kept is lost.
+      const std::size_t merges = count + 1 - joiner.GetList().size();
+      EXPECT_EQ(NumPoints(joiner) + merges, points + 2) << stop;
+      std::set<double> ends;
+      for (const auto& line : joiner.GetList()) {
+        EXPECT_TRUE(ends.insert(line[0].x).second) << stop;
+        EXPECT_TRUE(ends.insert(line[line.NumPoints() - 1].x).second) << stop;
+      }
+    }
+    // Each merge is a place to stop at.
+    for (std::size_t count = joined; count <= apart; ++count) EXPECT_EQ(counts.count(count), 1U) << count;
+  }
+}
+
+TEST_F(LineJoinerOfCountedPoints, ClosingOfAnAreaStopsWhereTheFlagFalls) {
+  constexpr int kLines = 500;
+  CountedJoiner joiner(CountedPoint::running);
+  for (int i = 0; i < kLines; ++i) Add(joiner, 2 * i, 2 * i + 1, false);
+  StopAt(20);
+  EXPECT_TRUE(joiner.Join());
+  // Two for each line to clear the list, and none to compare it.
+  EXPECT_LT(CountedPoint::comparisons, 2 * kLines + 40);
+  CountedPoint::running = true;
+  joiner.Finish();
+  EXPECT_TRUE(joiner.GetList().empty());
+}
+
+TEST_F(LineJoinerOfCountedPoints, InteriorLinesAreAppendedUpToWhereTheFlagFalls) {
+  CountedJoiner joiner(CountedPoint::running);
+  for (int i = 0; i < kGaps; ++i) Add(joiner, 2 * i, 2 * i + 1, false);
+  joiner.Join();
+  StopAt(7);
+  joiner.Finish();
+  const std::size_t count = joiner.GetList().size();
+  EXPECT_GT(count, 0U);
+  EXPECT_LT(count, 7U);
+  CountedPoint::running = true;
+  joiner.Finish();
+  EXPECT_EQ(joiner.GetList().size(), count);
+}
+
+TEST_F(LineJoinerOfCountedPoints, PiecesAreFoundWithoutALookAtTheOthers) {
+  constexpr int kPieces = 4000;
+  CountedJoiner joiner(CountedPoint::running);
+  StopAt(0);
+  for (int i = 0; i < kPieces; ++i) Add(joiner, 2 * i, 2 * i + 1);
+  joiner.Finish();
+  EXPECT_LT(CountedPoint::comparisons, 40 * kPieces);
+  EXPECT_EQ(joiner.GetList().size(), std::size_t{kPieces});
+}
+
+TEST_F(LineJoinerOfCountedPoints, PointsAreGivenBackByAllThatDropsThem) {
+  struct Case {
+    const char* name;
+    void (*run)(CountedJoiner& joiner);
+  };
+  const std::vector<Case> cases = {
+      {"area that was closed with the flag down",
+       [](CountedJoiner& joiner) {
+         AddLines(joiner);
+         CountedPoint::running = false;
+         joiner.Join();
+         CountedPoint::running = true;
+       }},
+      {"interior lines that were finished with the flag down",
+       [](CountedJoiner& joiner) {
+         Add(joiner, 1, 2, false);
+         joiner.Join();
+         CountedPoint::running = false;
+         joiner.Finish();
+         CountedPoint::running = true;
+       }},
+      {"border list",
+       [](CountedJoiner& joiner) {
+         AddLines(joiner);
+         joiner.Finish();
+         joiner.ClearBorder();
+       }},
+      {"point that two lines had in common",
+       [](CountedJoiner& joiner) {
+         AddLines(joiner);
+         joiner.Join();
+         AddGaps(joiner);
+         joiner.Finish();
+         joiner.ClearBorder();
+       }},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.name);
+    CountedJoiner joiner(CountedPoint::running);
+    for (int i = 0; i < 10; ++i) test.run(joiner);
+    const std::int64_t living = CountedPoint::living;
+    for (int i = 0; i < 1000; ++i) test.run(joiner);
+    EXPECT_EQ(CountedPoint::living, living);
+  }
 }
 
 TEST(LineJoiner, PointsInSpaceJoinWhereTheirHeightsAreEqualToo) {

@@ -1,6 +1,8 @@
 #include <cmath>
 #include <deque>
+#include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <random>
 #include <string>
 #include <type_traits>
@@ -71,6 +73,27 @@ TEST(GtlPolyline, GrowsAndShrinksAtBothEnds) {
   line.Clear();
   EXPECT_TRUE(line.IsEmpty());
   EXPECT_FALSE(ExtentsOf(line).IsValid());
+}
+
+TEST(GtlPolyline, ForgetsTheHeightOfAPointWithoutAPlaceWhenItIsGone) {
+  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+  Polyline<Deep> other;
+  other.AddBack({1, 1, 1});
+  const std::vector<std::pair<std::string, std::function<void(Polyline<Deep>&)>>> ways = {
+      {"add front", [](auto& line) { line.AddFront({1, 1, 1}); }},
+      {"add back", [](auto& line) { line.AddBack({1, 1, 1}); }},
+      {"insert", [&](auto& line) { line.Insert(0, other); }}};
+  for (const auto& [name, add] : ways) {
+    SCOPED_TRACE(name);
+    Polyline<Deep> line;
+    line.AddBack({kNaN, kNaN, 7});
+    line.RemoveBack();
+    add(line);
+    Extents3D<double> extents;
+    line.AddExtents(extents);
+    EXPECT_EQ(extents.MinZ(), 1);
+    EXPECT_EQ(extents.MaxZ(), 1);
+  }
 }
 
 TEST(GtlPolyline, TakesAPointOfItsOwnWhileItMoves) {

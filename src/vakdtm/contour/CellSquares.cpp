@@ -39,10 +39,14 @@ unsigned CountOnOneSide(const double* cells, unsigned most, double level) {
 
 }  // namespace
 
+CellSquares::CellSquares(int block)
+    : block_(block), width_(static_cast<unsigned>(DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(block)))) {}
+
 void CellSquares::SetAccess(DtmAccess* access) {
   access_ = access;
   side_ = 0;
   inner_ = 0;
+  cells_ = {};
   const DtmFile* const file = access == nullptr ? nullptr : access->GetDtmFile();
   cellSize_ = file == nullptr ? 0 : file->CellSize();
 }
@@ -73,7 +77,7 @@ bool CellSquares::ReadAcross(int row, int col) {
   const bool isIn = static_cast<unsigned>(row) - static_cast<unsigned>(row_) < side_ &&
                     static_cast<unsigned>(col) - static_cast<unsigned>(col_) < side_;
   // A reader of a live model notices here that an area has appeared where there was none.
-  if (file != nullptr && (!isIn || IsStale() || file->NumAreas() != areaCount_)) Enter(row, col);
+  if (file != nullptr && (!isIn || file->NumAreas() != areaCount_)) Enter(row, col);
   bool read = true;
   for (int vertex = 0; vertex < 4; ++vertex) {
     double& z = vertices_[static_cast<std::size_t>(vertex)].z;
@@ -85,64 +89,77 @@ bool CellSquares::ReadAcross(int row, int col) {
 bool CellSquares::ReadHeight(int row, int col, double& z) {
   const auto up = static_cast<unsigned>(row) - static_cast<unsigned>(row_);
   const auto right = static_cast<unsigned>(col) - static_cast<unsigned>(col_);
-  const Cells& cells = cells_[(up < side_ ? 0U : 2U) + (right < side_ ? 0U : 1U)];
-  // A fallback that was used for another vertex may have closed blocks.
-  if (!cells.known || IsStale()) return access_->GetDoubleValue(row, col, block_, z);
+  const unsigned area = (up < side_ ? 0U : 2U) + (right < side_ ? 0U : 1U);
+  // Also between the vertices of a square: one of them may have taken the place of another's area.
+  if (IsStale()) Forget();
+  if (cells_[area].state == Cells::kUnknown) LookUp(area);
+  const Cells& cells = cells_[area];
+  if (cells.state != Cells::kKnown) return access_->GetDoubleValue(row, col, block_, z);
   z = EmptyDouble();
   if (cells.first == nullptr) return false;
   const unsigned inRow = up < side_ ? up : up - side_;
   const unsigned inCol = right < side_ ? right : right - side_;
-  const double* const cell = cells.first + (static_cast<std::size_t>(inRow) * side_ + inCol);
+  const std::byte* const cell = cells.first + (std::size_t{inRow} * side_ + inCol) * width_;
   // Down a column each cell would have to be waited for.
-  if (right >= side_ && inRow + kRowsAhead < side_) __builtin_prefetch(cell + std::size_t{kRowsAhead} * side_);
-  z = LoadCell(cell);
-  return true;
+  if (right >= side_ && inRow + kRowsAhead < side_) __builtin_prefetch(cell + std::size_t{kRowsAhead} * side_ * width_);
+  return LoadAsDouble(cell, block_, 0, z);
 }
 
-/// Looks up where the cells of the area at this cell and its neighbours are.
+/// Makes the area at this cell the one that is read in, with nothing known of it and its neighbours.
 void CellSquares::Enter(int row, int col) {
   const DtmFile& file = *access_->GetDtmFile();
   const int size = file.AreaSize();
   side_ = static_cast<unsigned>(size);
-  inner_ = 0;
-  cells_ = {};
   row_ = static_cast<int>(static_cast<unsigned>(CalcAreaIndex(size, row)) * side_);
   col_ = static_cast<int>(static_cast<unsigned>(CalcAreaIndex(size, col)) * side_);
   areaCount_ = file.NumAreas();
-  releases_ = access_->NumReleases();
-  if (DtmDataBlock::GetDataType(block_) != 'd') return;
-  // To enter an area may push another out of the access. The second time all of them are in it, unless it keeps none.
-  if (!FindAreas() && !FindAreas()) {
-    for (std::size_t i = 1; i < cells_.size(); ++i) cells_[i] = {};
-  }
-  if (cells_[0].first != nullptr) inner_ = side_ - 1;
+  Forget();
 }
 
-/// @return whether no block was closed meanwhile.
-bool CellSquares::FindAreas() {
+/// For blocks that may have been closed.
+void CellSquares::Forget() {
+  cells_ = {};
+  inner_ = 0;
   releases_ = access_->NumReleases();
-  const std::uint64_t before = releases_;
-  // The area itself last: it stays the current one.
-  for (unsigned i = 4; i-- > 0;) {
-    const auto row = static_cast<int>(static_cast<unsigned>(row_) + (i >= 2 ? side_ : 0U));
-    const auto col = static_cast<int>(static_cast<unsigned>(col_) + (i % 2 != 0 ? side_ : 0U));
-    cells_[i] = {reinterpret_cast<const double*>(access_->FindCell(row, col, block_)), true};
-  }
-  releases_ = access_->NumReleases();
-  return releases_ == before;
 }
 
-CellSquares::Side CellSquares::SideOfRow(int row, int col, double level) const {
+/// Looks up where the cells of the area or of one of its neighbours are.
+void CellSquares::LookUp(unsigned area) {
+  const auto row = static_cast<int>(static_cast<unsigned>(row_) + (area >= 2 ? side_ : 0U));
+  const auto col = static_cast<int>(static_cast<unsigned>(col_) + (area % 2 != 0 ? side_ : 0U));
+  if (!IsStraight(row, col)) {
+    cells_[area].state = Cells::kOneByOne;
+    return;
+  }
+  const std::byte* const first = access_->FindCell(row, col, block_);
+  // What was known before may have gone to make room for this one.
+  if (IsStale()) Forget();
+  cells_[area] = {Cells::kKnown, first};
+  if (area == 0 && first != nullptr && DtmDataBlock::GetDataType(block_) == 'd') inner_ = side_ - 1;
+}
+
+/// Whether all cells of the area that begins at this one can be read where they lie: an area at the end of what is
+/// allowed also holds cells that aren't, which are no cells to the access.
+bool CellSquares::IsStraight(int row, int col) const {
+  const DtmFile* const file = access_->GetDtmFile();
+  if (file == nullptr || width_ == 0) return false;
+  const auto isAllowed = [&](int first) {
+    return file->IsAllowed(first) && file->IsAllowed(static_cast<int>(static_cast<unsigned>(first) + (side_ - 1)));
+  };
+  return isAllowed(row) && isAllowed(col);
+}
+
+CellSquares::Side CellSquares::SideOfRow(int row, int col, double level) {
   const auto up = static_cast<unsigned>(row) - static_cast<unsigned>(row_);
-  // Of an area that is read straight the neighbours are known.
   if (up >= side_ || inner_ == 0 || col != col_ || IsStale()) return Side::kBoth;
   const std::size_t start = static_cast<std::size_t>(up) * side_;
-  const double* const cells = cells_[0].first + start;
-  if (CountOnOneSide(cells, side_, level) < side_) return Side::kBoth;
-  const bool above = LoadCell(cells) > level;
-  if (!cells_[1].known) return Side::kBoth;
+  if (CountOnOneSide(Doubles(0) + start, side_, level) < side_) return Side::kBoth;
+  if (cells_[1].state == Cells::kUnknown) LookUp(1);
+  // The neighbour may have taken the place of this area.
+  if (inner_ == 0 || cells_[1].state != Cells::kKnown) return Side::kBoth;
+  const bool above = LoadCell(Doubles(0) + start) > level;
   if (cells_[1].first != nullptr) {
-    const double right = LoadCell(cells_[1].first + start);
+    const double right = LoadCell(Doubles(1) + start);
     if (above ? !(right > level) : !(right < level)) return Side::kBoth;
   }
   return above ? Side::kAbove : Side::kBelow;
@@ -152,7 +169,7 @@ unsigned CellSquares::CountOffLevel(int row, int col, double level) const {
   const auto up = static_cast<unsigned>(row) - static_cast<unsigned>(row_);
   const auto right = static_cast<unsigned>(col) - static_cast<unsigned>(col_);
   if (up >= inner_ || right >= inner_ || IsStale()) return 0;
-  const double* const lower = cells_[0].first + (static_cast<std::size_t>(up) * side_ + right);
+  const double* const lower = Doubles(0) + (static_cast<std::size_t>(up) * side_ + right);
   const double* const upper = lower + side_;
   if ((LoadCell(lower) > level) != (LoadCell(upper) > level)) return 0;
   const unsigned below = CountOnOneSide(lower, side_ - right, level);

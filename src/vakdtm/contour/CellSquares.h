@@ -32,15 +32,18 @@ constexpr int kAllEdges = 15;
 /// The squares that neighbouring cell centres form, one at a time: heights, positions, and whether an edge is part of
 /// the border of the current area. A square belongs to the area of its vertex 0.
 ///
-/// Heights are those that `DtmAccess::GetDoubleValue` gives at the moment of reading. Where they are kept is looked up
-/// once for the squares of an area, so that reading a square costs a nanosecond or two as long as the access isn't used
-/// for many other areas in between.
+/// Heights are those that `DtmAccess::GetDoubleValue` gives at the moment of reading. Where an area keeps them is
+/// looked up when a square first needs it, and again only after the access had to give up areas for others. Of a block
+/// of kind d, reading a square within an area then costs a nanosecond or two; of other kinds, and where a square
+/// reaches into other areas, some more. An area part of which lies outside the rows and columns that are allowed is
+/// asked cell by cell.
 class CellSquares {
  public:
   /// @param block  the block that heights are of.
-  explicit CellSquares(int block) : block_(block) {}
+  explicit CellSquares(int block);
 
   /// Sets where cells are read; null: nowhere, the vertices are the caller's to set. Not owned.
+  /// What was known of another one is forgotten.
   void SetAccess(DtmAccess* access);
   DtmAccess* Access() const { return access_; }
 
@@ -54,7 +57,7 @@ class CellSquares {
     const auto up = static_cast<unsigned>(row) - static_cast<unsigned>(row_);
     const auto right = static_cast<unsigned>(col) - static_cast<unsigned>(col_);
     if (up >= inner_ || right >= inner_ || IsStale()) return ReadAcross(row, col);
-    const double* const lower = cells_[0].first + (static_cast<std::size_t>(up) * side_ + right);
+    const double* const lower = Doubles(0) + (static_cast<std::size_t>(up) * side_ + right);
     const double* const upper = lower + side_;
     vertices_[0].z = LoadCell(lower);
     vertices_[1].z = LoadCell(lower + 1);
@@ -70,16 +73,15 @@ class CellSquares {
   /// unless there is none to be read.
   /// @param col  the area's first. @return `kBoth` also for a cell on the level, an empty one, and where cells can't be
   /// read straight. Requires: an access.
-  Side SideOfRow(int row, int col, double level) const;
+  Side SideOfRow(int row, int col, double level);
 
   /// Counts the squares from this one to the right that have all corners above the level, or all below it, up to the
   /// last one that lies wholly in the area that squares were last read in.
   /// @return 0 also where cells can't be read straight. Requires: an access.
   unsigned CountOffLevel(int row, int col, double level) const;
 
-  /// Sets the position of a vertex: the centre of its cell, or where in the cell the sounding was that the height is
-  /// from, for blocks that come with that. Requires: an access.
-  void FillVertex(int row, int col, int vertex);
+  /// Sets the positions of a square's vertices: the centres of their cells, or where in the cell the sounding was that
+  /// the height is from, for blocks that come with that. Requires: an access.
   void FillVertices(int row, int col);
 
   /// The area that borders are those of.
@@ -90,8 +92,8 @@ class CellSquares {
  private:
   /// What is known of an area's cells.
   struct Cells {
-    const double* first = nullptr;  // null: they can't be read
-    bool known = false;             // or else each cell has to be asked for
+    enum { kUnknown, kOneByOne, kKnown } state = kUnknown;
+    const std::byte* first = nullptr;  // when known; null: they can't be read
   };
 
   /// Whether blocks may have been closed since.
@@ -99,10 +101,16 @@ class CellSquares {
   bool ReadAcross(int row, int col);
   bool ReadHeight(int row, int col, double& z);
   void Enter(int row, int col);
-  bool FindAreas();
+  void Forget();
+  void LookUp(unsigned area);
+  bool IsStraight(int row, int col) const;
+  /// The cells of an area that are known to be doubles.
+  const double* Doubles(unsigned area) const { return reinterpret_cast<const double*>(cells_[area].first); }
+  void FillVertex(int row, int col, int vertex);
 
   DtmAccess* access_ = nullptr;
   int block_;
+  unsigned width_;       // bytes of a cell of the block; 0 for an unknown kind
   double cellSize_ = 0;  // metres
   std::array<Vertex, 4> vertices_;
 
@@ -117,7 +125,7 @@ class CellSquares {
   int row_ = 0;
   int col_ = 0;
   unsigned side_ = 0;   // cells; 0 before any
-  unsigned inner_ = 0;  // rows and columns of squares that lie wholly in it; 0 when it can't be read straight
+  unsigned inner_ = 0;  // rows and columns of squares that lie wholly in it; 0 while they aren't known to be doubles
   std::array<Cells, 4> cells_;
   std::uint64_t releases_ = 0;
   int areaCount_ = 0;

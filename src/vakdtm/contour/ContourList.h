@@ -22,15 +22,21 @@ class ContourList {
   bool IsEmpty() const { return contours_.empty(); }
   void Clear() { contours_.clear(); }
 
-  void Add(const Contour& contour) { Add(std::deque<Contour>{contour}); }
-  /// Adds copies of contours, of any levels and none alike. Whoever wants to be told of what a creator hands over
-  /// overrides this.
+  /// Adds a copy of a contour.
+  void Add(const Contour& contour);
+  /// Adds copies of contours, of any levels and none alike. It is this that a creator calls: whoever wants to be told
+  /// of what it hands over overrides it.
   virtual void Add(const std::deque<Contour>& contours);
 
-  /// The first contour of a level among those from an index on; -1 when there is none.
+  /// The first contour of a level among those from an index on, a negative one being 0; -1 when there is none.
   int Find(double level, int first) const;
 
  private:
+  using Iterator = std::deque<Contour>::const_iterator;
+
+  /// The first from `from` on whose level isn't below this one.
+  Iterator LowerBound(const Iterator& from, double level) const;
+
   std::deque<Contour> contours_;
 };
 

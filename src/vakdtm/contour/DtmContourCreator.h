@@ -20,7 +20,8 @@ class DtmContourLevelProc;
 /// that a level can't cross aren't read.
 ///
 /// What was learned isn't forgotten when the model changes: for a model that did, a new creator is due. Lines go as
-/// `DtmContourLevelProc` traces them, with lower ground on the left. A run that was stopped gives what was complete.
+/// `DtmContourLevelProc` traces them, with lower ground on the left. A run that was stopped gives the lines that reach
+/// the border of an area, as far as they were joined; those that lie within one area are left out, though complete.
 class DtmContourCreator : public ContourCreator {
  public:
   /// @param access  not owned; must outlive this.

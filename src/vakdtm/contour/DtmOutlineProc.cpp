@@ -4,6 +4,14 @@
 #include "vakdtm/store/DtmFile.h"
 
 namespace vak {
+namespace {
+
+/// A row or column so many further on, round the ends of the type: none of the cells there is allowed.
+int Beside(int rowOrCol, int steps) {
+  return static_cast<int>(static_cast<unsigned>(rowOrCol) + static_cast<unsigned>(steps));
+}
+
+}  // namespace
 
 // What contours ask of an area, whether its range holds the level, is asked of it for a level of 0.
 DtmOutlineProc::DtmOutlineProc(const PolyClipLine& polygon, int block, const std::atomic<bool>& running)
@@ -28,9 +36,11 @@ bool DtmOutlineProc::ProcessCell(int row, int col, double& /*weight*/) {
 }
 
 void DtmOutlineProc::TraceSquare(int row, int col) {
+  const int mask = ClassifyCell();
+  if (mask == 0 && !GetUpdateExtents()) return;
   if (Access() != nullptr) Squares().FillVertices(row, col);
   if (GetUpdateExtents()) UpdateExtents();
-  AddSegment(ClassifyCell(), row, col);
+  AddSegment(mask, row, col);
 }
 
 /// Whether this is an area's first cell, which brings squares along. Such a square never does, though it may be where
@@ -46,13 +56,15 @@ bool DtmOutlineProc::StartsArea(int row, int col) {
 /// The squares below and to the left of an area, where there is no other area to bring them.
 void DtmOutlineProc::ProcessStrips(int row, int col) {
   DtmAccess& access = *Access();
+  const int below = Beside(row, -1);
+  const int left = Beside(col, -1);
   double weight = 0;
   inStrip_ = true;
-  if (access.GetArea(row - 1, col, false) == nullptr) {
-    for (int k = 0; k < side_ - 1; ++k) ProcessCell(row - 1, col + k, weight);
+  if (access.GetArea(below, col, false) == nullptr) {
+    for (int k = 0; k < side_ - 1; ++k) ProcessCell(below, Beside(col, k), weight);
   }
-  if (access.GetArea(row, col - 1, false) == nullptr) {
-    for (int k = 0; k < side_; ++k) ProcessCell(row + k, col - 1, weight);
+  if (access.GetArea(row, left, false) == nullptr) {
+    for (int k = 0; k < side_; ++k) ProcessCell(Beside(row, k), left, weight);
   }
   inStrip_ = false;
 }

@@ -25,7 +25,8 @@ class OutlineList {
   /// Puts all of them, in their own order, where `Add` would put the first: they are taken to be of one level.
   void Add(const std::deque<Outline>& outlines);
 
-  /// @param first  where to begin: behind the last one found, to go through the outlines of a level.
+  /// @param first  where to begin: behind the last one found, to go through the outlines of a level. A negative one is
+  ///               taken for 0.
   /// @return the index of the first one from there on whose level equals this one, -1 when there is none.
   int Find(double level, int first) const;
 

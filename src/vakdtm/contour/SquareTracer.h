@@ -30,16 +30,16 @@ struct SquareSegment {
 /// `Tracer` derives from this and says how a square is cut, by operations of these names:
 ///
 /// - `bool IsCrossed(int a, int b) const`: whether a line crosses the edge between two vertices, in this order;
-/// - `bool CutsOffLowerLeft() const`: of a square with all edges crossed, whether vertices 0 and 2 are cut off from
-/// each
-///   other by two pieces, or 1 and 3;
-/// - `void Cross(const SquareEdge&, SquareSegment<Point>&, bool& haveStart, bool& haveEnd)`: computes where a line
-/// crosses
-///   the edge, and makes it start or end.
+/// - `bool CutsOffLowerLeft() const`: of a square with all edges crossed, whether two pieces cut off vertices 0 and 2,
+///   or else 1 and 3;
+/// - `void Cross(const SquareEdge&, Segment&, bool& haveStart, bool& haveEnd)`: computes where a line crosses the edge,
+///   and makes that the segment's start or its end.
 ///
 /// The life of a tracer: `Init`, by a walker, or `InitNoAccess`; then `ProcessArea` and `ProcessCell`, or
 /// `ProcessCellData`; then `Fini`. A run that was stopped leaves lines behind that aren't in the result; such a tracer
-/// isn't used again. For one thread; `Clone` gives a plain clipper, so that it isn't run by several walkers.
+/// isn't used again. `Init` clears the result alone: extents go on from the run before, and the area that squares count
+/// to stays what it was until `ProcessArea` names another. For one thread; `Clone` gives a plain clipper, so that it
+/// isn't run by several walkers.
 template <typename Tracer, typename Point>
 class SquareTracer : public DtmPolyClipper {
  public:
@@ -61,7 +61,9 @@ class SquareTracer : public DtmPolyClipper {
   }
 
   /// Traces one square with the caller's vertices, anticlockwise from the lower left. All squares until `Fini` count as
-  /// one area's. @return as `ProcessCell`.
+  /// one area's. Also after `Init` it is the caller's vertices alone that count: a polygon is in the model's cells, of
+  /// which these need not be, so that it isn't asked. From here on there is no access, until the next `Init`.
+  /// @return as `ProcessCell`.
   bool ProcessCellData(int row, int col, const Vertex& p0, const Vertex& p1, const Vertex& p2, const Vertex& p3) {
     squares_.Vertices() = {p0, p1, p2, p3};
     squares_.SetAccess(nullptr);
@@ -99,7 +101,6 @@ class SquareTracer : public DtmPolyClipper {
   const Vertex& At(int vertex) const { return squares_.Vertices()[static_cast<std::size_t>(vertex)]; }
   Vertex& At(int vertex) { return squares_.Vertices()[static_cast<std::size_t>(vertex)]; }
   CellSquares& Squares() { return squares_; }
-  void FillVertex(int row, int col, int vertex) { squares_.FillVertex(row, col, vertex); }
 
   /// Whether the current area's range isn't known yet.
   bool UpdatesAreaExt() const { return areaExt_ != nullptr && updateAreaExt_; }

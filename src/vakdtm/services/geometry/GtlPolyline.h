@@ -135,6 +135,10 @@ class Polyline {
 
   void Widen(const T& point);
   void ForgetExtentsWith(const T& point);
+  /// A point that has a height but no place in the plane leaves its height behind when it is removed.
+  void ForgetExtentsIfEmpty() {
+    if (IsEmpty()) extents_.Reset();
+  }
   void FindExtents() const;
 
   SharedRing points_;  // null: no points
@@ -161,6 +165,7 @@ void Polyline<T>::Ring::MakeRoom(std::size_t added) {
 /// For a point that comes in. What isn't known yet stays so, unless it is the first point.
 template <typename T>
 void Polyline<T>::Widen(const T& point) {
+  ForgetExtentsIfEmpty();
   if (extents_.IsValid() || IsEmpty()) extents_.Update(In3D(point));
 }
 
@@ -255,6 +260,7 @@ template <typename T>
 void Polyline<T>::Insert(int index, const Polyline& other) {
   if (other.IsEmpty()) return;
   const SharedRing source = other.points_;  // keeps them as they are, be they this one's own
+  ForgetExtentsIfEmpty();
   if (extents_.IsValid() || IsEmpty()) other.AddExtents(extents_);
   Ring& points = points_.Own();
   const auto place = static_cast<std::size_t>(index);

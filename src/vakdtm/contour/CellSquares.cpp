@@ -40,7 +40,9 @@ unsigned CountOnOneSide(const double* cells, unsigned most, double level) {
 }  // namespace
 
 CellSquares::CellSquares(int block)
-    : block_(block), width_(static_cast<unsigned>(DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(block)))) {}
+    : block_(block),
+      width_(static_cast<unsigned>(DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(block)))),
+      isDouble_(DtmDataBlock::GetDataType(block) == 'd') {}
 
 void CellSquares::SetAccess(DtmAccess* access) {
   access_ = access;
@@ -99,10 +101,14 @@ bool CellSquares::ReadHeight(int row, int col, double& z) {
   if (cells.first == nullptr) return false;
   const unsigned inRow = up < side_ ? up : up - side_;
   const unsigned inCol = right < side_ ? right : right - side_;
-  const std::byte* const cell = cells.first + (std::size_t{inRow} * side_ + inCol) * width_;
+  const auto cell = static_cast<int>(inRow * side_ + inCol);
   // Down a column each cell would have to be waited for.
-  if (right >= side_ && inRow + kRowsAhead < side_) __builtin_prefetch(cell + std::size_t{kRowsAhead} * side_ * width_);
-  return LoadAsDouble(cell, block_, 0, z);
+  if (right >= side_ && inRow + kRowsAhead < side_) {
+    __builtin_prefetch(cells.first + (static_cast<std::size_t>(cell) + std::size_t{kRowsAhead} * side_) * width_);
+  }
+  if (!isDouble_) return LoadAsDouble(cells.first, block_, cell, z);
+  z = LoadCell(reinterpret_cast<const double*>(cells.first) + cell);
+  return true;
 }
 
 /// Makes the area at this cell the one that is read in, with nothing known of it and its neighbours.
@@ -135,7 +141,7 @@ void CellSquares::LookUp(unsigned area) {
   // What was known before may have gone to make room for this one.
   if (IsStale()) Forget();
   cells_[area] = {Cells::kKnown, first};
-  if (area == 0 && first != nullptr && DtmDataBlock::GetDataType(block_) == 'd') inner_ = side_ - 1;
+  if (area == 0 && first != nullptr && isDouble_) inner_ = side_ - 1;
 }
 
 /// Whether all cells of the area that begins at this one can be read where they lie: an area at the end of what is

@@ -111,6 +111,7 @@ class CellSquares {
   DtmAccess* access_ = nullptr;
   int block_;
   unsigned width_;       // bytes of a cell of the block; 0 for an unknown kind
+  bool isDouble_;        // the block is of kind d
   double cellSize_ = 0;  // metres
   std::array<Vertex, 4> vertices_;
 

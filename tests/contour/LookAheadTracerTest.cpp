@@ -50,50 +50,65 @@ TEST(LookAheadTracer, GivesTheLinesOfTheTracerThatGoesThroughEverySquare) {
   EXPECT_GT(found, static_cast<std::size_t>(rounds));
 }
 
-TEST(LookAheadTracer, PassesRowsThatTheLevelMissesAndOnlyThose) {
-  TestGrid grid;
-  grid.Draw(
-      "1 1 1 1\n"
-      "1 1 1 1\n"
-      "5 5 5 5\n"
-      "5 5 5 5\n");
-  const int size = grid.File().AreaSize();
-  AreaExtMap map;
-  Trace<LookAheadTracer>(grid, PolyClipLine(), 3, dVAL, map);
+/// A grid of two heights with the level between them, and a map that knows its ranges.
+class TwoHeights {
+ public:
+  TwoHeights() {
+    grid_.Draw(
+        "1 1 1 1\n"
+        "1 5 1 1\n"
+        "1 1 1 1\n"
+        "1 1 1 1\n");
+    Trace<LookAheadTracer>(grid_, PolyClipLine(), 3, dVAL, map_);
+  }
+
+  /// Announces the area. @return what is left for the walker.
+  double Announce(LookAheadTracer& tracer, bool& answer) {
+    tracer.SetAreaExtMap(&map_);
+    EXPECT_TRUE(tracer.Init(grid_.Access()));
+    double weight = 1.0;
+    answer = tracer.ProcessArea(0, 0, weight);
+    return weight;
+  }
+  AreaExtMap& Map() { return map_; }
+
+ private:
+  TestGrid grid_;
+  AreaExtMap map_;
+};
+
+TEST(LookAheadTracer, LeavesTheWalkerNothingOfAnAreaWhoseRangeIsKnown) {
+  TwoHeights model;
+  bool answer = false;
   LookAheadTracer tracer(PolyClipLine(), 3, dVAL, kRunning);
-  tracer.SetAreaExtMap(&map);
-  ASSERT_TRUE(tracer.Init(grid.Access()));
-  double weight = 1.0;
-  ASSERT_TRUE(tracer.ProcessArea(0, 0, weight));
-  // Where its cells are isn't known before the first square of the area was read.
-  EXPECT_TRUE(tracer.InitRow(0, 0, size));
-  EXPECT_TRUE(tracer.ProcessCell(0, 0, weight));
-  EXPECT_TRUE(tracer.InitRow(1, 0, size)) << "the level lies in between";
-  EXPECT_FALSE(tracer.InitRow(2, 0, size));
-  EXPECT_TRUE(tracer.InitRow(3, 0, size)) << "it needs the cells of the area above";
-  EXPECT_FALSE(tracer.InitRow(0, 0, size));
+  EXPECT_EQ(model.Announce(tracer, answer), 0.0);
+  EXPECT_TRUE(answer);
+  EXPECT_TRUE(tracer.Fini());
+  ASSERT_EQ(tracer.GetList().size(), 1U);
+  EXPECT_EQ(tracer.GetList()[0].NumPoints(), 5);
 }
 
-TEST(LookAheadTracer, StopsWhereTheOtherWouldAlsoAmongSquaresThatItHasSeen) {
-  TestGrid grid;
-  grid.Draw(
-      "1 1 1 1\n"
-      "1 1 1 1\n"
-      "1 1 1 1\n"
-      "1 1 5 1\n");
-  AreaExtMap map;
-  Trace<LookAheadTracer>(grid, PolyClipLine(), 3, dVAL, map);
-  std::atomic<bool> running{true};
-  LookAheadTracer tracer(PolyClipLine(), 3, dVAL, running);
-  tracer.SetAreaExtMap(&map);
-  ASSERT_TRUE(tracer.Init(grid.Access()));
+TEST(LookAheadTracer, LeavesTheWalkerTheAreaWhereThereAreRangesToLearn) {
+  TwoHeights model;
+  bool answer = false;
+  LookAheadTracer extents(PolyClipLine(), 3, dVAL, kRunning);
+  extents.SetUpdateExtents(true);
+  EXPECT_GT(model.Announce(extents, answer), 0.0);
+  model.Map().Clear();
+  LookAheadTracer tracer(PolyClipLine(), 3, dVAL, kRunning);
+  EXPECT_GT(model.Announce(tracer, answer), 0.0);
+  EXPECT_TRUE(answer);
+}
+
+TEST(LookAheadTracer, LeavesTheStopToTheWalkersFirstSquare) {
+  TwoHeights model;
+  bool answer = false;
+  const std::atomic<bool> stopped{false};
+  LookAheadTracer tracer(PolyClipLine(), 3, dVAL, stopped);
+  EXPECT_GT(model.Announce(tracer, answer), 0.0);
+  EXPECT_TRUE(answer);
   double weight = 1.0;
-  ASSERT_TRUE(tracer.ProcessArea(0, 0, weight));
-  EXPECT_TRUE(tracer.ProcessCell(1, 0, weight));
-  EXPECT_TRUE(tracer.ProcessCell(1, 0, weight));
-  running = false;
-  EXPECT_TRUE(tracer.InitRow(2, 0, grid.File().AreaSize())) << "so that a square is asked for";
-  EXPECT_FALSE(tracer.ProcessCell(1, 1, weight));
+  EXPECT_FALSE(tracer.ProcessCell(0, 0, weight));
 }
 
 }  // namespace

@@ -25,18 +25,6 @@ bool FindOffset(DtmAccess& access, int row, int col, int block, double& offset) 
   return !IsEmptyValue(stored);
 }
 
-/// How many cells from the first on are above the level, or, when that one isn't, below it. Of an empty cell neither
-/// holds.
-unsigned CountOnOneSide(const double* cells, unsigned most, double level) {
-  unsigned count = 0;
-  if (LoadCell(cells) > level) {
-    while (count < most && LoadCell(cells + count) > level) ++count;
-  } else {
-    while (count < most && LoadCell(cells + count) < level) ++count;
-  }
-  return count;
-}
-
 }  // namespace
 
 CellSquares::CellSquares(int block)
@@ -155,32 +143,11 @@ bool CellSquares::IsStraight(int row, int col) const {
   return isAllowed(row) && isAllowed(col);
 }
 
-CellSquares::Side CellSquares::SideOfRow(int row, int col, double level) {
-  const auto up = static_cast<unsigned>(row) - static_cast<unsigned>(row_);
-  if (up >= side_ || inner_ == 0 || col != col_ || IsStale()) return Side::kBoth;
-  const std::size_t start = static_cast<std::size_t>(up) * side_;
-  if (CountOnOneSide(Doubles(0) + start, side_, level) < side_) return Side::kBoth;
-  if (cells_[1].state == Cells::kUnknown) LookUp(1);
-  // The neighbour may have taken the place of this area.
-  if (inner_ == 0 || cells_[1].state != Cells::kKnown) return Side::kBoth;
-  const bool above = LoadCell(Doubles(0) + start) > level;
-  if (cells_[1].first != nullptr) {
-    const double right = LoadCell(Doubles(1) + start);
-    if (above ? !(right > level) : !(right < level)) return Side::kBoth;
-  }
-  return above ? Side::kAbove : Side::kBelow;
-}
-
-unsigned CellSquares::CountOffLevel(int row, int col, double level) const {
-  const auto up = static_cast<unsigned>(row) - static_cast<unsigned>(row_);
-  const auto right = static_cast<unsigned>(col) - static_cast<unsigned>(col_);
-  if (up >= inner_ || right >= inner_ || IsStale()) return 0;
-  const double* const lower = Doubles(0) + (static_cast<std::size_t>(up) * side_ + right);
-  const double* const upper = lower + side_;
-  if ((LoadCell(lower) > level) != (LoadCell(upper) > level)) return 0;
-  const unsigned below = CountOnOneSide(lower, side_ - right, level);
-  const unsigned both = below < 2 ? 0 : CountOnOneSide(upper, below, level);
-  return both < 2 ? 0 : both - 1;
+const double* CellSquares::FindDoubles(int row, int col) {
+  if (access_->GetDtmFile() == nullptr) return nullptr;
+  Enter(row, col);
+  LookUp(0);
+  return inner_ > 0 && row == row_ && col == col_ ? Doubles(0) : nullptr;
 }
 
 void CellSquares::FillVertex(int row, int col, int vertex) {

@@ -66,19 +66,11 @@ class CellSquares {
     return true;
   }
 
-  /// On which side of a level cells are.
-  enum class Side { kBelow, kAbove, kBoth };
-
-  /// Looks at a row of cells of the area that squares were last read in, and the first cell of the area at its right,
-  /// unless there is none to be read.
-  /// @param col  the area's first. @return `kBoth` also for a cell on the level, an empty one, and where cells can't be
-  /// read straight. Requires: an access.
-  Side SideOfRow(int row, int col, double level);
-
-  /// Counts the squares from this one to the right that have all corners above the level, or all below it, up to the
-  /// last one that lies wholly in the area that squares were last read in.
-  /// @return 0 also where cells can't be read straight. Requires: an access.
-  unsigned CountOffLevel(int row, int col, double level) const;
+  /// Where the cells of an area are, row by row: for who looks at many before squares are read. Good until the access
+  /// is used for another area.
+  /// @param row,col  of the area's first cell. @return null when they can't be read straight, or aren't doubles.
+  /// Requires: an access.
+  const double* FindDoubles(int row, int col);
 
   /// Sets the positions of a square's vertices: the centres of their cells, or where in the cell the sounding was that
   /// the height is from, for blocks that come with that. Requires: an access.

@@ -1,34 +1,32 @@
 #include "vakdtm/contour/LookAheadTracer.h"
 
+#include "vakdtm/store/DtmAccess.h"
+#include "vakdtm/store/DtmFile.h"
+
 namespace vak {
 
-bool LookAheadTracer::InitRow(int row, int colBegin, int /*colEnd*/) {
-  if (!MayLookAhead()) return true;
-  const CellSquares::Side lower = SideOfRow(row, colBegin);
-  if (lower == CellSquares::Side::kBoth) return true;
-  return SideOfRow(row + 1, colBegin) != lower;
+bool LookAheadTracer::ProcessArea(int row, int col, double& weight) {
+  if (!DtmContourLevelProc::ProcessArea(row, col, weight)) return false;
+  if (weight == 0.0 || !MayLookAhead()) return true;
+  const double* const cells = Squares().FindDoubles(row, col);
+  if (cells == nullptr) return true;
+  const auto side = static_cast<unsigned>(Access()->GetDtmFile()->AreaSize());
+  marks_.Mark(cells, side, sought_);
+  weight = 0.0;
+  return TraceMarked(row, col, side);
 }
 
-/// The upper row of one row of squares is the lower one of the next.
-CellSquares::Side LookAheadTracer::SideOfRow(int row, int col) {
-  if (hasSide_ && row == sideRow_ && col == sideCol_) return side_;
-  side_ = Squares().SideOfRow(row, col, sought_);
-  hasSide_ = true;
-  sideRow_ = row;
-  sideCol_ = col;
-  return side_;
-}
-
-bool LookAheadTracer::ProcessCell(int row, int col, double& weight) {
-  // Whether in the polygon or not, that is the answer for a square that the level misses.
-  if (IsPassed(row, col) && IsRunning()) return true;
-  if (MayLookAhead()) {
-    passedCount_ = Squares().CountOffLevel(row, col, sought_);
-    passedRow_ = row;
-    passedCol_ = col;
-    if (passedCount_ > 0) return true;
+/// In the order of a walk.
+bool LookAheadTracer::TraceMarked(int row, int col, unsigned side) {
+  for (unsigned up = 0; up < side; ++up) {
+    if (!IsRunning()) return false;
+    const bool goesOn = marks_.ForEach(up, [&](unsigned right) {
+      double weight = 1.0;
+      return ProcessCell(row + static_cast<int>(up), col + static_cast<int>(right), weight);
+    });
+    if (!goesOn) return false;
   }
-  return DtmContourLevelProc::ProcessCell(row, col, weight);
+  return true;
 }
 
 }  // namespace vak

@@ -10,18 +10,22 @@
 
 namespace vak {
 
-/// A few things on their way from one thread to another: who makes them waits while as many lie there as it takes.
+/// A few things on their way from one thread to another: who makes them waits while as many lie there as it takes, or
+/// while they weigh as much. What was taken out weighs until its taker asks for the next. For one taker.
 template <typename T>
 class BoundedQueue {
  public:
-  explicit BoundedQueue(std::size_t limit) : limit_(limit) {}
+  /// @param weight  in whatever `Push` is told it in.
+  BoundedQueue(std::size_t limit, std::size_t weight) : limit_(limit), weightLimit_(weight) {}
 
-  /// Puts something in, waiting for room. @return false, with nothing put in, once it is closed.
-  bool Push(T&& item) {
+  /// Puts something in, waiting for room; one that is too heavy by itself, until nothing else is on its way.
+  /// @return false, with nothing put in, once it is closed.
+  bool Push(T&& item, std::size_t weight) {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return closed_ || items_.size() < limit_; });
+    changed_.wait(lock, [this, weight] { return closed_ || HasRoomFor(weight); });
     if (closed_) return false;
-    items_.push_back(std::move(item));
+    items_.push_back({std::move(item), weight});
+    weight_ += weight;
     changed_.notify_all();
     return true;
   }
@@ -29,9 +33,12 @@ class BoundedQueue {
   /// Takes the oldest out, waiting for one up to `limit`. @return nothing when there is none by then.
   std::optional<T> Pop(std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
+    weight_ -= std::exchange(takenWeight_, 0);
+    changed_.notify_all();
     changed_.wait_for(lock, limit, [this] { return closed_ || !items_.empty(); });
     if (items_.empty()) return std::nullopt;
-    std::optional<T> item(std::move(items_.front()));
+    std::optional<T> item(std::move(items_.front().item));
+    takenWeight_ = items_.front().weight;
     items_.pop_front();
     changed_.notify_all();
     return item;
@@ -51,10 +58,22 @@ class BoundedQueue {
   }
 
  private:
+  struct Entry {
+    T item;
+    std::size_t weight;
+  };
+
+  bool HasRoomFor(std::size_t weight) const {
+    return items_.size() < limit_ && (weight_ == 0 || (weight <= weightLimit_ && weight_ <= weightLimit_ - weight));
+  }
+
   const std::size_t limit_;
+  const std::size_t weightLimit_;
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::deque<T> items_;  // guarded by mutex_, as is the next
+  std::deque<Entry> items_;  // guarded by mutex_, as are the next
+  std::size_t weight_ = 0;   // of those, and of what was taken last
+  std::size_t takenWeight_ = 0;
   bool closed_ = false;
 };
 

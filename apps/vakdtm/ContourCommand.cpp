@@ -25,9 +25,12 @@ struct ContourOptions : LineOptions {
 };
 
 /// The levels that are asked for. @return a status.
-int FindLevels(const ContourOptions& options, const CommandContext& context, const LineExport::Range& range,
+int FindLevels(const ContourOptions& options, const CommandContext& context, LineExport& work, DtmAccess& access,
                std::vector<double>& levels) {
-  if (!options.levels.empty() || range.IsEmpty()) return kDone;
+  // Named ones take no range.
+  if (!options.levels.empty()) return kDone;
+  LineExport::Range range;
+  if (const int status = work.FindRange(access, range); status != kDone || range.IsEmpty()) return status;
   std::string error;
   if (SpreadLevels(options.interval, options.base.value_or(0.0), range.lowest, range.highest, levels, error)) {
     return kDone;
@@ -50,11 +53,11 @@ int Contours(const ContourOptions& options, const CommandContext& context) {
   LineExport work(options, context, "contours");
   if (const int status = work.LookAtInputs(); status != kDone) return status;
   DtmAccess access(&work.Model());
-  LineExport::Range range;
-  if (const int status = work.ReadCells(access, range); status != kDone) return status;
-  if (const int status = FindLevels(options, context, range, levels); status != kDone) return status;
+  work.KeepCells(access);
+  if (const int status = FindLevels(options, context, work, access, levels); status != kDone) return status;
 
   DtmContourCreator creator(&access, work.Block());
+  creator.SetAreaCounter(&work.Areas());
   if (work.HasPolygon()) creator.SetPoly(work.Polygon());
   ContourList contours;
   return work.Run<Point>(

@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "vakdtm/frame/DtmPolyClipper.h"
 #include "vakdtm/services/text/FormatNumber.h"
 #include "vakdtm/store/CellValue.h"
 #include "vakdtm/store/DtmAccess.h"
@@ -27,8 +28,10 @@ namespace {
 
 // How much of the model's cells stay in memory between the walks of the levels.
 constexpr std::uint64_t kCellMemory = std::uint64_t{256} << 20;
-// How many steps wait for the writer: enough that a long one and short ones even out.
+// How many steps wait for the writer, and how many bytes of vertices with the one that it writes: enough that a long
+// one and short ones even out. A step is traced as a whole, so that a single one may have more.
 constexpr std::size_t kStepsWaiting = 4;
+constexpr std::size_t kBytesWaiting = std::size_t{64} << 20;
 constexpr std::chrono::milliseconds kGlance(50);
 
 bool IsCrs(const std::string& text) {
@@ -82,13 +85,10 @@ void WidenByCells(LineExport::Range& range, const std::byte* cells, std::size_t 
 }
 
 /// For the kinds that aren't stored as they read.
-void WidenByReading(LineExport::Range& range, DtmAccess& access, const DtmArea& area, int block) {
-  for (int cell = 0; cell < area.AreaSize() * area.AreaSize(); ++cell) {
-    int row = 0;
-    int col = 0;
-    area.CalcRowCol(cell, row, col);
+void WidenByReading(LineExport::Range& range, const std::byte* cells, int block, int count) {
+  for (int i = 0; i < count; ++i) {
     double value = EmptyDouble();
-    if (access.GetDoubleValue(row, col, block, value)) Widen(range, value);
+    if (LoadAsDouble(cells, block, i, value)) Widen(range, value);
   }
 }
 
@@ -96,18 +96,49 @@ void WidenByReading(LineExport::Range& range, DtmAccess& access, const DtmArea& 
 bool ReadArea(DtmAccess& access, const DtmArea& area, int block, LineExport::Range& range) {
   const std::byte* const cells = access.FindCell(area.BottomLeftRow(), area.BottomLeftCol(), block);
   if (!cells) return false;
-  const std::size_t count = static_cast<std::size_t>(area.AreaSize()) * static_cast<std::size_t>(area.AreaSize());
+  const int count = area.AreaSize() * area.AreaSize();
   switch (DtmDataBlock::GetDataType(block)) {
     case 'd':
-      WidenByCells<double>(range, cells, count);
+      WidenByCells<double>(range, cells, static_cast<std::size_t>(count));
       return true;
     case 'f':
-      WidenByCells<float>(range, cells, count);
+      WidenByCells<float>(range, cells, static_cast<std::size_t>(count));
       return true;
     default:
-      WidenByReading(range, access, area, block);
+      WidenByReading(range, cells, block, count);
       return true;
   }
+}
+
+/// The corners of a square of neighbouring cells, if its middle lies in the polygon.
+void ReadSquare(DtmAccess& access, DtmPolyClipper& clipper, int row, int col, int block, LineExport::Range& range) {
+  double weight = 1;
+  clipper.PipFractionalCell(row + 0.5, col + 0.5, weight);
+  if (weight == 0) return;
+  double value = EmptyDouble();
+  for (int corner = 0; corner < 4; ++corner) {
+    if (access.GetDoubleValue(row + corner / 2, col + corner % 2, block, value)) Widen(range, value);
+  }
+}
+
+/// What the last squares of an area take from those above it and on its right. Requires: the area shown to the clipper.
+void ReadNeighbours(DtmAccess& access, DtmPolyClipper& clipper, const DtmArea& area, int block,
+                    LineExport::Range& range) {
+  const int lastRow = area.BottomLeftRow() + area.AreaSize() - 1;
+  const int lastCol = area.BottomLeftCol() + area.AreaSize() - 1;
+  for (int i = 0; i < area.AreaSize(); ++i) {
+    ReadSquare(access, clipper, lastRow, area.BottomLeftCol() + i, block, range);
+    ReadSquare(access, clipper, area.BottomLeftRow() + i, lastCol, block, range);
+  }
+}
+
+template <typename Point>
+std::size_t BytesOf(const std::vector<TracedLine<Point>>& lines) {
+  std::size_t bytes = 0;
+  for (const TracedLine<Point>& traced : lines) {
+    bytes += sizeof traced + static_cast<std::size_t>(traced.line.NumPoints()) * sizeof(Point);
+  }
+  return bytes;
 }
 
 std::string Text(double value) {
@@ -147,6 +178,8 @@ int LineExport::LookAtInputs() {
     return context_.Fail(options_.model, "records no " + BlockLabel(block_), "ask \"vakdtm info\" which kinds it has");
   }
   if (HasPolygon() && !MeetsModel(context_, options_.polygon, polygon_, *model_)) return kCouldNotBeDone;
+  progress_ = LineProgress(model_->NumAreas(), 0);
+  bar_ = std::make_unique<ProgressBar>(context_);
   return kDone;
 }
 
@@ -199,16 +232,26 @@ int LineExport::FindOutput() {
   return kDone;
 }
 
-int LineExport::ReadCells(DtmAccess& access, Range& range) const {
+void LineExport::KeepCells(DtmAccess& access) const {
   const auto side = static_cast<std::uint64_t>(model_->AreaSize());
   const auto cellBytes = static_cast<std::uint64_t>(DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(block_)));
   access.SetCacheSize(std::max(DtmAccess::kDefaultCacheSize, kCellMemory / std::max(side * side * cellBytes, side)));
+}
+
+int LineExport::FindRange(DtmAccess& access, Range& range) {
+  DtmPolyClipper clipper(polygon_, true, false);
+  clipper.Init(access);
   for (int i = 0; DtmArea* const area = model_->GetArea(i); ++i) {
     if (StopRequested()) return context_.Stopped("nothing was kept");
-    if (area->IsEmpty()) continue;
+    progress_.Read(i);
+    bar_->Show(progress_.Fraction());
+    double surface = 1;
+    if (HasPolygon()) clipper.ProcessArea(area->BottomLeftRow(), area->BottomLeftCol(), surface);
+    if (area->IsEmpty() || surface == 0) continue;
     if (!ReadArea(access, *area, block_, range)) {
       return context_.Fail(options_.model, "an area cannot be read", "run \"vakdtm verify " + options_.model + "\"");
     }
+    if (HasPolygon()) ReadNeighbours(access, clipper, *area, block_, range);
   }
   return kDone;
 }
@@ -220,31 +263,31 @@ int LineExport::Run(const std::vector<double>& levels, const Tracer<Point>& trac
   if (const int status = OpenOutput(levels, sizeof(Point) > sizeof(GTL::Point2D<double>)); status != kDone) {
     return status;
   }
+  progress_.SetSteps(levels.size());
   std::atomic<bool> running{true};
-  BoundedQueue<Lines> queue(kStepsWaiting);
+  std::atomic<std::size_t> traced{0};
+  BoundedQueue<Lines> queue(kStepsWaiting, kBytesWaiting);
   std::thread tracer([&] {
     for (std::size_t step = 0; step < levels.size() && running; ++step) {
       Lines lines;
       trace(step, running, lines);
-      if (!queue.Push(std::move(lines))) break;
+      areas_ = 0;
+      ++traced;
+      const std::size_t bytes = BytesOf(lines);
+      if (!queue.Push(std::move(lines), bytes)) break;
     }
     queue.Close();
   });
   bool written = true;
-  {
-    ProgressBar bar(context_);
-    std::size_t done = 0;
-    while (written && !StopRequested() && !queue.IsAtEnd()) {
-      bar.Show(static_cast<double>(done) / static_cast<double>(levels.size()));
-      const std::optional<Lines> lines = queue.Pop(kGlance);
-      if (!lines) continue;
-      written = Take(*lines, shape);
-      ++done;
-    }
-    running = false;
-    queue.Close();
-    tracer.join();
+  for (std::size_t step = 0; written && !StopRequested() && !queue.IsAtEnd();) {
+    progress_.Traced(traced, areas_);
+    bar_->Show(progress_.Fraction());
+    std::optional<Lines> lines = queue.Pop(kGlance);
+    if (lines) written = Take(step++, *lines, shape);
   }
+  running = false;
+  queue.Close();
+  tracer.join();
   return written ? Finish() : FailWriting();
 }
 
@@ -258,21 +301,29 @@ int LineExport::OpenOutput(const std::vector<double>& levels, bool hasZ) {
 
 /// @return false when the output failed, or the user stopped it.
 template <typename Point>
-bool LineExport::Take(const std::vector<TracedLine<Point>>& lines, LineShape& shape) {
-  for (const TracedLine<Point>& traced : lines) {
+bool LineExport::Take(std::size_t step, std::vector<TracedLine<Point>>& lines, LineShape& shape) {
+  for (std::size_t i = 0; i < lines.size(); ++i) {
     if (StopRequested()) return false;
+    progress_.Written(step, i, lines.size());
+    bar_->Show(progress_.Fraction());
+    const TracedLine<Point> traced = std::exchange(lines[i], {});
     shape.level = traced.level;
     shape.length = traced.line.Length(false);
     shape.closed = traced.line.IsClosed();
     Split(traced.line, shape);
     if (!Take(shape)) return false;
   }
+  progress_.Written(step + 1, 0, 0);
   return true;
 }
 
 bool LineExport::Take(const LineShape& shape) {
   if (!AreFinite(shape.x) || !AreFinite(shape.y) || !AreFinite(shape.z)) {
     fault_ = "a line of level " + Text(shape.level) + " has a vertex that is no finite number";
+    return false;
+  }
+  if (!std::isfinite(tally_.length + shape.length)) {
+    fault_ = "its " + things_ + " are longer than a number can tell";
     return false;
   }
   if (tally_.levels.empty() || tally_.levels.back().level != shape.level) tally_.levels.push_back({shape.level, 0, 0});

@@ -15,6 +15,7 @@
 
 #include "Command.h"
 #include "LineOutput.h"
+#include "LineProgress.h"
 #include "ModelFile.h"
 
 struct VakDtmLineModule;
@@ -22,6 +23,7 @@ struct VakDtmLineModule;
 namespace vak {
 
 class DtmAccess;
+class ProgressBar;
 
 /// What the subcommands are told that trace lines.
 struct LineOptions {
@@ -61,7 +63,8 @@ struct LineTally {
 /// before gave. For the thread that calls.
 class LineExport {
  public:
-  /// Traces the step with this number, from 0, while the flag reads true, and appends what it found.
+  /// Traces the step with this number, from 0, while the flag reads true, and appends what it found. Counts the areas
+  /// that it walks in `Areas`, if it can.
   template <typename Point>
   using Tracer =
       std::function<void(std::size_t step, const std::atomic<bool>& running, std::vector<TracedLine<Point>>& lines)>;
@@ -79,6 +82,7 @@ class LineExport {
   DtmUpdateFile& Model() const { return *model_; }
   const PolyClipLine& Polygon() const { return polygon_; }
   bool HasPolygon() const { return !options_.polygon.empty(); }
+  std::atomic<int>& Areas() { return areas_; }
   int Block() const { return block_; }
 
   /// Lowest and highest finite value of the block over all cells.
@@ -89,9 +93,12 @@ class LineExport {
     bool IsEmpty() const { return lowest > highest; }
   };
 
-  /// Reads all cells of the block once: what can't be read is found before anything is made, and the cursor keeps them
-  /// for the walks to come, as far as there is memory meant for it. @return a status.
-  int ReadCells(DtmAccess& access, Range& range) const;
+  /// Has the cursor keep the block's cells from walk to walk, as far as there is memory meant for it.
+  void KeepCells(DtmAccess& access) const;
+
+  /// Finds the range of what lines can come from: of all areas, or of those that the polygon leaves something of, with
+  /// the cells next to them above and on the right. The walks to come find these cells in memory. @return a status.
+  int FindRange(DtmAccess& access, Range& range);
 
   /// Does the whole of it, when all else is known to be good. @return a status.
   /// @param levels  all there may be, one a step.
@@ -107,7 +114,7 @@ class LineExport {
   int Report() const;
   std::string JsonText() const;
   template <typename Point>
-  bool Take(const std::vector<TracedLine<Point>>& lines, LineShape& shape);
+  bool Take(std::size_t step, std::vector<TracedLine<Point>>& lines, LineShape& shape);
   bool Take(const LineShape& shape);
 
   const LineOptions& options_;
@@ -118,6 +125,9 @@ class LineExport {
   PolyClipLine polygon_;
   ModelFile model_;
   std::unique_ptr<LineOutput> output_;  // null where nothing is to be written
+  std::unique_ptr<ProgressBar> bar_;
+  LineProgress progress_{0, 0};
+  std::atomic<int> areas_{0};  // that the step has walked
   LineTally tally_;
   std::string fault_;  // of a line that no file can hold
 };

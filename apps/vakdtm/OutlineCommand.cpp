@@ -19,10 +19,9 @@ int Outlines(const LineOptions& options, const CommandContext& context) {
   LineExport work(options, context, "outlines");
   if (const int status = work.LookAtInputs(); status != kDone) return status;
   DtmAccess access(&work.Model());
-  LineExport::Range range;
-  if (const int status = work.ReadCells(access, range); status != kDone) return status;
 
   DtmOutlineCreator creator(&access, work.Block());
+  creator.SetAreaCounter(&work.Areas());
   if (work.HasPolygon()) creator.SetPoly(work.Polygon());
   // The lines are all of one run, and of one level, 0.
   const std::vector<double> levels = {0.0};

@@ -138,6 +138,98 @@ TEST_F(ContourCommand, WhatWasFoundIsToldAsJsonWithAFileOrWithout) {
   EXPECT_EQ(models_.Folder().Text("c.json"), Contour({"--interval", "0.75", "-o", "-"}).out);
 }
 
+TEST_F(ContourCommand, NoNumberThatIsNotFiniteGetsIntoAFile) {
+  const std::string model = models_.File("a.dtm");
+  // Where a sounding lay in its cell is stored as it is read.
+  models_.Make("a.dtm", kSlope, {"--blocks", "VAL,MIN,XMIN,YMIN"});
+  const std::string good = Contour({"--levels", "-1.5", "--block", "MIN", "-o", "-"}).out;
+  EXPECT_THAT(good, HasSubstr("\"LineString\""));
+  std::string bytes = models_.Folder().Text("a.dtm");
+  const std::size_t place = bytes.find("NMXf", bytes.rfind("aera"));
+  ASSERT_NE(place, std::string::npos);
+  const std::string infinity("\x00\x00\x80\x7f", 4);
+  bytes.replace(place + 8, 4, infinity);
+  models_.Folder().Write("a.dtm", bytes);
+  for (const Words& words : {Words{"-o", models_.File("c.geojson")}, Words{"-o", models_.File("c.gpkg")}, {"--json"}}) {
+    Words all = {"--levels", "-1.5", "--block", "MIN"};
+    all.insert(all.end(), words.begin(), words.end());
+    ExpectFails(all, kCouldNotBeDone,
+                model +
+                    ": a line of level -1.5 has a vertex that is no finite number - look for such values with "
+                    "\"vakdtm cells\"");
+  }
+}
+
+TEST_F(ContourCommand, AnAreaThatCannotBeReadEndsItWithoutAFile) {
+  models_.Make("a.dtm", "0.5,0.5,-3\n1.5,0.5,-4\n0.5,1.5,-3\n1.5,1.5,-4\n100.5,0.5,-4\n", {"--blocks", "VAL"});
+  std::string bytes = models_.Folder().Text("a.dtm");
+  // The length of the second area's first block, behind the tags of the area and the block.
+  const std::size_t block = bytes.find("LAVd", bytes.rfind("aera"));
+  ASSERT_NE(block, std::string::npos);
+  bytes[block + 4] = static_cast<char>(bytes[block + 4] ^ 0x40);
+  models_.Folder().Write("a.dtm", bytes);
+  const std::string error =
+      models_.File("a.dtm") + ": an area cannot be read - run \"vakdtm verify " + models_.File("a.dtm") + "\"";
+  for (const Words& words : {Words{"--interval", "1"}, Words{"--levels", "-3.5"}}) {
+    Words all = words;
+    all.insert(all.end(), {"-o", models_.File("c.geojson")});
+    ExpectFails(all, kCouldNotBeDone, error);
+  }
+  // Who limits it to what can be read has its lines.
+  const std::string polygon = models_.Folder().Write("p.txt", "0,0\n3,0\n3,3\n0,3\n0,0\n");
+  for (const Words& words : {Words{"--interval", "0.5", "--base", "0.25"}, Words{"--levels", "-3.75,-3.25"}}) {
+    Words all = words;
+    all.insert(all.end(), {"-o", "-", "--polygon", polygon});
+    const CommandResult result = Contour(all);
+    EXPECT_EQ(result.status, kDone) << result.err;
+    EXPECT_EQ(result.out, Collection({Feature("-3.75", false, "1.0", "[1.25,1.5],[1.25,0.5]"),
+                                      Feature("-3.25", false, "1.0", "[0.75,1.5],[0.75,0.5]")}));
+  }
+}
+
+TEST_F(ContourCommand, TheRangeUnderAPolygonHoldsAllThatItsLinesNeed) {
+  // The one square lies between the areas and belongs to the lower left one, which has a single height.
+  models_.Make("a.dtm", "63.5,63.5,-1\n64.5,63.5,-2\n63.5,64.5,-3\n64.5,64.5,-4\n", {"--blocks", "VAL"});
+  const std::string polygon = models_.Folder().Write("p.txt", "63,63\n64.2,63\n64.2,64.2\n63,64.2\n63,63\n");
+  const std::string named = Contour({"--levels", "-3.5,-2.5,-1.5", "-o", "-", "--polygon", polygon}).out;
+  EXPECT_THAT(named, HasSubstr("\"level\":-3.5"));
+  EXPECT_EQ(Contour({"--interval", "1", "--base", "0.5", "-o", "-", "--polygon", polygon}).out, named);
+  const std::string below = models_.Folder().Write("q.txt", "63,63\n63.9,63\n63.9,63.9\n63,63.9\n63,63\n");
+  EXPECT_EQ(Contour({"--interval", "1", "--base", "0.5", "-o", "-", "--polygon", below}).out, Collection({}));
+}
+
+TEST_F(ContourCommand, ALevelOfAnIntervalIsTheOneThatIsNamed) {
+  models_.Make("a.dtm", "0.5,0.5,-12.75\n1.5,0.5,-12.65\n0.5,1.5,-12.75\n1.5,1.5,-12.65\n");
+  const std::string all = Contour({"--interval", "0.1", "-o", "-"}).out;
+  EXPECT_THAT(all, HasSubstr("{\"level\":-12.7,"));
+  EXPECT_EQ(all, Contour({"--levels", "-12.7", "-o", "-"}).out);
+}
+
+TEST_F(ContourCommand, ProgressIsDrawnWhereThereIsATerminalAndErased) {
+  models_.Make("a.dtm", kSlope);
+  for (const char* command : {"contour", "outline"}) {
+    Words words = {command, models_.File("a.dtm"), "-o", models_.File("c.geojson")};
+    if (*command == 'c') words.insert(words.end(), {"--interval", "0.75"});
+    const CommandResult result = test::CommandModels::RunOnTerminal(words);
+    EXPECT_EQ(result.status, kDone);
+    EXPECT_THAT(result.err, HasSubstr(" 0 % ["));
+    EXPECT_THAT(result.err, testing::EndsWith("\033[K"));
+    words.emplace_back("--quiet");
+    EXPECT_EQ(test::CommandModels::RunOnTerminal(words).err, "");
+  }
+}
+
+TEST_F(ContourCommand, AReaderThatGoesAwayIsNoErrorToTellAbout) {
+  MakeWaves(70);
+  const CommandResult result =
+      test::RunCommand({"bash", "-c", "\"$0\" contour \"$1\" --interval 0.01 -o - | head -n 1; exit ${PIPESTATUS[0]}",
+                        VAKDTM_COMMAND, models_.File("a.dtm")})
+          .Wait();
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_EQ(result.out, "{\n");
+  EXPECT_EQ(result.err, "");
+}
+
 TEST_F(ContourCommand, WhereThereAreNoLinesAWarningSaysSo) {
   models_.Make("a.dtm", kSlope);
   const CommandResult result = Contour({"--levels", "5", "-o", models_.File("c.geojson")});

@@ -69,6 +69,35 @@ TEST_F(OutlineCommand, APolygonLimitsItByWholeAreas) {
   EXPECT_THAT(some, testing::Not(HasSubstr(",-2]")));
 }
 
+TEST_F(OutlineCommand, LengthsThatNoNumberHoldsAreRefused) {
+  models_.Make("a.dtm", "10.5,20.5,1e308\n11.5,20.5,-1e308\n", {"--blocks", "VAL"});
+  for (const Words& words : {Words{"-o", models_.File("o.geojson")}, Words{"-o", models_.File("o.fgb")}, {"--json"}}) {
+    const CommandResult result = Outline(words);
+    EXPECT_EQ(result.status, kCouldNotBeDone);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "vakdtm outline: " + models_.File("a.dtm") +
+                              ": its outlines are longer than a number can tell - look for such values with \"vakdtm "
+                              "cells\"\n");
+  }
+  EXPECT_FALSE(models_.Folder().Has("o.geojson"));
+  EXPECT_FALSE(models_.Folder().Has("o.fgb"));
+}
+
+TEST_F(OutlineCommand, AnAreaThatCannotBeReadEndsItWithoutAFile) {
+  models_.Make("a.dtm", "0.5,0.5,-3\n100.5,0.5,-4\n", {"--blocks", "VAL"});
+  std::string bytes = models_.Folder().Text("a.dtm");
+  // The length of the second area's first block, behind the tags of the area and the block.
+  const std::size_t block = bytes.find("LAVd", bytes.rfind("aera"));
+  ASSERT_NE(block, std::string::npos);
+  bytes[block + 4] = static_cast<char>(bytes[block + 4] ^ 0x40);
+  models_.Folder().Write("a.dtm", bytes);
+  const CommandResult result = Outline({"-o", models_.File("o.geojson")});
+  EXPECT_EQ(result.status, kCouldNotBeDone);
+  EXPECT_EQ(result.err, "vakdtm outline: " + models_.File("a.dtm") + ": an area cannot be read - run \"vakdtm verify " +
+                            models_.File("a.dtm") + "\"\n");
+  EXPECT_FALSE(models_.Folder().Has("o.geojson"));
+}
+
 TEST_F(OutlineCommand, ModelWithoutDataHasNone) {
   models_.Run({"create", models_.File("a.dtm"), "--cell-size", "1"});
   const CommandResult result = Outline({"-o", models_.File("o.geojson")});

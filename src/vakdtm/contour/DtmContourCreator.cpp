@@ -18,6 +18,7 @@ int DtmContourCreator::AddLevel(double level, ContourList& out, const std::atomi
   if (extents_.IsValid() && (extents_.MinZ() > level || level > extents_.MaxZ())) return 0;
   LookAheadTracer processor(polygon_, level, block_, running);
   processor.SetAreaExtMap(&areaExtents_);
+  processor.SetAreaCounter(areaCounter_);
   processor.SetUpdateExtents(!extents_.IsValid());
   processor.ProcessAllCells(*access_);
   if (!extents_.IsValid()) extents_ = processor.Extents();
@@ -34,6 +35,7 @@ int DtmContourCreator::AddLevels(const std::vector<double>& levels, ContourList&
   for (const double level : levels) {
     LookAheadTracer processor(polygon_, level, block_, running);
     processor.SetAreaExtMap(&areaExtents_);
+    processor.SetAreaCounter(areaCounter_);
     DtmCellProcessor(access_, &processor, false).Process();
     if (!processor.GetList().empty()) ConnectSegments(processor.GetList(), level);
   }

@@ -40,6 +40,9 @@ class DtmContourCreator : public ContourCreator {
   /// of the areas stay, and are those of what the former polygon let through: with another polygon goes another map.
   void SetPoly(const PolyClipLine& polygon);
 
+  /// Has the areas counted that calls come to, for who watches from another thread. Not owned; null: nobody does.
+  void SetAreaCounter(std::atomic<int>* areas) { areaCounter_ = areas; }
+
   /// The ranges of the areas, to be kept for another creator on the same model and block.
   const AreaExtMap& GetExtMap() const { return areaExtents_; }
   void SetExtMap(const AreaExtMap& map) { areaExtents_ = map; }
@@ -52,6 +55,7 @@ class DtmContourCreator : public ContourCreator {
   DtmAccess* access_;
   PolyClipLine polygon_;
   AreaExtMap areaExtents_;
+  std::atomic<int>* areaCounter_ = nullptr;
   int block_;
   GTL::Extents3D<double> extents_;  // of the model; not valid until a run has filled them
 };

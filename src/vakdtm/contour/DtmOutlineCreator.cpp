@@ -11,6 +11,7 @@ int DtmOutlineCreator::AddLevel([[maybe_unused]] double level, OutlineList& out,
   if (extents_.IsValid() || access_ == nullptr) return 0;
   DtmOutlineProc proc(polygon_, block_, running);
   proc.SetAreaExtMap(&ranges_);
+  proc.SetAreaCounter(areaCounter_);
   proc.SetUpdateExtents(true);
   proc.ProcessAllCells(*access_);
   extents_ = proc.Extents();

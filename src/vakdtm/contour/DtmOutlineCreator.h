@@ -38,6 +38,9 @@ class DtmOutlineCreator {
   /// aren't walked, and no line is cut at it.
   void SetPoly(const PolyClipLine& polygon);
 
+  /// Has the areas counted that a call comes to, for who watches from another thread. Not owned; null: nobody does.
+  void SetAreaCounter(std::atomic<int>* areas) { areaCounter_ = areas; }
+
   /// The ranges of values of areas. A walk leaves out an area whose range doesn't hold 0: that is of use with ranges of
   /// one's own alone, as the walk itself enters none, and those that contours have learned make it leave out the areas
   /// whose heights don't span 0.
@@ -50,6 +53,7 @@ class DtmOutlineCreator {
   DtmAccess* access_;
   PolyClipLine polygon_;
   AreaExtMap ranges_;
+  std::atomic<int>* areaCounter_ = nullptr;
   int block_;
   GTL::Extents3D<double> extents_;  // valid when there is nothing more to deliver
   std::deque<Outline> outlines_;    // of the latest call

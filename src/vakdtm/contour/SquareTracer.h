@@ -89,6 +89,9 @@ class SquareTracer : public DtmPolyClipper {
   /// Sets the map of the areas' ranges, which is read and added to. Not owned; to be set before a walker runs.
   void SetAreaExtMap(AreaExtMap* map) { areaExtMap_ = map; }
 
+  /// Has the areas counted that a walk comes to, for who watches from another thread. Not owned; null: nobody does.
+  void SetAreaCounter(std::atomic<int>* areas) { areaCounter_ = areas; }
+
   /// The result: lines that reach the border of an area they were in, then the others in the order in which they were
   /// finished. Complete after `Fini`; before that, and after a stop, what has been joined so far.
   const std::vector<Line>& GetList() const { return joiner_.GetList(); }
@@ -155,6 +158,7 @@ class SquareTracer : public DtmPolyClipper {
   GTL::Extents3D<double> extents_;
   bool updateExtents_ = false;
   AreaExtMap* areaExtMap_ = nullptr;
+  std::atomic<int>* areaCounter_ = nullptr;
   AreaExt* areaExt_ = nullptr;  // the current area's
   bool updateAreaExt_ = false;
 };
@@ -163,6 +167,7 @@ template <typename Tracer, typename Point>
 bool SquareTracer<Tracer, Point>::ProcessArea(int row, int col, double& weight) {
   // The area before is complete by now, whatever comes of this one.
   JoinSegments();
+  if (areaCounter_ != nullptr) areaCounter_->fetch_add(1, std::memory_order_relaxed);
   DtmPolyClipper::ProcessArea(row, col, weight);
   if (weight == 0.0) return true;
   assert(areaExtMap_ != nullptr);

@@ -98,6 +98,7 @@ double DtmCircularInterpolator::Arc::Width() const {
 // ---- Construction
 
 DtmCircularInterpolator::DtmCircularInterpolator(int block, int radius) : block_(block), radius_(std::max(0, radius)) {
+  if (radius_ > kLargestRadius) return;
   const auto stride = static_cast<std::size_t>(radius_) * 2 + 1;
   std::vector<Polar> pattern;
   pattern.reserve(stride * stride);
@@ -139,7 +140,7 @@ bool DtmCircularInterpolator::Init(DtmAccess& access) {
   window_.reset();
   access_ = &access;
   DtmFile* const file = access.GetDtmFile();
-  if (file == nullptr) return false;
+  if (file == nullptr || pattern_ == nullptr) return false;
   own_.SetDtmFile(file);
   areaSize_ = file->AreaSize();
   cellSize_ = file->CellSize();
@@ -170,7 +171,7 @@ void DtmCircularInterpolator::MakeWindow() {
   const int hits = hasHits_ ? static_cast<int>(blocks.size()) : -1;
   if (hasHits_) blocks.push_back(iNUM);
   if (UsesOffsets()) blocks.insert(blocks.end(), offsets_.begin(), offsets_.end());
-  window_ = std::make_unique<SourceWindow>(areaSize_, radius_, std::move(blocks), hits);
+  window_ = std::make_unique<SourceWindow>(own_, radius_, std::move(blocks), hits);
   window_->KeepAreas(keep_);
 
   reach_.assign(static_cast<std::size_t>(radius_) + 1, 0);
@@ -214,13 +215,14 @@ bool DtmCircularInterpolator::ProcessArea(int row, int col, double& weight) {
 
 void DtmCircularInterpolator::MoveWindow(int row, int col) {
   const DtmFile* const file = own_.GetDtmFile();
-  // A run that fills hit counts makes sources on its way.
+  // Hit counts that are filled change where the sources are with each cell.
   if (file == nullptr || radius_ == 0 || block_ == iNUM || !SourceWindow::Pays(areaSize_, radius_)) return;
+  if (row % areaSize_ != 0 || col % areaSize_ != 0) return;
   // Areas that the window touches have rows and columns that the type can tell.
   const std::int64_t farthest = std::int64_t{file->LargestAllowed()} - 2 * (std::int64_t{areaSize_} + radius_);
   if (std::abs(std::int64_t{row}) > farthest || std::abs(std::int64_t{col}) > farthest) return;
   if (window_ == nullptr) MakeWindow();
-  window_->MoveTo(own_, row, col);
+  window_->MoveTo(row, col);
 }
 
 bool DtmCircularInterpolator::DependsOnOrder() {
@@ -254,9 +256,7 @@ bool DtmCircularInterpolator::ProcessCell(int row, int col, double& /*weight*/) 
     ++left_;
     return true;
   }
-  if (!Write(row, col)) return false;
-  if (!window_->HasArea()) window_->TakeArea(own_.GetArea(row, col, false));
-  return true;
+  return Write(row, col);
 }
 
 bool DtmCircularInterpolator::InterpolateCell(int row, int col, double& value) {
@@ -406,7 +406,7 @@ bool DtmCircularInterpolator::FindInWindow(int row, int col, Neighbour& found) {
       if (at < 0) break;
       found.row = kPiece.isColumn ? at : line;
       found.col = kPiece.isColumn ? line : at;
-      if (IsNeighbourInWindow(found, found.row - row, found.col - col)) {
+      if (IsInCircle(found, found.row - row, found.col - col)) {
         found.place = PlaceInSearch(ring, kDirection, at - middle);
         return true;
       }
@@ -416,9 +416,8 @@ bool DtmCircularInterpolator::FindInWindow(int row, int col, Neighbour& found) {
   return false;
 }
 
-/// Of a source that was found: whether it still is one and lies in the circle.
-bool DtmCircularInterpolator::IsNeighbourInWindow(Neighbour& found, int dRow, int dCol) {
-  if (!window_->IsStillSource(found.row, found.col)) return false;
+/// Of a source that was found.
+bool DtmCircularInterpolator::IsInCircle(Neighbour& found, int dRow, int dCol) {
   found.distance = PolarOf(dRow, dCol).distance;
   if (!UsesOffsets()) return true;  // the circle was cut out of the ring
   const std::size_t offset = targets_.size() + (hasHits_ ? 1 : 0);

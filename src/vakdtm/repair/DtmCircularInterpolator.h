@@ -26,12 +26,17 @@ namespace vak {
 /// Neighbours are looked for in rings, each from its upper right corner to the left; the first in each direction
 /// counts.
 ///
-/// Where an area is announced, the hits around it are looked at once, at its first hole: what comes to have hits later
-/// counts from the next area on. What the neighbours hold is read for each hole.
+/// Every hole is looked at with what its surroundings hold then, whoever changes them and when. Where an area is
+/// announced, that costs little for each: where the hits are is remembered for as long as none change, and the blocks
+/// around stay open until the walk is elsewhere, at its end or stopped, and then new begun or gone.
 ///
-/// Takes 16 (2 radius + 1)^2 bytes, shared by its clones. For one thread; `Clone` gives another its own.
+/// Takes 16 (2 radius + 1)^2 bytes, shared by its clones, and for itself a bit or two for each cell of an area with its
+/// margin. For one thread; `Clone` gives another its own.
 class DtmCircularInterpolator final : public DtmProcessor {
  public:
+  /// A table of 256 MB; `Init` refuses more.
+  static constexpr int kLargestRadius = 2000;
+
   /// @param block   id of the block to fill; 0: every height that the model records, `dVAL`, `dMIN` and `dMAX`.
   /// @param radius  how far a neighbour may be, in cells; with 0 or less nothing is ever filled.
   DtmCircularInterpolator(int block, int radius);
@@ -45,11 +50,14 @@ class DtmCircularInterpolator final : public DtmProcessor {
   /// first. Before `Init`.
   void KeepAreas(std::size_t count) { keep_ = count; }
 
-  /// Adds to what is filled and forgets nothing: a second walk fills every value twice over, to the same end.
-  /// @return false when the access has no file.
+  /// Adds to what is filled and forgets nothing: a second walk of the same model fills every value twice over, to the
+  /// same end. Of another model, cells that lack a kind which the first one had, and this one hasn't, are holes.
+  /// @return false when the access has no file, or the radius is too large.
   bool Init(DtmAccess& access) override;
 
-  /// Sets the weight to 0 where the area and the margin around it hold no data. @return true.
+  /// Sets the weight to 0 where the area and the margin around it hold no data.
+  /// @param row,col  of the area's bottom-left cell. With others nothing is remembered, each cell looked at by itself.
+  /// @return true.
   bool ProcessArea(int row, int col, double& weight) override;
 
   /// Fills the cell if it is a hole that can be filled. @return false only when a write failed.
@@ -122,7 +130,7 @@ class DtmCircularInterpolator final : public DtmProcessor {
   bool SearchWindow(int row, int col);
   template <int kDirection>
   bool FindInWindow(int row, int col, Neighbour& found);
-  bool IsNeighbourInWindow(Neighbour& found, int dRow, int dCol);
+  bool IsInCircle(Neighbour& found, int dRow, int dCol);
   void AddFromWindow(const Neighbour& neighbour);
 
   int block_;

@@ -22,37 +22,29 @@ bool SourceWindow::Pays(int areaSize, int margin) {
   return side * side <= 16 + std::int64_t{2} * areaSize * areaSize && size * size <= kMostCells;
 }
 
-SourceWindow::SourceWindow(int areaSize, int margin, std::vector<int> blocks, int hits)
-    : areaSize_(areaSize),
+SourceWindow::SourceWindow(DtmAccess& access, int margin, std::vector<int> blocks, int hits)
+    : access_(access),
+      file_(*access.GetDtmFile()),
+      areaSize_(file_.AreaSize()),
       margin_(margin),
-      size_(areaSize + 2 * margin),
+      size_(areaSize_ + 2 * margin),
       words_((size_ + kBits - 1) / kBits),
-      side_(static_cast<std::size_t>(2 * AreasInMargin(areaSize, margin) + 1)),
+      side_(static_cast<std::size_t>(2 * AreasInMargin(areaSize_, margin) + 1)),
       centre_(side_ * side_ / 2),
       ids_(std::move(blocks)),
       hits_(hits),
-      areas_(side_ * side_),
+      places_(side_ * side_),
       own_(ids_.size()) {
-  const int before = AreasInMargin(areaSize, margin) * areaSize - margin;  // cells of the first areas left of it
+  const int before = AreasInMargin(areaSize_, margin) * areaSize_ - margin;  // cells of the first areas left of it
   for (int i = 0; i < size_; ++i) {
-    areaIn_.push_back(static_cast<std::size_t>((i + before) / areaSize));
-    cellIn_.push_back((i + before) % areaSize);
+    areaIn_.push_back(static_cast<std::size_t>((i + before) / areaSize_));
+    cellIn_.push_back((i + before) % areaSize_);
   }
 }
 
-void SourceWindow::MoveTo(DtmAccess& access, int bottom, int left) {
-  const int reach = static_cast<int>(side_ / 2);
-  auto place = areas_.begin();
-  for (int i = -reach; i <= reach; ++i) {
-    for (int j = -reach; j <= reach; ++j) {
-      DtmArea* const area = access.GetArea(bottom + i * areaSize_, left + j * areaSize_, false);
-      *place++ = area != nullptr ? Keep(*area) : nullptr;
-    }
-  }
-  while (kept_.size() > keep_ + areas_.size()) {
-    places_.erase(kept_.back().area);
-    kept_.pop_back();
-  }
+void SourceWindow::MoveTo(int bottom, int left) {
+  GiveUpSurplus();
+  std::fill(places_.begin(), places_.end(), Place{});
   std::fill(own_.begin(), own_.end(), nullptr);
   bottom_ = bottom;
   left_ = left;
@@ -60,28 +52,47 @@ void SourceWindow::MoveTo(DtmAccess& access, int bottom, int left) {
   looked_ = false;
 }
 
+SourceWindow::Area* SourceWindow::LookFor(std::size_t place) {
+  const int reach = static_cast<int>(side_ / 2);
+  const int row = bottom_ + (static_cast<int>(place / side_) - reach) * areaSize_;
+  const int col = left_ + (static_cast<int>(place % side_) - reach) * areaSize_;
+  Place& found = places_[place];
+  found.numAreas = file_.NumAreas();  // before: what comes meanwhile is looked for again
+  DtmArea* const area = access_.GetArea(row, col, false);
+  found.area = area != nullptr ? Keep(*area) : nullptr;
+  return found.area;
+}
+
 SourceWindow::Area* SourceWindow::Keep(DtmArea& area) {
-  const auto [place, isNew] = places_.try_emplace(&area);
+  const auto [known, isNew] = inKept_.try_emplace(&area);
   if (isNew) {
     kept_.emplace_front();
     kept_.front().area = &area;
     kept_.front().blocks.resize(ids_.size());
-    place->second = kept_.begin();
+    known->second = kept_.begin();
   } else {
-    kept_.splice(kept_.begin(), kept_, place->second);
+    kept_.splice(kept_.begin(), kept_, known->second);
   }
   return &kept_.front();
 }
 
+/// When all areas of the window have been looked for, or the window goes on: the others have been needed longer ago.
+void SourceWindow::GiveUpSurplus() {
+  while (kept_.size() > keep_ + places_.size()) {
+    inKept_.erase(kept_.back().area);
+    kept_.pop_back();
+  }
+}
+
 void SourceWindow::Leave() {
   StepAside();
-  places_.clear();
+  inKept_.clear();
   kept_.clear();
 }
 
-void SourceWindow::Open(Area& area, std::size_t block) const {
-  area.blocks[block].tried = true;
-  area.blocks[block].held.reset(area.area->OpenDataBlock(ids_[block]));
+const DtmDataBlock* SourceWindow::Open(Area& area, std::size_t block) const {
+  area.blocks[block].reset(area.area->OpenDataBlock(ids_[block]));
+  return area.blocks[block].get();
 }
 
 template <typename Test, typename Take>
@@ -106,23 +117,39 @@ bool SourceWindow::TestCells(std::size_t areaRow, std::size_t areaCol, Test test
   return false;
 }
 
+bool SourceWindow::HasChanged() {
+  return std::any_of(seen_.begin(), seen_.end(),
+                     [](const Seen& seen) { return seen.hits->NumChanges() != seen.changes; }) ||
+         std::any_of(hitless_.begin(), hitless_.end(),
+                     [this](std::size_t place) { return Hold(place, static_cast<std::size_t>(hits_)) != nullptr; });
+}
+
 void SourceWindow::FindSources() {
   looked_ = true;
+  seen_.clear();
+  hitless_.clear();
   rows_.assign(static_cast<std::size_t>(size_ * words_), hits_ < 0 ? ~Word{0} : 0);
-  for (std::size_t area = 0; hits_ >= 0 && area < areas_.size(); ++area) {
-    const std::byte* const cells = Cells(area, static_cast<std::size_t>(hits_));
-    if (cells == nullptr) continue;
-    const auto* const hits = reinterpret_cast<const std::int32_t*>(cells);
-    TestCells(
-        area / side_, area % side_, [hits](int cell) { return LoadCell(hits + cell) > 0; },
-        [](Word& word, Word bits) {
-          word |= bits;
-          return false;
-        });
-  }
+  for (std::size_t place = 0; hits_ >= 0 && place < places_.size(); ++place) FindSources(place);
+  GiveUpSurplus();
   TurnRows();
   Overlay(rows_, across_);
   Overlay(cols_, along_);
+}
+
+void SourceWindow::FindSources(std::size_t place) {
+  const DtmDataBlock* const block = Hold(place, static_cast<std::size_t>(hits_));
+  if (block == nullptr) {
+    hitless_.push_back(place);
+    return;
+  }
+  seen_.push_back({block, block->NumChanges()});
+  const auto* const hits = reinterpret_cast<const std::int32_t*>(block->CellData());
+  TestCells(
+      place / side_, place % side_, [hits](int cell) { return LoadCell(hits + cell) > 0; },
+      [](Word& word, Word bits) {
+        word |= bits;
+        return false;
+      });
 }
 
 void SourceWindow::Overlay(const std::vector<Word>& lines, std::vector<Word>& overlaid) const {
@@ -152,34 +179,24 @@ void SourceWindow::TurnRows() {
   }
 }
 
-bool SourceWindow::IsStillSource(int row, int col) {
-  if (hits_ < 0) return true;
-  double hits = 0;
-  if (Read(row, col, static_cast<std::size_t>(hits_), hits) && hits > 0) return true;
-  rows_[static_cast<std::size_t>(row * words_ + col / kBits)] &= ~(Word{1} << (col % kBits));
-  cols_[static_cast<std::size_t>(col * words_ + row / kBits)] &= ~(Word{1} << (row % kBits));
-  return false;
-}
-
 bool SourceWindow::HasSourceWithout(std::size_t count) {
   Look();
-  for (std::size_t area = 0; area < areas_.size(); ++area) {
+  for (std::size_t place = 0; place < places_.size(); ++place) {
     for (std::size_t block = 0; block < count; ++block) {
-      if (HasSourceWithout(area / side_, area % side_, block)) return true;
+      if (HasSourceWithout(place, block)) return true;
     }
   }
   return false;
 }
 
-bool SourceWindow::HasSourceWithout(std::size_t areaRow, std::size_t areaCol, std::size_t block) {
-  const std::size_t area = areaRow * side_ + areaCol;
-  if (areas_[area] == nullptr) return hits_ < 0;
-  const std::byte* const cells = Cells(area, block);
+bool SourceWindow::HasSourceWithout(std::size_t place, std::size_t block) {
+  if (Find(place) == nullptr) return hits_ < 0;
+  const std::byte* const cells = Cells(place, block);
   const int id = ids_[block];
   const auto isSource = [](const Word& word, Word bits) { return (word & bits) != 0; };
-  if (cells == nullptr) return TestCells(areaRow, areaCol, [](int) { return true; }, isSource);
+  if (cells == nullptr) return TestCells(place / side_, place % side_, [](int) { return true; }, isSource);
   return TestCells(
-      areaRow, areaCol,
+      place / side_, place % side_,
       [cells, id](int cell) {
         double value = 0;
         return !LoadAsDouble(cells, id, cell, value) || IsEmptyValue(value);

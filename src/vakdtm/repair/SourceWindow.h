@@ -10,27 +10,28 @@
 
 #include "vakdtm/store/CellValue.h"
 #include "vakdtm/store/DtmDataBlock.h"
+#include "vakdtm/store/DtmFile.h"
 
 namespace vak {
 
 class DtmAccess;
-class DtmArea;
 
 /// An area with a margin around it, as a search from the area's cells needs it: which of the cells are sources, that
 /// is, have hits, and what the cells hold.
 ///
-/// Where the sources are is looked at once for each area, at the first need; what cells hold is read when it is asked
-/// for. The blocks that were needed stay open until as many other areas have been needed as it keeps, or it is told to
-/// leave. For one thread at a time.
+/// What cells hold is read when it is asked for, from areas too that come to be while the window stands. Where the
+/// sources are is looked at anew only when hit counts have changed since the last look, whoever changed them. The blocks
+/// that were needed stay open until as many other areas have been needed as it keeps, or it is told to leave. For one
+/// thread at a time.
 ///
 /// Cells are told by row and column within the window, from 0 at its lower left.
 class SourceWindow {
  public:
-  /// @param areaSize  cells on a side.
-  /// @param margin    cells on each side of the area.
-  /// @param blocks    ids of what is read; a cell is asked for by its place in this list.
-  /// @param hits      place of the hit counts in the list; below 0: all cells are sources, also where there is none.
-  SourceWindow(int areaSize, int margin, std::vector<int> blocks, int hits);
+  /// @param access  of an open model; finds the areas, and outlives the window.
+  /// @param margin  cells on each side of the area.
+  /// @param blocks  ids of what is read; a cell is asked for by its place in this list.
+  /// @param hits    place of the hit counts in the list; below 0: all cells are sources, also where there is none.
+  SourceWindow(DtmAccess& access, int margin, std::vector<int> blocks, int hits);
 
   /// Whether a window of these sizes pays, beside looking at cells one by one, and fits the memory.
   static bool Pays(int areaSize, int margin);
@@ -38,8 +39,8 @@ class SourceWindow {
   /// How many areas it keeps, besides those that it stands over; none at first.
   void KeepAreas(std::size_t count) { keep_ = count; }
 
-  /// Goes to an area, be there one or not. Nothing is read yet. @param access  of the model, for this call alone.
-  void MoveTo(DtmAccess& access, int bottom, int left);
+  /// Goes to an area, be there one or not. Nothing is looked for yet.
+  void MoveTo(int bottom, int left);
   bool Stands() const { return stands_; }
   /// Whether it stands where a cell's area is.
   bool StandsOver(int row, int col) const {
@@ -48,18 +49,13 @@ class SourceWindow {
   }
   int RowOf(int row) const { return row - bottom_ + margin_; }
   int ColOf(int col) const { return col - left_ + margin_; }
-  int Size() const { return size_; }
-
-  /// To be said when the area has come to be since the window stands there.
-  void TakeArea(DtmArea* area) { areas_[centre_] = area != nullptr ? Keep(*area) : nullptr; }
-  bool HasArea() const { return areas_[centre_] != nullptr; }
 
   /// The window stands nowhere then.
-  void StepAside() { stands_ = false; }
+  void StepAside() { stands_ = looked_ = false; }
   /// The same, and gives up all blocks.
   void Leave();
 
-  /// As `DtmAccess::GetDoubleValue`.
+  /// As `DtmAccess::GetDoubleValue`, blocks that could not be read being tried again.
   bool Read(int row, int col, std::size_t block, double& value) {
     const auto i = static_cast<std::size_t>(row);
     const auto j = static_cast<std::size_t>(col);
@@ -73,12 +69,10 @@ class SourceWindow {
     return cells != nullptr && LoadAsDouble(cells, ids_[block], (row - bottom_) * areaSize_ + (col - left_), value);
   }
 
-  /// Finds the sources, unless that is done.
+  /// Finds the sources, unless they are still where they were.
   void Look() {
-    if (!looked_) FindSources();
+    if (!looked_ || HasChanged()) FindSources();
   }
-  /// Whether a cell that was a source still is one; if it isn't, it is struck out.
-  bool IsStillSource(int row, int col);
   /// Whether any source lacks the value of one of the first `count` blocks.
   bool HasSourceWithout(std::size_t count);
   /// Whether there may be sources on both sides of a cell of the area, left and right of it or in its column, and above
@@ -105,37 +99,52 @@ class SourceWindow {
     void operator()(DtmDataBlock* block) const { block->Close(); }
   };
   using OpenBlock = std::unique_ptr<DtmDataBlock, CloseBlock>;  // one open count
-  struct Block {
-    OpenBlock held;
-    bool tried = false;
-  };
   struct Area {
     DtmArea* area = nullptr;
-    std::vector<Block> blocks;
+    std::vector<OpenBlock> blocks;  // null: not needed so far, or can't be read
   };
   using AreaList = std::list<Area>;
+  struct Place {
+    Area* area = nullptr;
+    int numAreas = -1;  // of the model when the area was last looked for
+  };
+  struct Seen {
+    const DtmDataBlock* hits;
+    std::uint32_t changes;
+  };
 
   static unsigned Offset(int value, int base) { return static_cast<unsigned>(value) - static_cast<unsigned>(base); }
 
-  const std::byte* Cells(std::size_t area, std::size_t block) {
-    Area* const kept = areas_[area];
-    if (kept == nullptr) return nullptr;
-    Block& asked = kept->blocks[block];
-    if (!asked.tried) Open(*kept, block);
-    return asked.held ? asked.held->CellData() : nullptr;
+  const std::byte* Cells(std::size_t place, std::size_t block) {
+    const DtmDataBlock* const held = Hold(place, block);
+    return held != nullptr ? held->CellData() : nullptr;
   }
-  bool ReadIn(std::size_t area, std::size_t block, int cell, double& value) {
-    const std::byte* const cells = Cells(area, block);
+  const DtmDataBlock* Hold(std::size_t place, std::size_t block) {
+    Area* const area = Find(place);
+    if (area == nullptr) return nullptr;
+    const OpenBlock& held = area->blocks[block];
+    return held ? held.get() : Open(*area, block);
+  }
+  Area* Find(std::size_t place) {
+    const Place& known = places_[place];
+    return known.area != nullptr || known.numAreas == file_.NumAreas() ? known.area : LookFor(place);
+  }
+  bool ReadIn(std::size_t place, std::size_t block, int cell, double& value) {
+    const std::byte* const cells = Cells(place, block);
     value = EmptyDouble();
     return cells != nullptr && LoadAsDouble(cells, ids_[block], cell, value);
   }
+  Area* LookFor(std::size_t place);
   Area* Keep(DtmArea& area);
-  void Open(Area& area, std::size_t block) const;
+  void GiveUpSurplus();
+  const DtmDataBlock* Open(Area& area, std::size_t block) const;
 
+  bool HasChanged();
   void FindSources();
+  void FindSources(std::size_t place);
   void TurnRows();
   void Overlay(const std::vector<Word>& lines, std::vector<Word>& overlaid) const;
-  bool HasSourceWithout(std::size_t areaRow, std::size_t areaCol, std::size_t block);
+  bool HasSourceWithout(std::size_t place, std::size_t block);
   /// Tests the cells of the window that lie in one of its areas. @param test  of a cell's place in the blocks.
   /// @param take  is given a word of `rows_` and the bits of the cells that passed. @return whether it answered true;
   /// the rest isn't tested then.
@@ -164,6 +173,8 @@ class SourceWindow {
     }
   }
 
+  DtmAccess& access_;
+  const DtmFile& file_;
   int areaSize_;
   int margin_;
   int size_;              // of the window, in cells
@@ -178,11 +189,13 @@ class SourceWindow {
   bool looked_ = false;
   int bottom_ = 0;
   int left_ = 0;
-  std::vector<Area*> areas_;           // of the window; null: there is none
+  std::vector<Place> places_;          // of areas, in the window
   std::vector<const std::byte*> own_;  // cells of the area itself; null: not looked for, or none
   AreaList kept_;                      // those needed last in front
-  std::unordered_map<const DtmArea*, AreaList::iterator> places_;  // in that list
+  std::unordered_map<const DtmArea*, AreaList::iterator> inKept_;
   std::size_t keep_ = 0;
+  std::vector<Seen> seen_;            // the hit counts that were looked at, as they were then
+  std::vector<std::size_t> hitless_;  // places where there were none
   std::vector<Word> rows_;    // a bit for each source; looked for from left to right
   std::vector<Word> cols_;    // the same, turned
   std::vector<Word> across_;  // of each row of the area: all rows within the margin laid over one another

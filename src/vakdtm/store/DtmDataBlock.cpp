@@ -84,7 +84,7 @@ void DtmDataBlock::MakeEmpty() {
   const std::scoped_lock lock(area_->Mutex());
   if (cells_) {
     FillCells();
-    state_.store(kModified | kEmpty, std::memory_order_relaxed);
+    PutFlags(kModified | kEmpty);
   } else if (!IsEmpty()) {
     // Were the cells left in the file and the area kept for what comes into its other blocks, they would be back after
     // the next opening.
@@ -100,10 +100,10 @@ bool DtmDataBlock::Open() {
     if (stream_ && !IsEmpty()) {
       const StreamLock streamLock(*stream_);
       if (!ReadPlace(cells.get())) return false;
-      ClearFlags();
+      PutFlags(0);
     } else {
       std::memset(cells.get(), FillByte(), static_cast<std::size_t>(size_));
-      state_.store((state_.load(std::memory_order_relaxed) & kStale) | kEmpty, std::memory_order_relaxed);
+      PutFlags((state_.load(std::memory_order_relaxed) & kStale) | kEmpty);
     }
     cells_ = std::move(cells);
   }
@@ -176,7 +176,7 @@ bool DtmDataBlock::SyncRead() {
     if (!ReadPlace(scratch)) return false;
     StoreCells(BytesPerCell(), cells_.get(), scratch, total);
   }
-  ClearFlags();
+  PutFlags(0);
   return true;
 }
 
@@ -186,7 +186,7 @@ bool DtmDataBlock::MakeUnwritten() {
   if (holdsData && !Open()) return false;
   stream_ = nullptr;
   position_ = -1;
-  state_.store(holdsData ? kModified : kEmpty, std::memory_order_relaxed);
+  PutFlags(holdsData ? kModified : kEmpty);
   if (holdsData) Close();  // modified and without a place: the cells stay
   return true;
 }

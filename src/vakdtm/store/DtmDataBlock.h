@@ -49,9 +49,12 @@ class DtmDataBlock {
   std::byte* CellData() const { return cells_.get(); }
 
   /// To be said with every change of a cell: modified, and no longer known to be empty.
-  void SetModified() { state_.store(kModified, std::memory_order_relaxed); }
+  void SetModified() { PutFlags(kModified); }
   bool IsModified() const { return (state_.load(std::memory_order_relaxed) & kModified) != 0; }
   bool IsEmpty() const { return (state_.load(std::memory_order_relaxed) & kEmpty) != 0; }
+  /// Grows with every change of resident cells, for those who keep what they have worked out of them: take the number
+  /// first, then look at the cells. Starts anew behind its greatest value, 2^29 - 1.
+  std::uint32_t NumChanges() const { return state_.load(std::memory_order_acquire) / kOneChange; }
   /// Sets the empty flag, cells untouched.
   void SetEmpty() { state_.fetch_or(kEmpty, std::memory_order_relaxed); }
   /// Resident cells are filled with the fill byte and count as modified; otherwise only the flag is set, and what the
@@ -99,16 +102,21 @@ class DtmDataBlock {
   static bool GetBlockInfo(int id, int& bytesPerCell, int& fillByte);
 
  private:
-  static constexpr std::uint8_t kModified = 1;
-  static constexpr std::uint8_t kEmpty = 2;
-  static constexpr std::uint8_t kStale = 4;  // the file still has the cells that this block was emptied of
+  static constexpr std::uint32_t kModified = 1;
+  static constexpr std::uint32_t kEmpty = 2;
+  static constexpr std::uint32_t kStale = 4;  // the file still has the cells that this block was emptied of
+  static constexpr std::uint32_t kOneChange = 8;
 
   friend class DtmArea;
 
-  void ClearEmpty() { state_.fetch_and(kModified, std::memory_order_relaxed); }
-  void ClearModified() { state_.fetch_and(kEmpty, std::memory_order_relaxed); }
+  void ClearEmpty() { state_.fetch_and(~(kEmpty | kStale), std::memory_order_relaxed); }
+  void ClearModified() { state_.fetch_and(~(kModified | kStale), std::memory_order_relaxed); }
   bool NeedsWriting() const { return (state_.load(std::memory_order_relaxed) & (kModified | kStale)) != 0; }
-  void ClearFlags() { state_.store(0, std::memory_order_relaxed); }
+  /// Sets these flags and no others, and counts a change. A load and a store: who changes cells holds the area lock.
+  void PutFlags(std::uint32_t flags) {
+    const std::uint32_t changes = state_.load(std::memory_order_relaxed) & ~(kOneChange - 1);
+    state_.store((changes + kOneChange) | flags, std::memory_order_release);
+  }
   /// Frees or writes the cells if nobody holds them. Requires: area lock held.
   void Release();
   void FillCells();
@@ -124,7 +132,7 @@ class DtmDataBlock {
   DataStream* stream_ = nullptr;  // guarded by the area lock; not owned
   std::int64_t position_ = -1;    // guarded by the area lock
   std::atomic<int> openCount_{0};
-  std::atomic<std::uint8_t> state_{kEmpty};
+  std::atomic<std::uint32_t> state_{kEmpty};  // flags, and above them the changes
 };
 
 /// Holds a block open for a scope.

@@ -68,6 +68,7 @@ class DtmCircularFill::Filler {
       if (fill_.IsStopped()) return false;
       if (!FillRow(row, std::max(range.lowestCol, left), lastCol)) return false;
     }
+    WriteOut(bottom, left);
     return true;
   }
 
@@ -76,6 +77,13 @@ class DtmCircularFill::Filler {
   std::int64_t NumLeft() const { return interpolator_.NumLeft(); }
 
  private:
+  /// What was filled of an area goes to the file at once, while the other threads are filling theirs: at the end they
+  /// would all wait for the file. What can't be written now stays to be written.
+  void WriteOut(int bottom, int left) {
+    DtmArea* const area = access_.GetArea(bottom, left, false);
+    if (area != nullptr && area->IsModified()) area->SyncWrite();
+  }
+
   bool FillRow(int row, int firstCol, int lastCol) {
     double weight = 1;
     for (int col = firstCol; col <= lastCol; ++col) {

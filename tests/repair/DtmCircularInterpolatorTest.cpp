@@ -1,4 +1,5 @@
 #include <bit>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "vakdtm/frame/DtmCellProcessor.h"
+#include "vakdtm/frame/DtmMultiProcessor.h"
 #include "vakdtm/repair/DtmCircularInterpolator.h"
 
 #include "support/TestGrid.h"
@@ -18,6 +20,17 @@ namespace {
 using test::TestGrid;
 
 constexpr double kRoot2 = 1.4142135623730951;
+
+/// Ends the walk at a cell.
+class StopsAt final : public DtmProcessor {
+ public:
+  explicit StopsAt(int cells) : left_(cells) {}
+  bool Init(DtmAccess& /*access*/) override { return true; }
+  bool ProcessCell(int /*row*/, int /*col*/, double& /*weight*/) override { return --left_ > 0; }
+
+ private:
+  int left_;
+};
 
 /// A model with hits where a value is drawn.
 class DtmCircularInterpolatorTest : public testing::Test {
@@ -59,7 +72,17 @@ class DtmCircularInterpolatorTest : public testing::Test {
     return values[0];
   }
 
+  /// Hits on both sides of an area of four cells a side, which the model lacks.
+  void MakeGap() {
+    Make({dVAL, iNUM}, 4);
+    for (int row = 0; row < 4; ++row) {
+      Hit(row, -1, -1);
+      Hit(row, 4, -1);
+    }
+  }
+
   std::unique_ptr<TestGrid> grid_;
+  double weight_ = 1;
 };
 
 TEST_F(DtmCircularInterpolatorTest, RadiusZeroFillsNothing) {
@@ -147,9 +170,8 @@ TEST_F(DtmCircularInterpolatorTest, MeanIsWeighedByInverseDistance) {
   EXPECT_EQ(Filled(0, 0, dVAL, 3), sum / weights);
 }
 
-TEST_F(DtmCircularInterpolatorTest, ArcGrowsInTheOrderOfSearchAndIsNotTheSmallestOne) {
+TEST_F(DtmCircularInterpolatorTest, OppositeNeighboursOnADiagonalAreJustEnough) {
   Make({dVAL, iNUM});
-  // Met as 45, 225: opposite, so that forward and backward tie and the arc grows at its last end.
   Hit(1, 1, -1);
   Hit(-1, -1, -1);
   EXPECT_EQ(Filled(0, 0, dVAL, 1), std::nullopt);
@@ -489,6 +511,363 @@ TEST_F(DtmCircularInterpolatorTest, TellsWhereTheOrderMatters) {
   Make({dVAL}, 4);
   Hit(0, 0, -4);
   EXPECT_TRUE(dependsOnOrder(dVAL, 0, 0));
+}
+
+TEST_F(DtmCircularInterpolatorTest, TellsThatTheOrderMattersWhereItCannotKnow) {
+  Make({dVAL, iNUM}, 4);
+  Hit(0, 0, -4);
+  DtmCircularInterpolator interpolator(dVAL, 2);
+  ASSERT_TRUE(interpolator.Init(grid_->Access()));
+  EXPECT_TRUE(interpolator.DependsOnOrder()) << "before any area";
+  EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+  EXPECT_FALSE(interpolator.DependsOnOrder());
+  EXPECT_TRUE(interpolator.ProcessArea(400, 400, weight_));
+  EXPECT_EQ(weight_, 0.0);
+  EXPECT_TRUE(interpolator.DependsOnOrder()) << "the area before was another";
+  EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+  EXPECT_TRUE(interpolator.Fini());
+  EXPECT_TRUE(interpolator.DependsOnOrder()) << "after the end";
+}
+
+TEST_F(DtmCircularInterpolatorTest, OrderMattersAsFarAsTheMarginAboveAndBelow) {
+  for (const auto& [row, depends] : {std::pair(-3, false), {-2, true}, {5, true}, {6, false}}) {
+    SCOPED_TRACE(row);
+    Make({dVAL, iNUM}, 4);
+    Hit(0, 0, -4);
+    ASSERT_TRUE(grid_->Set(row, 1, iNUM, 1));
+    DtmCircularInterpolator interpolator(dVAL, 2);
+    ASSERT_TRUE(interpolator.Init(grid_->Access()));
+    EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+    EXPECT_EQ(interpolator.DependsOnOrder(), depends);
+  }
+}
+
+// ---- What changes while an area is walked
+
+TEST_F(DtmCircularInterpolatorTest, CellThatGotItsValueInANewAreaIsNoHole) {
+  MakeGap();
+  DtmCircularInterpolator interpolator(dVAL, 4);
+  ASSERT_TRUE(interpolator.Init(grid_->Access()));
+  EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+  grid_->Set(0, 0, dVAL, -99);
+  EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+  EXPECT_EQ(grid_->Get(0, 0), -99.0);
+  EXPECT_TRUE(interpolator.ProcessCell(1, 1, weight_));
+  EXPECT_EQ(grid_->Get(1, 1), -1.0);
+}
+
+TEST_F(DtmCircularInterpolatorTest, LaterOneOfAChainLeavesWhatTheEarlierHasFilled) {
+  MakeGap();
+  for (int col = 0; col < 4; ++col) Hit(8, col, -50);
+  DtmMultiProcessor chain;
+  chain.AddProcessor(new DtmCircularInterpolator(dVAL, 4));
+  chain.AddProcessor(new DtmCircularInterpolator(dVAL, 9));
+  EXPECT_TRUE(chain.ProcessRect(grid_->Access(), Page(0, 0, 4, 4)));
+  for (int cell = 0; cell < 16; ++cell) EXPECT_EQ(grid_->Get(cell / 4, cell % 4), -1.0) << cell;
+}
+
+TEST_F(DtmCircularInterpolatorTest, ValuesInANeighbourAreaThatIsNewAreUsed) {
+  for (const bool hasHits : {true, false}) {
+    SCOPED_TRACE(hasHits);
+    Make(hasHits ? std::vector<int>{dVAL, iNUM} : std::vector<int>{dVAL}, 2);
+    Hit(0, -1, -4);
+    DtmCircularInterpolator interpolator(dVAL, 2);
+    ASSERT_TRUE(interpolator.Init(grid_->Access()));
+    EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+    EXPECT_TRUE(interpolator.ProcessCell(1, 1, weight_));
+    Hit(0, 2, -8);
+    EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+    EXPECT_EQ(grid_->Get(0, 0), hasHits ? (-4.0 - 8.0 / 2) / 1.5 : -4.0)
+        << "without hits the empty cell beside it counts";
+    EXPECT_TRUE(interpolator.ProcessCell(0, 1, weight_));
+    EXPECT_EQ(grid_->Get(0, 1), hasHits ? (-8.0 - 4.0 / 2) / 1.5 : (-8.0 + grid_->Get(0, 0)) / 2);
+  }
+}
+
+TEST_F(DtmCircularInterpolatorTest, CellsThatGetHitsDuringTheAreaAreSources) {
+  for (const bool sounding : {true, false}) {
+    SCOPED_TRACE(sounding);
+    Make({dVAL, iNUM}, 4);
+    Hit(3, 3, -4);
+    DtmCircularInterpolator interpolator(dVAL, 1);
+    ASSERT_TRUE(interpolator.Init(grid_->Access()));
+    EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+    EXPECT_TRUE(interpolator.ProcessCell(1, 1, weight_));
+    EXPECT_TRUE(IsEmptyValue(grid_->Get(1, 1)));
+    for (const int col : {0, 2}) {
+      if (sounding) {
+        ASSERT_TRUE(grid_->Sound(col + 0.5, 1.5, -6));
+      } else {
+        Hit(1, col, -6);
+      }
+    }
+    EXPECT_TRUE(interpolator.ProcessCell(1, 1, weight_));
+    EXPECT_EQ(grid_->Get(1, 1), -6.0);
+  }
+}
+
+TEST_F(DtmCircularInterpolatorTest, StoppedWalkLeavesNothingOldBehind) {
+  Make({dVAL, iNUM}, 4);
+  Hit(3, 3, -4);
+  DtmMultiProcessor chain;
+  auto* const interpolator = new DtmCircularInterpolator(dVAL, 1);
+  chain.AddProcessor(interpolator);
+  chain.AddProcessor(new StopsAt(5));
+  EXPECT_FALSE(chain.ProcessAllCells(grid_->Access()));
+  EXPECT_EQ(interpolator->NumLeft(), 5);
+  for (const int col : {0, 2}) Hit(1, col, -6);
+  EXPECT_TRUE(interpolator->ProcessCell(1, 1, weight_));
+  EXPECT_EQ(grid_->Get(1, 1), -6.0);
+}
+
+TEST_F(DtmCircularInterpolatorTest, BlockThatCouldNotBeReadIsTriedAgain) {
+  for (const bool announced : {true, false}) {
+    SCOPED_TRACE(announced);
+    MakeGap();
+    Hit(3, 1, -1);
+    grid_->Clear(3, 1);
+    grid_->Reopen();
+    DtmCircularInterpolator interpolator(dVAL, 4);
+    ASSERT_TRUE(interpolator.Init(grid_->Access()));
+    if (announced) {
+      EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+    }
+    grid_->Get(0, 0);
+    for (const int col : {-1, 4}) grid_->Get(0, col, iNUM);  // so that these are there, and VAL has to be read
+    grid_->Memory().failReadsFrom = grid_->Memory().counts.reads;
+    EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+    EXPECT_TRUE(IsEmptyValue(grid_->Get(0, 0)));
+    grid_->Memory().failReadsFrom = ~std::uint64_t{0};
+    EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+    EXPECT_EQ(grid_->Get(0, 0), -1.0);
+  }
+}
+
+TEST_F(DtmCircularInterpolatorTest, AreaThatDoesNotBeginAtTheCellIsFilledAllTheSame) {
+  Make({dVAL, iNUM}, 4);
+  for (const int col : {0, 2}) Hit(1, col, -4);
+  DtmCircularInterpolator interpolator(dVAL, 1);
+  ASSERT_TRUE(interpolator.Init(grid_->Access()));
+  EXPECT_TRUE(interpolator.ProcessArea(1, 1, weight_));
+  EXPECT_TRUE(interpolator.ProcessCell(1, 1, weight_));
+  EXPECT_EQ(grid_->Get(1, 1), -4.0);
+}
+
+// ---- The ends of what cells may be
+
+TEST_F(DtmCircularInterpolatorTest, FillsInTheLastRowsAndColumns) {
+  for (const int areaSize : {1, 4, 7}) {
+    for (const int sign : {1, -1}) {
+      SCOPED_TRACE(testing::Message() << areaSize << ", " << sign);
+      Make({dVAL, iNUM}, areaSize);
+      const int end = sign * grid_->File().LargestAllowed();
+      for (const int col : {-1, 1}) {
+        Hit(end, col, -4);
+        Hit(col, end, -4);
+      }
+      for (const int radius : {1, 30}) {
+        EXPECT_EQ(Filled(end, 0, dVAL, radius), -4.0);
+        EXPECT_EQ(Filled(0, end, dVAL, radius), -4.0);
+      }
+    }
+  }
+}
+
+TEST_F(DtmCircularInterpolatorTest, OneEndIsNotTheNeighbourOfTheOther) {
+  Make({dVAL, iNUM}, 4);
+  const int end = grid_->File().LargestAllowed();
+  for (const int sign : {1, -1}) {
+    Hit(sign * end, 0, -4);
+    Hit(0, sign * end, -4);
+  }
+  for (const int radius : {20, 30}) {
+    for (const int sign : {1, -1}) {
+      EXPECT_EQ(Filled(sign * (end - 1), 0, dVAL, radius), std::nullopt);
+      EXPECT_EQ(Filled(0, sign * (end - 1), dVAL, radius), std::nullopt);
+    }
+  }
+}
+
+TEST_F(DtmCircularInterpolatorTest, CellsThatThereCannotBeStayUntouched) {
+  Make({dVAL, iNUM}, 4);
+  Hit(0, 0, -4);
+  const int areas = grid_->File().NumAreas();
+  for (const int radius : {0, 1, 9, 100}) {
+    DtmCircularInterpolator interpolator(dVAL, radius);
+    ASSERT_TRUE(interpolator.Init(grid_->Access()));
+    for (const int row : {INT_MIN, INT_MIN + 1, -4, 0, INT_MAX - 1, INT_MAX}) {
+      for (const int col : {INT_MIN, INT_MAX}) {
+        double value = 7;
+        EXPECT_TRUE(interpolator.ProcessArea(row, col, weight_));
+        EXPECT_TRUE(interpolator.ProcessCell(row, col, weight_));
+        EXPECT_TRUE(interpolator.ProcessArea(col, row, weight_));
+        EXPECT_TRUE(interpolator.ProcessCell(col, row, weight_));
+        EXPECT_TRUE(interpolator.InterpolateCell(row, col, value));
+        EXPECT_EQ(value, 7.0);
+      }
+    }
+  }
+  EXPECT_EQ(grid_->File().NumAreas(), areas);
+}
+
+TEST_F(DtmCircularInterpolatorTest, RadiusBeyondTheLimitIsRefusedAndTakesNoMemory) {
+  Make({dVAL, iNUM});
+  for (const int radius : {DtmCircularInterpolator::kLargestRadius + 1, INT_MAX}) {
+    DtmCircularInterpolator interpolator(dVAL, radius);
+    EXPECT_FALSE(interpolator.Init(grid_->Access()));
+    EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+  }
+}
+
+// ---- The accesses
+
+TEST_F(DtmCircularInterpolatorTest, KeepsAllAreasThatASearchCanReach) {
+  Make({dVAL, iNUM}, 2);
+  for (int row = -10; row <= 10; row += 2) {
+    for (int col = -10; col <= 10; col += 2) grid_->Set(row, col, iNUM, -1);  // areas without sources
+  }
+  grid_->Reopen();
+  DtmCircularInterpolator interpolator(dVAL, 10);
+  ASSERT_TRUE(interpolator.Init(grid_->Access()));
+  EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+  const std::uint64_t reads = grid_->Memory().counts.reads;
+  EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+  EXPECT_EQ(grid_->Memory().counts.reads, reads);
+}
+
+TEST_F(DtmCircularInterpolatorTest, KeepsNineAreasHoweverFewASearchCanReach) {
+  Make({dVAL}, 4);
+  for (int area = 0; area < 9; ++area) {
+    Hit(area * 4, 0, -4);
+    Hit(area * 4, 2, -4);
+  }
+  grid_->Reopen();
+  grid_->Access().SetCacheSize(0);
+  DtmCircularInterpolator interpolator(dVAL, 1);
+  ASSERT_TRUE(interpolator.Init(grid_->Access()));
+  std::uint64_t reads = 0;
+  for (int round = 0; round < 2; ++round) {
+    reads = grid_->Memory().counts.reads;
+    for (int area = 0; area < 9; ++area) {
+      double value = 7;
+      EXPECT_TRUE(interpolator.InterpolateCell(area * 4, 1, value));
+      EXPECT_EQ(value, -4.0);
+    }
+  }
+  EXPECT_EQ(grid_->Memory().counts.reads, reads) << "the second time";
+}
+
+TEST_F(DtmCircularInterpolatorTest, SearchLeavesTheWalkersAreasAlone) {
+  Make({dVAL, iNUM}, 4);
+  for (int col = -2; col <= 2; ++col) {
+    Hit(-1, col, -4);
+    Hit(0, 0, -4);
+  }
+  grid_->Set(0, 0, dVAL, EmptyDouble());
+  DtmAccess& access = grid_->Access();
+  access.SetCacheSize(0);
+  grid_->Get(0, 0);
+  const std::uint64_t releases = access.NumReleases();
+  DtmCircularInterpolator interpolator(dVAL, 2);
+  ASSERT_TRUE(interpolator.Init(access));
+  double value = 7;
+  EXPECT_TRUE(interpolator.InterpolateCell(0, 0, value));
+  EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+  EXPECT_EQ(access.NumReleases(), releases);
+}
+
+TEST_F(DtmCircularInterpolatorTest, EndOfTheWalkGivesUpTheBlocks) {
+  Make({dVAL, iNUM}, 4);
+  for (const int col : {-1, 1}) Hit(0, col, -4);
+  DtmCircularInterpolator interpolator(dVAL, 1);
+  ASSERT_TRUE(interpolator.Init(grid_->Access()));
+  EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+  EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+  const auto readsOf = [this](int col) {
+    const std::uint64_t before = grid_->Memory().counts.reads;
+    EXPECT_EQ(grid_->Get(0, col), -4.0);
+    grid_->Leave();
+    return grid_->Memory().counts.reads - before;
+  };
+  grid_->Leave();
+  EXPECT_EQ(readsOf(-1), 0U);
+  EXPECT_TRUE(interpolator.Fini());
+  EXPECT_GT(readsOf(-1), 0U);
+  EXPECT_GT(readsOf(0), 0U);
+}
+
+TEST_F(DtmCircularInterpolatorTest, AreasThatFollowOneAnotherShareWhatIsRead) {
+  Make({dVAL, iNUM}, 4);
+  for (int row = 0; row < 40; row += 2) {
+    for (int col = 0; col < 40; col += 2) Hit(row, col, -4);
+  }
+  grid_->Reopen();
+  grid_->Access().SetCacheSize(0);
+  DtmCircularInterpolator interpolator(dVAL, 4);
+  ASSERT_TRUE(interpolator.Init(grid_->Access()));
+  const std::uint64_t before = grid_->Memory().counts.reads;
+  for (int left = 0; left < 40; left += 4) {
+    EXPECT_TRUE(interpolator.ProcessArea(8, left, weight_));
+    for (int cell = 0; cell < 16; ++cell) {
+      EXPECT_TRUE(interpolator.ProcessCell(8 + cell / 4, left + cell % 4, weight_));
+    }
+  }
+  EXPECT_LE(grid_->Memory().counts.reads - before, 30U * 4) << "of thirty areas two blocks, and where they lie";
+}
+
+TEST_F(DtmCircularInterpolatorTest, CloneIsAFullCopy) {
+  Make({dVAL, iNUM});
+  for (const int col : {-1, 1}) Hit(0, col, -4);
+  auto first = std::make_unique<DtmCircularInterpolator>(dVAL, 1);
+  ASSERT_TRUE(first->Init(grid_->Access()));
+  EXPECT_TRUE(first->ProcessCell(9, 9, weight_));
+  EXPECT_EQ(first->NumLeft(), 1);
+  const std::unique_ptr<DtmProcessor> clone(first->Clone());
+  first.reset();
+  const auto* const copy = dynamic_cast<DtmCircularInterpolator*>(clone.get());
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(copy->NumLeft(), 0);
+  EXPECT_TRUE(clone->ProcessCell(0, 0, weight_)) << "on the same access, with no Init of its own";
+  EXPECT_EQ(grid_->Get(0, 0), -4.0);
+  EXPECT_EQ(copy->NumFilled(), 1);
+}
+
+TEST_F(DtmCircularInterpolatorTest, SecondInitKeepsTheKindsOfTheFirstFile) {
+  Make({dVAL, dMIN, iNUM}, 4);
+  DtmCircularInterpolator interpolator(0, 1);
+  const std::unique_ptr<TestGrid> other = std::move(grid_);
+  ASSERT_TRUE(interpolator.Init(other->Access()));
+  Make({dVAL, iNUM}, 4);
+  for (const int col : {-1, 1}) Hit(0, col, -5);
+  Hit(0, 0, -70);
+  ASSERT_TRUE(interpolator.Init(grid_->Access()));
+  EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+  EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
+  EXPECT_EQ(grid_->Get(0, 0), -5.0) << "it lacks the kind that this file doesn't have, and so all are made anew";
+}
+
+TEST_F(DtmCircularInterpolatorTest, AreaThatCannotBeMadeEndsTheRun) {
+  for (const bool announced : {true, false}) {
+    SCOPED_TRACE(announced);
+    MakeGap();
+    grid_->Memory().failFrom = grid_->Memory().changes;
+    EXPECT_FALSE(Fill(0, 0, dVAL, 4, announced));
+    EXPECT_EQ(grid_->Area(0, 0), nullptr);
+    grid_->Memory().failFrom = test::MemoryFile::kNever;
+    EXPECT_TRUE(Fill(0, 0, dVAL, 4, announced));
+    EXPECT_EQ(grid_->Get(0, 0), -1.0);
+  }
+}
+
+TEST_F(DtmCircularInterpolatorTest, CountsAreTheSameWithoutAreas) {
+  Make({dVAL, iNUM}, 4);
+  Hit(1, 0, -4);
+  Hit(1, 2, -4);
+  for (const int col : {0, 2}) ASSERT_TRUE(grid_->Set(2, col, iNUM, 1));
+  DtmCircularInterpolator interpolator(dVAL, 1);
+  EXPECT_TRUE(interpolator.ProcessLinearRect(grid_->Access(), Page(0, 0, 3.5, 3.5)));
+  EXPECT_EQ(interpolator.NumFilled(), 1);
+  EXPECT_EQ(interpolator.NumLeft(), 13) << "one of them between measured cells that lack the value";
 }
 
 }  // namespace

@@ -110,5 +110,169 @@ TEST_F(InterpolationPropertyTest, EveryQueryIsThatOfTheLiteralInterpolator) {
   EXPECT_GT(answered, 300);
 }
 
+/// An interpolator beside a literal one on the same model, whatever is asked of them and whatever others change
+/// between.
+class SideBySide {
+ public:
+  SideBySide(const RandomModel& model, int block, int radius, bool reopened, std::mt19937& random)
+      : random_(random),
+        size_(model.AreaSize()),
+        grid_(model.Make()),
+        expected_(model.Make()),
+        interpolator_(std::make_unique<DtmCircularInterpolator>(block, radius)),
+        literal_(block, radius) {
+    if (reopened) {
+      grid_->Reopen();
+      expected_->Reopen();
+    }
+    other_ = std::make_unique<DtmAccess>(&grid_->File());
+    otherExpected_ = std::make_unique<DtmAccess>(&expected_->File());
+    Init();
+  }
+
+  void Step() {
+    const int kind = Pick(0, 19);
+    const int row = Pick(-22, 22);
+    const int col = Pick(-22, 22);
+    if (kind < 3) {
+      Announce(row, col);
+    } else if (kind < 11) {
+      Process(bottom_ + Pick(0, size_ - 1), left_ + Pick(0, size_ - 1));
+    } else if (kind < 13) {
+      Process(row, col);
+    } else if (kind < 15) {
+      Query(row, col);
+    } else if (kind < 17) {
+      Change(row, col);
+    } else if (kind == 17) {
+      EXPECT_EQ(other_->MakeCellEmpty(row, col), otherExpected_->MakeCellEmpty(row, col));
+    } else if (kind == 18) {
+      interpolator_.reset(static_cast<DtmCircularInterpolator*>(interpolator_->Clone()));
+    } else {
+      Init();
+    }
+  }
+
+  void ExpectSame() {
+    EXPECT_TRUE(interpolator_->Fini());
+    EXPECT_TRUE(CellsOf(*grid_) == CellsOf(*expected_));
+  }
+
+ private:
+  int Pick(int lowest, int highest) { return std::uniform_int_distribution<int>(lowest, highest)(random_); }
+
+  void Init() {
+    EXPECT_TRUE(interpolator_->Init(grid_->Access()));
+    EXPECT_TRUE(literal_.Init(expected_->Access()));
+  }
+  void Announce(int row, int col) {
+    bottom_ = CalcAreaIndex(size_, row) * size_;
+    left_ = CalcAreaIndex(size_, col) * size_;
+    double weight = 1;
+    EXPECT_TRUE(interpolator_->ProcessArea(bottom_, left_, weight));
+    if (Pick(0, 1) == 0) interpolator_->DependsOnOrder();
+  }
+  void Process(int row, int col) {
+    double weight = 1;
+    EXPECT_EQ(interpolator_->ProcessCell(row, col, weight), literal_.ProcessCell(row, col, weight));
+  }
+  void Query(int row, int col) {
+    double value = 7;
+    double expected = 7;
+    EXPECT_TRUE(interpolator_->InterpolateCell(row, col, value));
+    literal_.InterpolateCell(row, col, expected);
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(value), std::bit_cast<std::uint64_t>(expected));
+  }
+  void Change(int row, int col) {
+    const int id = grid_->File().GetBlockId(Pick(0, grid_->File().NumBlockIds() - 1));
+    double value = Pick(0, 4) == 0 ? EmptyDouble() : -Pick(1, 20);
+    if (id == iNUM) value = Pick(-1, 2);
+    EXPECT_TRUE(other_->SetDoubleValue(row, col, id, value, id != iNUM));
+    EXPECT_TRUE(otherExpected_->SetDoubleValue(row, col, id, value, id != iNUM));
+  }
+
+  std::mt19937& random_;
+  int size_;
+  std::unique_ptr<TestGrid> grid_, expected_;
+  std::unique_ptr<DtmAccess> other_, otherExpected_;  // of somebody else
+  std::unique_ptr<DtmCircularInterpolator> interpolator_;
+  LiteralInterpolator literal_;
+  int bottom_ = 0;
+  int left_ = 0;
+};
+
+TEST_F(InterpolationPropertyTest, WhateverIsAskedAndChangedInBetweenIsAsOfTheLiteralInterpolator) {
+  for (int run = 0; run < LongForm(60, 5000, 20) && !HasFailure(); ++run) {
+    const RandomModel model(random_);
+    const int radius = Pick(0, 7);
+    const int block = model.PickBlock(random_);
+    SCOPED_TRACE(testing::Message() << "run " << run << " radius " << radius << " block " << block << " area size "
+                                    << model.AreaSize());
+    SideBySide both(model, block, radius, Pick(0, 1) == 0, random_);
+    for (int step = 0; step < 150 && !HasFailure(); ++step) both.Step();
+    both.ExpectSame();
+  }
+}
+
+/// Some cells of one area with sparse data around, as they are when both have filled them.
+void FillWide(int areaSize, int radius, bool hasOffsets, std::mt19937& random, std::int64_t& filled) {
+  const auto pick = [&](int lowest, int highest) {
+    return std::uniform_int_distribution<int>(lowest, highest)(random);
+  };
+  GridSettings settings{.cellSize = 1.0, .areaSize = areaSize, .blockIds = {dMIN, iNUM}};
+  if (hasOffsets) settings.blockIds.insert(settings.blockIds.end(), {fXMN, fYMN});
+  TestGrid grid(settings);
+  TestGrid expected(settings);
+  const int count = (areaSize + 2 * radius) * (areaSize + 2 * radius) * 10 / (radius * radius);
+  for (int i = 0; i < count; ++i) {
+    const int row = pick(-radius, areaSize + radius - 1);
+    const int col = pick(-radius, areaSize + radius - 1);
+    const int z = pick(-999, 0);
+    const int hits = pick(0, 3);
+    const int offset = pick(-50, 50);
+    for (TestGrid* const each : {&grid, &expected}) {
+      each->Set(row, col, dMIN, z / 7.0);
+      each->Set(row, col, iNUM, hits);
+      each->Set(row, col, fXMN, offset / 90.0);
+      each->Set(row, col, fYMN, offset / -95.0);
+    }
+  }
+  DtmCircularInterpolator interpolator(dMIN, radius);
+  LiteralInterpolator literal(dMIN, radius);
+  ASSERT_TRUE(interpolator.Init(grid.Access()));
+  ASSERT_TRUE(literal.Init(expected.Access()));
+  double weight = 1;
+  ASSERT_TRUE(interpolator.ProcessArea(0, 0, weight));
+  for (int i = 0; i < 40; ++i) {
+    const int row = pick(0, areaSize - 1);
+    const int col = pick(0, areaSize - 1);
+    ASSERT_TRUE(interpolator.ProcessCell(row, col, weight));
+    ASSERT_TRUE(literal.ProcessCell(row, col, weight));
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(grid.Get(row, col, dMIN)),
+              std::bit_cast<std::uint64_t>(expected.Get(row, col, dMIN)))
+        << row << ", " << col;
+  }
+  filled += interpolator.NumFilled();
+}
+
+TEST_F(InterpolationPropertyTest, WindowsOfSeveralWordsAreAsTheLiteralInterpolator) {
+  constexpr struct {
+    int areaSize, radius;
+  } kCases[] = {{64, 10}, {64, 4}, {130, 7}, {45, 12}, {100, 45}, {20, 60}};
+  const int rounds = LongForm(1, 50);
+  std::int64_t filled = 0;
+  for (int run = 0; run < rounds; ++run) {
+    for (const auto& c : kCases) {
+      for (const bool hasOffsets : {false, true}) {
+        SCOPED_TRACE(testing::Message() << "areas of " << c.areaSize << ", radius " << c.radius << ", offsets "
+                                        << hasOffsets);
+        FillWide(c.areaSize, c.radius, hasOffsets, random_, filled);
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+  EXPECT_GT(filled, rounds * 200);
+}
+
 }  // namespace
 }  // namespace vak::test

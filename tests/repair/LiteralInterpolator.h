@@ -22,7 +22,7 @@ class LiteralInterpolator final : public DtmProcessor {
   bool Init(DtmAccess& access) override {
     access_ = &access;
     if (block_ != 0) {
-      targets_ = {block_};
+      targets_.push_back(block_);
     } else {
       for (const int id : {dVAL, dMIN, dMAX}) {
         if (access.GetDtmFile()->HasBlockId(id)) targets_.push_back(id);

@@ -53,6 +53,30 @@ TEST(DtmDataBlock, SizeIsThatOfAllCells) {
   EXPECT_EQ(grid.Block(cOIL).BlockSize(), 4);
 }
 
+TEST(DtmDataBlock, CountsTheChangesOfItsCellsAndNothingElse) {
+  OneArea grid;
+  DtmDataBlock* const block = grid.TheArea().OpenDataBlock(iNUM);
+  ASSERT_NE(block, nullptr);
+  const auto changes = [&](const char* what, bool expected, auto act) {
+    const std::uint32_t before = block->NumChanges();
+    act();
+    EXPECT_EQ(block->NumChanges() != before, expected) << what;
+  };
+  changes("sounding", true, [&] { EXPECT_TRUE(grid.Sound(0.5, 0.5, -2)); });
+  changes("value", true, [&] { EXPECT_TRUE(grid.Set(0, 1, iNUM, 4)); });
+  changes("value of another kind", false, [&] { EXPECT_TRUE(grid.Set(0, 1, dVAL, 4)); });
+  changes("writing", false, [&] { EXPECT_TRUE(block->SyncWrite()); });
+  changes("opening", false, [&] { EXPECT_TRUE(block->Open()); });
+  changes("closing", false, [&] { block->Close(); });
+  changes("mark of emptiness", false, [&] { grid.TheArea().CheckEmpty(); });
+  changes("reading", true, [&] { EXPECT_TRUE(block->SyncRead()); });
+  changes("emptying of a cell", true, [&] { EXPECT_TRUE(grid.Clear(0, 1)); });
+  changes("emptying", true, [&] { block->MakeEmpty(); });
+  EXPECT_TRUE(block->IsEmpty());
+  EXPECT_TRUE(block->IsModified());
+  block->Close();
+}
+
 TEST(DtmDataBlock, OpenOfAnUnwrittenOneFillsTheCells) {
   TestGrid grid;
   DtmArea area(&grid.File(), 0, 0);

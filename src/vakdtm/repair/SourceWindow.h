@@ -20,9 +20,9 @@ class DtmAccess;
 /// is, have hits, and what the cells hold.
 ///
 /// What cells hold is read when it is asked for, from areas too that come to be while the window stands. Where the
-/// sources are is looked at anew only when hit counts have changed since the last look, whoever changed them. The blocks
-/// that were needed stay open until as many other areas have been needed as it keeps, or it is told to leave. For one
-/// thread at a time.
+/// sources are is looked at anew only when hit counts have changed since the last look, whoever changed them. The
+/// blocks that were needed stay open until as many other areas have been needed as it keeps, or it is told to leave.
+/// For one thread at a time.
 ///
 /// Cells are told by row and column within the window, from 0 at its lower left.
 class SourceWindow {
@@ -196,10 +196,10 @@ class SourceWindow {
   std::size_t keep_ = 0;
   std::vector<Seen> seen_;            // the hit counts that were looked at, as they were then
   std::vector<std::size_t> hitless_;  // places where there were none
-  std::vector<Word> rows_;    // a bit for each source; looked for from left to right
-  std::vector<Word> cols_;    // the same, turned
-  std::vector<Word> across_;  // of each row of the area: all rows within the margin laid over one another
-  std::vector<Word> along_;   // of each column
+  std::vector<Word> rows_;            // a bit for each source; looked for from left to right
+  std::vector<Word> cols_;            // the same, turned
+  std::vector<Word> across_;          // of each row of the area: all rows within the margin laid over one another
+  std::vector<Word> along_;           // of each column
 };
 
 }  // namespace vak

@@ -188,11 +188,13 @@ TEST_F(ContourCommand, AnAreaThatCannotBeReadEndsItWithoutAFile) {
 }
 
 TEST_F(ContourCommand, TheRangeUnderAPolygonHoldsAllThatItsLinesNeed) {
-  // The one square lies between the areas and belongs to the lower left one, which has a single height.
-  models_.Make("a.dtm", "63.5,63.5,-1\n64.5,63.5,-2\n63.5,64.5,-3\n64.5,64.5,-4\n", {"--blocks", "VAL"});
-  const std::string polygon = models_.Folder().Write("p.txt", "63,63\n64.2,63\n64.2,64.2\n63,64.2\n63,63\n");
+  // The one square lies between four areas and belongs to the lower left one. The polygon holds its middle, and
+  // leaves nothing of the areas on the right and above, in which the highest and the lowest value are.
+  models_.Make("a.dtm", "63.5,63.5,-2\n64.5,63.5,-1\n63.5,64.5,-4\n64.5,64.5,-3\n", {"--blocks", "VAL"});
+  const std::string polygon = models_.Folder().Write(
+      "p.txt", "63,63\n63.5,63\n63.5,63.5\n63,63\n\n64,64\n64.5,64\n64.5,64.5\n64,64.5\n64,64\n");
   const std::string named = Contour({"--levels", "-3.5,-2.5,-1.5", "-o", "-", "--polygon", polygon}).out;
-  EXPECT_THAT(named, HasSubstr("\"level\":-3.5"));
+  EXPECT_THAT(named, AllOf(HasSubstr("\"level\":-3.5"), HasSubstr("\"level\":-1.5")));
   EXPECT_EQ(Contour({"--interval", "1", "--base", "0.5", "-o", "-", "--polygon", polygon}).out, named);
   const std::string below = models_.Folder().Write("q.txt", "63,63\n63.9,63\n63.9,63.9\n63,63.9\n63,63\n");
   EXPECT_EQ(Contour({"--interval", "1", "--base", "0.5", "-o", "-", "--polygon", below}).out, Collection({}));

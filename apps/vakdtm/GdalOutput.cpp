@@ -45,6 +45,13 @@ const VakDtmLineModule* Load(const std::string& path, std::string& error, std::s
   return nullptr;
 }
 
+/// What is wrong with a file beside the target.
+std::string ObstacleText(const std::string& path, int error) {
+  if (error == EEXIST) return path + " has that name in other letters, and would share its files";
+  if (error == EISDIR) return path + ", a name that goes with it, is a folder";
+  return path + ", a name that goes with it, is no regular file";
+}
+
 std::string Remedied(bool lacksRoom) {
   return lacksRoom ? "make room, or name another file with -o" : "name another file with -o";
 }
@@ -117,7 +124,13 @@ bool GdalOutput::Complete() {
 bool GdalOutput::Commit() { return files_.Commit() || FailWith(errno); }
 
 bool GdalOutput::FailWith(int error) {
-  error_ = error == EINVAL ? "it is no regular file" : WriteErrorText(error);
+  if (!files_.Obstacle().empty()) {
+    error_ = ObstacleText(files_.Obstacle(), error);
+  } else if (error == EBUSY) {
+    error_ = "somebody else has the folder locked";
+  } else {
+    error_ = error == EINVAL ? "it is no regular file" : WriteErrorText(error);
+  }
   remedy_ = Remedied(IsLackOfRoom(error));
   files_.Abandon();
   return false;

@@ -21,6 +21,7 @@
 #include "ProgressBar.h"
 #include "ResultFile.h"
 #include "StopSignals.h"
+#include "UnfinishedSet.h"
 #include "gdal/LineModule.h"
 
 namespace vak {
@@ -65,6 +66,14 @@ void Split(const GTL::Polyline<GTL::Point3D<double>>& line, LineShape& shape) {
     shape.y[i] = point.y;
     shape.z[i] = point.z;
   }
+}
+
+/// Whether writing to the target, with all that belongs to such a file, would take the other file away.
+bool Replaces(const std::string& target, const std::string& other) {
+  const LineFormat* const format = FindLineFormat(target);
+  if (!format || target == "-") return IsSameFile(target, other);
+  const std::vector<std::string> names = UnfinishedSet::Names(target, *format);
+  return std::any_of(names.begin(), names.end(), [&other](const std::string& name) { return IsSameFile(name, other); });
 }
 
 bool AreFinite(const std::vector<double>& numbers) {
@@ -171,7 +180,7 @@ int LineExport::LookAtInputs() {
   if (HasPolygon() && !LoadPolygon(context_, options_.polygon, polygon_)) return kCouldNotBeDone;
   model_ = OpenWholeForReading(context_, options_.model);
   if (!model_) return kCouldNotBeDone;
-  if (IsSameFile(options_.output, options_.model)) {
+  if (Replaces(options_.output, options_.model)) {
     return context_.Misuse("the model would be replaced by its own " + things_, "name another file with -o");
   }
   if (!model_->HasBlockId(block_)) {
@@ -193,7 +202,7 @@ int LineExport::LookAtNames() const {
   if (!options_.crs.empty() && !IsCrs(options_.crs)) {
     return context_.Misuse("--crs: '" + options_.crs + "' is no coordinate system", "give one as EPSG:25831");
   }
-  if (IsSameFile(options_.output, options_.polygon)) {
+  if (Replaces(options_.output, options_.polygon)) {
     return context_.Misuse("the polygon would be replaced by the " + things_, "name another file with -o");
   }
   return kDone;

@@ -6,6 +6,8 @@
 #include <signal.h>
 #include <time.h>
 
+#include "DiscardOnKill.h"
+
 namespace vak {
 namespace {
 
@@ -30,6 +32,7 @@ extern "C" void OnStopSignal(int number) {
     stopRequestedAt.store(now, std::memory_order_relaxed);
     stopRequested.store(true, std::memory_order_relaxed);
   } else if (now - stopRequestedAt.load(std::memory_order_relaxed) > kSameWishMilliseconds) {
+    DiscardNamed();
     // Its usual, deadly effect, as soon as this handler has returned.
     signal(number, SIG_DFL);
     raise(number);

@@ -48,7 +48,10 @@ int UnfinishedFile::Make(const std::string& target) {
   struct stat status = {};
   if (descriptor < 0) {
     path_.clear();
-  } else if (stat(target_.c_str(), &status) == 0 && fchmod(descriptor, status.st_mode & 07777) != 0) {
+    return -1;
+  }
+  discard_.Name(path_);
+  if (stat(target_.c_str(), &status) == 0 && fchmod(descriptor, status.st_mode & 07777) != 0) {
     const int error = errno;
     close(descriptor);
     Abandon();
@@ -61,13 +64,17 @@ int UnfinishedFile::Make(const std::string& target) {
 bool UnfinishedFile::Commit(Existing existing) {
   const bool done = existing == Existing::kReplace ? std::rename(path_.c_str(), target_.c_str()) == 0
                                                    : RenameToNew(path_.c_str(), target_.c_str());
-  if (done) path_.clear();
+  if (done) {
+    path_.clear();
+    discard_.Forget();
+  }
   return done;
 }
 
 void UnfinishedFile::Abandon() {
   if (!path_.empty()) unlink(path_.c_str());
   path_.clear();
+  discard_.Forget();
 }
 
 }  // namespace vak

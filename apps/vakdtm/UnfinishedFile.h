@@ -2,13 +2,15 @@
 
 #include <string>
 
+#include "DiscardOnKill.h"
+
 namespace vak {
 
 /// A file that is made under a hidden name beside its target and takes the target's place when it is complete.
 ///
-/// Without `Commit` it is removed when this goes, and what was there stays as it was. Only a killed process leaves one
-/// behind; it is in nobody's way, since a name that is taken is passed over. Failures are told by `errno`. For one
-/// thread at a time.
+/// Without `Commit` it is removed when this goes, or by the signal that kills the process, and what was there stays as
+/// it was. Only a process that is killed without a warning leaves one behind; it is in nobody's way, since a name that
+/// is taken is passed over. Failures are told by `errno`. For one thread at a time.
 class UnfinishedFile {
  public:
   /// What becomes of a file that has the target's name.
@@ -42,6 +44,7 @@ class UnfinishedFile {
  private:
   std::string target_;
   std::string path_;
+  DiscardOnKill discard_;
 };
 
 /// The file that a link stands for, or `path` itself when it is none or leads nowhere.

@@ -348,6 +348,40 @@ TEST_F(ContourCommand, WhatCannotBeDoneIsToldInOneLine) {
               "the polygon would be replaced by the contours - name another file with -o");
 }
 
+TEST_F(ContourCommand, InputsThatTheFilesOfASetWouldReplaceAreRefused) {
+  const std::string model = models_.Make("a.dtm", kSlope, {"--blocks", "VAL"});
+  const std::string polygon = models_.Folder().Write("p.txt", "0,0\n3,0\n3,3\n0,0\n");
+  const struct {
+    const char* target;
+    const char* name;
+  } cases[] = {{"c.shp", "c.dbf"}, {"c.shp", "c.IND"}, {"c.shp", "c.shp.xml"}, {"c.gpkg", "c.gpkg-wal"},
+               {"c.shp", "c.PRJ"}, {"c.SHP", "c.shx"}, {"c.fgb", "c.fgb"}};
+  const struct {
+    const char* how;
+    void (*make)(const std::string&, const std::string&);
+  } ways[] = {{"copy", [](const std::string& from, const std::string& to) { fs::copy_file(from, to); }},
+              {"hard link", [](const std::string& from, const std::string& to) { fs::create_hard_link(from, to); }},
+              {"link", [](const std::string& from, const std::string& to) { fs::create_symlink(from, to); }}};
+  for (const auto& c : cases) {
+    for (const auto& way : ways) {
+      SCOPED_TRACE(std::string(c.name) + " as a " + way.how);
+      const std::string name = models_.File(c.name);
+      const std::string target = models_.File(c.target);
+      way.make(polygon, name);
+      ExpectFails({"--interval", "1", "-o", target, "--polygon", name}, kUsedWrongly,
+                  "the polygon would be replaced by the contours - name another file with -o");
+      fs::remove(name);
+      way.make(model, name);
+      const CommandResult result = test::CommandModels::Run({"contour", name, "--interval", "1", "-o", target});
+      EXPECT_EQ(result.status, kUsedWrongly);
+      EXPECT_EQ(result.err,
+                "vakdtm contour: the model would be replaced by its own contours - name another file with -o\n");
+      EXPECT_EQ(models_.Folder().Content(c.name), models_.Folder().Content("a.dtm"));
+      fs::remove(name);
+    }
+  }
+}
+
 TEST_F(ContourCommand, DamagedModelHasNoContours) {
   models_.Make("a.dtm", "0.5,0.5,-3\n100.5,0.5,-4\n");
   const std::size_t place = models_.Damage("a.dtm");

@@ -372,10 +372,34 @@ TEST_F(GdalLines, WhatCannotBeReplacedIsRefused) {
     EXPECT_EQ(result.err,
               "vakdtm contour: " + c.target + ": cannot write: " + c.error + " - name another file with -o\n");
   }
+  fs::create_directories(models_.File("b.prj/deep"));
+  const CommandResult beside = Run({"contour", models_.File("a.dtm"), "--interval", "1", "-o", models_.File("b.shp")});
+  EXPECT_EQ(beside.status, kCouldNotBeDone);
+  EXPECT_EQ(beside.err, "vakdtm contour: " + models_.File("b.shp") + ": cannot write: " + models_.File("b.prj") +
+                            ", a name that goes with it, is a folder - name another file with -o\n");
+  models_.Folder().Write("c.shp", "old");
+  const CommandResult twin = Run({"contour", models_.File("a.dtm"), "--interval", "1", "-o", models_.File("c.SHP")});
+  EXPECT_EQ(twin.status, kCouldNotBeDone);
+  EXPECT_EQ(twin.err, "vakdtm contour: " + models_.File("c.SHP") + ": cannot write: " + models_.File("c.shp") +
+                          " has that name in other letters, and would share its files - name another file with -o\n");
   const CommandResult unknown =
       Run({"contour", models_.File("a.dtm"), "--interval", "1", "-o", models_.File("a.gpkg"), "--crs", "EPSG:99999"});
   EXPECT_EQ(unknown.status, kCouldNotBeDone);
   EXPECT_EQ(unknown.err, "vakdtm contour: --crs: GDAL knows no EPSG:99999 - check the number\n");
+}
+
+TEST_F(GdalLines, AFolderWhoseNameLooksLikeAnAddressIsAFolder) {
+  MakeWaves(20);
+  fs::create_directory(models_.File("file:x"));
+  for (const char* name : {"file:x/a.gpkg", "file:x/a.shp", "file:x/a.dxf", "file:x/a.fgb"}) {
+    const CommandResult result =
+        test::RunCommand({"sh", "-c", R"(cd "$1" && exec "$0" contour a.dtm --interval 1 -o "$2")", VAKDTM_COMMAND,
+                          models_.Folder().Path().string(), name})
+            .Wait();
+    EXPECT_EQ(result.status, kDone);
+    EXPECT_EQ(result.err, "");
+    EXPECT_TRUE(models_.Folder().Has(name)) << name;
+  }
 }
 
 TEST_F(GdalLines, AModuleOfAnotherKindIsRefusedWithWhatToDo) {

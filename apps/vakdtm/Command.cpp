@@ -9,7 +9,9 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <sstream>
+#include <system_error>
 #include <type_traits>
 #include <vector>
 
@@ -281,7 +283,16 @@ int RunCommandLine(int argc, const char* const* argv,
     return ReportMisuse(app, error, context);
   }
   const CommandSinks sinks(context);
-  return context.run();
+  try {
+    return context.run();
+  } catch (const std::bad_alloc&) {
+    // All that was unfinished is removed by now, and there is room for the words.
+    return context.Fail("", kMemoryText, kMemoryRemedy);
+  } catch (const std::system_error& error) {
+    // A thread takes memory too, for its stack.
+    if (error.code() != std::errc::resource_unavailable_try_again) throw;
+    return context.Fail("", kMemoryText, kMemoryRemedy);
+  }
 }
 
 CLI::App* AddSubcommand(CLI::App& app, CommandContext& context, const SubcommandText& text, std::function<int()> run) {

@@ -23,6 +23,10 @@ namespace vak {
 /// What the command tells the process that started it.
 enum ExitStatus : int { kDone = 0, kCouldNotBeDone = 1, kUsedWrongly = 2, kStopped = 130 };
 
+/// What is told where there is too little memory, and what to do about it.
+inline constexpr const char* kMemoryText = "there is not enough memory";
+inline constexpr const char* kMemoryRemedy = "end other programs, or ask for less at a time";
+
 /// What all subcommands have in common: the global options, the subcommand that was chosen, and how it speaks.
 ///
 /// Messages are one line each on standard error: "vakdtm import: survey.xyz:1042: 2 columns found - give x, y and z".

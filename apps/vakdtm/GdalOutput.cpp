@@ -6,7 +6,9 @@
 #include <system_error>
 #include <utility>
 
+#include "Command.h"
 #include "ResultFile.h"
+#include "StopSignals.h"
 #include "gdal/LineModule.h"
 
 namespace vak {
@@ -59,6 +61,7 @@ std::string Remedied(bool lacksRoom) {
 /// What to do about a failure in GDAL.
 /// @param number  `errno` of it, 0 when there is none.
 std::string RemedyFor(const std::string& text, int number) {
+  if (number == ENOMEM) return kMemoryRemedy;
   if (number != 0) return Remedied(IsLackOfRoom(number));
   // A database tells that much of what was amiss; in a file of one's own it is hardly ever anything but room.
   if (text.find("disk") != std::string::npos) return Remedied(true);
@@ -89,10 +92,10 @@ bool GdalOutput::Open(const LineFileSettings& settings) {
   if (!files_.Make(settings.path, format_)) return FailWith(errno);
   const std::string driver(format_.driver);
   const VakDtmLineFile file = {
-      driver.c_str(),        files_.Path().c_str(),
-      settings.name.c_str(), settings.crs.empty() || !format_.keepsCrs ? nullptr : settings.crs.c_str(),
-      settings.hasZ ? 1 : 0, settings.levels.data(),
-      settings.levels.size()};
+      driver.c_str(),         files_.Path().c_str(),
+      settings.name.c_str(),  settings.crs.empty() || !format_.keepsCrs ? nullptr : settings.crs.c_str(),
+      settings.hasZ ? 1 : 0,  settings.levels.data(),
+      settings.levels.size(), []() -> int { return StopRequested() ? 1 : 0; }};
   char error[1024] = {};
   int number = 0;
   writer_ = module_.create(&file, error, sizeof error, &number);

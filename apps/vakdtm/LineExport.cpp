@@ -1,10 +1,10 @@
 #include "LineExport.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstddef>
-#include <system_error>
+#include <new>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -35,13 +35,16 @@ constexpr std::size_t kStepsWaiting = 4;
 constexpr std::size_t kBytesWaiting = std::size_t{64} << 20;
 constexpr std::chrono::milliseconds kGlance(50);
 
+// EPSG's numbers have four digits at least, and no end is known: this is as many as a number of theirs can hold.
+constexpr std::size_t kFewestDigits = 4;
+constexpr std::size_t kMostDigits = 9;
+
 bool IsCrs(const std::string& text) {
   constexpr std::string_view kAuthority = "EPSG:";
   if (!text.starts_with(kAuthority)) return false;
-  unsigned code = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data() + kAuthority.size(), end, code);
-  return error == std::errc() && stop == end && code > 0 && text[kAuthority.size()] != '0';
+  const std::string_view digits = std::string_view(text).substr(kAuthority.size());
+  return digits.size() >= kFewestDigits && digits.size() <= kMostDigits && digits.front() != '0' &&
+         digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 void Split(const GTL::Polyline<GTL::Point2D<double>>& line, LineShape& shape) {
@@ -227,17 +230,48 @@ int LineExport::FindOutput() {
     context_.Warn(options_.output, "this format has no place for a coordinate system, " + options_.crs + " isn't kept",
                   "leave --crs out, or name another format");
   }
-  if (format->driver.empty()) {
+  const bool isOurs = format->driver.empty();
+  const bool tellsCrs = !options_.crs.empty() && format->keepsCrs;
+  std::string remedy;
+  const VakDtmLineModule* const module = !isOurs || tellsCrs ? LoadLineModule(error, remedy) : nullptr;
+  if (!isOurs && !module) return context_.Fail(options_.output, error, remedy);
+  if (tellsCrs) {
+    if (const int status = LookAtCrs(module, isOurs); status != kDone) return status;
+  }
+  if (isOurs) {
     output_ = std::make_unique<GeoJsonOutput>();
+  } else {
+    output_ = std::make_unique<GdalOutput>(*module, *format);
+  }
+  return kDone;
+}
+
+/// @param goesUnchecked  whether the file can be made all the same where nothing is known of any system.
+int LineExport::LookAtCrs(const VakDtmLineModule* module, bool goesUnchecked) const {
+  const std::string& crs = options_.crs;
+  if (!module) {
+    context_.Warn("", "--crs: without the module vakdtm_gdal.so nothing tells whether there is an " + crs,
+                  "check the number");
     return kDone;
   }
-  std::string remedy;
-  const VakDtmLineModule* const module = LoadLineModule(error, remedy);
-  if (!module) return context_.Fail(options_.output, error, remedy);
-  if (!options_.crs.empty() && format->keepsCrs && module->knowsCrs(options_.crs.c_str()) == 0) {
-    return context_.Fail("", "--crs: GDAL knows no " + options_.crs, "check the number");
+  char name[256] = {};
+  switch (module->lookUpCrs(crs.c_str(), name, sizeof name)) {
+    case kVakDtmCrsFits:
+      return kDone;
+    case kVakDtmCrsUnknown:
+      return context_.Fail("", "--crs: GDAL knows no " + crs, "check the number");
+    case kVakDtmCrsOfHeights:
+      return context_.Fail("", "--crs: " + crs + ", " + name + ", is for heights alone", "give the one of X and Y");
+    case kVakDtmCrsGeocentric:
+      return context_.Fail("", "--crs: " + crs + ", " + name + ", counts from the middle of the Earth",
+                           "give the one of the model's plane");
+    case kVakDtmCrsNoData:
+      break;
   }
-  output_ = std::make_unique<GdalOutput>(*module, *format);
+  const std::string error = "--crs: proj.db, the table of coordinate systems, isn't found, to look up " + crs;
+  constexpr const char* kRemedy = "install the package proj-data, or let PROJ_LIB name its folder";
+  if (!goesUnchecked) return context_.Fail("", error, kRemedy);
+  context_.Warn("", error, kRemedy);
   return kDone;
 }
 
@@ -276,28 +310,41 @@ int LineExport::Run(const std::vector<double>& levels, const Tracer<Point>& trac
   std::atomic<bool> running{true};
   std::atomic<std::size_t> traced{0};
   BoundedQueue<Lines> queue(kStepsWaiting, kBytesWaiting);
+  bool lacksMemory = false;  // the tracer's until it has ended
   std::thread tracer([&] {
-    for (std::size_t step = 0; step < levels.size() && running; ++step) {
-      Lines lines;
-      trace(step, running, lines);
-      areas_ = 0;
-      ++traced;
-      const std::size_t bytes = BytesOf(lines);
-      if (!queue.Push(std::move(lines), bytes)) break;
+    try {
+      for (std::size_t step = 0; step < levels.size() && running; ++step) {
+        Lines lines;
+        trace(step, running, lines);
+        areas_ = 0;
+        ++traced;
+        const std::size_t bytes = BytesOf(lines);
+        if (!queue.Push(std::move(lines), bytes)) break;
+      }
+    } catch (const std::bad_alloc&) {
+      // Out of here it would end the process, and what is unfinished would stay.
+      lacksMemory = true;
     }
     queue.Close();
   });
   bool written = true;
-  for (std::size_t step = 0; written && !StopRequested() && !queue.IsAtEnd();) {
-    progress_.Traced(traced, areas_);
-    bar_->Show(progress_.Fraction());
-    std::optional<Lines> lines = queue.Pop(kGlance);
-    if (lines) written = Take(step++, *lines, shape);
+  {
+    const auto end = [&](std::thread* thread) {
+      running = false;
+      queue.Close();
+      thread->join();
+    };
+    // Also where memory ends in here.
+    const std::unique_ptr<std::thread, decltype(end)> ending(&tracer, end);
+    for (std::size_t step = 0; written && !StopRequested() && !queue.IsAtEnd();) {
+      progress_.Traced(traced, areas_);
+      bar_->Show(progress_.Fraction());
+      std::optional<Lines> lines = queue.Pop(kGlance);
+      if (lines) written = Take(step++, *lines, shape);
+    }
   }
-  running = false;
-  queue.Close();
-  tracer.join();
-  return written ? Finish() : FailWriting();
+  if (!written) return FailWriting();
+  return lacksMemory ? context_.Fail("", kMemoryText, kMemoryRemedy) : Finish();
 }
 
 template int LineExport::Run(const std::vector<double>& levels, const Tracer<GTL::Point2D<double>>& trace);

@@ -108,6 +108,7 @@ class LineExport {
  private:
   int LookAtNames() const;
   int FindOutput();
+  int LookAtCrs(const VakDtmLineModule* module, bool goesUnchecked) const;
   int OpenOutput(const std::vector<double>& levels, bool hasZ);
   int Finish();
   int FailWriting() const;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Command.h"
 #include "StopSignals.h"
 
 namespace vak {
@@ -31,6 +32,8 @@ std::string WriteErrorText(int error) {
     case EACCES:
     case EPERM:
       return "permission denied";
+    case ENOMEM:
+      return kMemoryText;
     case EROFS:
       return "the file system is read-only";
     default:

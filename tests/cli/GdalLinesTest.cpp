@@ -402,6 +402,54 @@ TEST_F(GdalLines, AFolderWhoseNameLooksLikeAnAddressIsAFolder) {
   }
 }
 
+TEST_F(GdalLines, ACoordinateSystemIsLookedUpForEveryFormatThatKeepsOne) {
+  MakeWaves(20);
+  const struct {
+    const char* crs;
+    int status;
+    const char* error;
+  } cases[] = {
+      {"EPSG:25831", kDone, ""},
+      {"EPSG:7415", kDone, ""},
+      {"EPSG:99999", kCouldNotBeDone, "vakdtm contour: --crs: GDAL knows no EPSG:99999 - check the number\n"},
+      {"EPSG:5709", kCouldNotBeDone,
+       "vakdtm contour: --crs: EPSG:5709, NAP height, is for heights alone - give the one of X and Y\n"},
+      {"EPSG:4978", kCouldNotBeDone,
+       "vakdtm contour: --crs: EPSG:4978, WGS 84, counts from the middle of the Earth - give the one of the model's "
+       "plane\n"},
+      {"EPSG:4294967295", kUsedWrongly,
+       "vakdtm contour: --crs: 'EPSG:4294967295' is no coordinate system - give one as EPSG:25831\n"}};
+  for (const char* name : {"a.geojson", "a.gpkg", "a.shp", "a.fgb"}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(std::string(name) + " " + c.crs);
+      const CommandResult result =
+          Run({"contour", models_.File("a.dtm"), "--levels", "-10", "-o", models_.File(name), "--crs", c.crs});
+      EXPECT_EQ(result.status, c.status);
+      EXPECT_EQ(result.err, c.error);
+    }
+  }
+}
+
+TEST_F(GdalLines, WithoutTheTableOfCoordinateSystemsThatIsToldAndGeoJsonGoesOn) {
+  MakeWaves(20);
+  const struct {
+    const char* name;
+    int status;
+    const char* kind;
+  } cases[] = {{"a.gpkg", kCouldNotBeDone, ""}, {"a.geojson", kDone, "warning: "}};
+  for (const auto& c : cases) {
+    const CommandResult result =
+        test::RunCommand({"env", "PROJ_LIB=/nowhere", "PROJ_DATA=/nowhere", VAKDTM_COMMAND, "contour",
+                          models_.File("a.dtm"), "--levels", "-10", "-o", models_.File(c.name), "--crs", "EPSG:25831"})
+            .Wait();
+    EXPECT_EQ(result.status, c.status);
+    EXPECT_EQ(result.err, std::string("vakdtm contour: ") + c.kind +
+                              "--crs: proj.db, the table of coordinate systems, isn't found, to look up EPSG:25831 - "
+                              "install the package proj-data, or let PROJ_LIB name its folder\n");
+    EXPECT_EQ(models_.Folder().Has(c.name), c.status == kDone);
+  }
+}
+
 TEST_F(GdalLines, AModuleOfAnotherKindIsRefusedWithWhatToDo) {
   MakeWaves(20);
   const std::string copy = models_.CopyForStrangers();

@@ -35,6 +35,15 @@ TEST(MissingModule, FormatsOfGdalNameThePackageAndGeoJsonWorksWithoutIt) {
   EXPECT_EQ(plain.status, kDone);
   EXPECT_EQ(plain.err, "");
   EXPECT_TRUE(models.Folder().Has("a.geojson"));
+  const test::CommandResult unchecked =
+      test::RunCommand({models.File("bin/vakdtm"), "contour", models.File("a.dtm"), "--levels", "-1.5", "-o",
+                        models.File("b.geojson"), "--crs", "EPSG:25831"})
+          .Wait();
+  EXPECT_EQ(unchecked.status, kDone);
+  EXPECT_EQ(unchecked.err,
+            "vakdtm contour: warning: --crs: without the module vakdtm_gdal.so nothing tells whether there is an "
+            "EPSG:25831 - check the number\n");
+  EXPECT_THAT(models.Folder().Text("b.geojson"), testing::HasSubstr("EPSG::25831"));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "GdalLineWriter.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cpl_conv.h>
@@ -9,7 +10,9 @@
 #include <cpl_vsi.h>
 #include <cstdio>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <gdal.h>
+#include <new>
 #include <ogr_api.h>
 #include <ogr_srs_api.h>
 #include <ogrsf_frmts.h>
@@ -26,6 +29,8 @@ constexpr int kWidestField = 255;
 // What GDAL gives a number that it knows nothing about.
 constexpr int kLengthWidth = 24;
 constexpr int kLengthDecimals = 15;
+// Of a database's machine; a line takes some hundreds.
+constexpr int kStepsBetweenLooks = 10000;
 
 using Options = std::unique_ptr<char*, void (*)(char**)>;
 using SpatialReference = std::unique_ptr<void, void (*)(void*)>;
@@ -65,6 +70,16 @@ SpatialReference MakeCrs(const char* text) {
   return crs;
 }
 
+/// Lets GDAL say nothing on this thread.
+class Quiet {
+ public:
+  Quiet() { CPLPushErrorHandler(CPLQuietErrorHandler); }
+  ~Quiet() { CPLPopErrorHandler(); }
+
+  Quiet(const Quiet&) = delete;
+  Quiet& operator=(const Quiet&) = delete;
+};
+
 GDALDriverH FindDriver(const char* name) {
   // One driver is registered in a tenth of the time that all of them take.
   const std::string_view wanted = name;
@@ -101,6 +116,8 @@ class GdalLineWriter::Listening {
  private:
   static void CPL_STDCALL Hear(CPLErr kind, CPLErrorNum /*number*/, const char* text) {
     GdalLineWriter& writer = *static_cast<GdalLineWriter*>(CPLGetErrorHandlerUserData());
+    // It has no memory, and would end the process next.
+    if (kind == CE_Fatal) throw std::bad_alloc();
     std::string& kept = kind == CE_Warning ? writer.warning_ : writer.error_;
     // The first one is the cause, the others follow from it.
     if (kind < CE_Warning || !kept.empty()) return;
@@ -110,11 +127,16 @@ class GdalLineWriter::Listening {
   }
 };
 
-bool GdalLineWriter::KnowsCrs(const char* crs) {
-  CPLPushErrorHandler(CPLQuietErrorHandler);
-  const bool known = MakeCrs(crs) != nullptr;
-  CPLPopErrorHandler();
-  return known;
+VakDtmCrs GdalLineWriter::LookUpCrs(const char* crs, std::string& name) {
+  const Quiet quiet;
+  const SpatialReference system = MakeCrs(crs);
+  // One that everybody has tells whether there are any.
+  if (!system) return MakeCrs("EPSG:4326") ? kVakDtmCrsUnknown : kVakDtmCrsNoData;
+  const char* const known = OSRGetName(system.get());
+  name = known ? known : "";
+  if (OSRIsGeocentric(system.get()) != 0) return kVakDtmCrsGeocentric;
+  const bool isOfHeights = OSRIsVertical(system.get()) != 0 && OSRIsCompound(system.get()) == 0;
+  return isOfHeights ? kVakDtmCrsOfHeights : kVakDtmCrsFits;
 }
 
 /// Whether a level reads back to the same double from such a field.
@@ -180,14 +202,22 @@ GdalLineWriter::GdalLineWriter(const VakDtmLineFile& file)
       hasZ_(file.hasZ != 0),
       driver_(file.driver),
       name_(file.layer),
-      crs_(nullptr, OSRDestroySpatialReference) {
+      crs_(nullptr, OSRDestroySpatialReference),
+      stopped_(file.stopped) {
   watched::Install();
   watched::Forget();
+  watched::StopWhen(file.stopped);
 }
 
 GdalLineWriter::~GdalLineWriter() {
-  const Listening listening(*this);
-  Close();
+  // What GDAL was in the middle of when its memory ended is in no state to be closed.
+  if (outOfMemory_) return;
+  try {
+    const Listening listening(*this);
+    Close();
+  } catch (const std::bad_alloc&) {
+    // The file is to be removed.
+  }
 }
 
 bool GdalLineWriter::Open(const VakDtmLineFile& file) {
@@ -219,6 +249,7 @@ bool GdalLineWriter::MakeFile(bool hasIndex) {
   }
   dataset_ = GDALCreate(driver, path_.c_str(), 0, 0, 0, GDT_Unknown, nullptr);
   if (!dataset_) return Fail();
+  WatchForStop();
   const OGRwkbGeometryType type = hasZ_ || isDrawing_ ? wkbLineString25D : wkbLineString;
   const Options options = LayerOptions(driver_, hasIndex);
   layer_ = GDALDatasetCreateLayer(dataset_, name_.c_str(), crs_.get(), type, options.get());
@@ -323,6 +354,28 @@ bool GdalLineWriter::Finish() {
   }
   return (error_.empty() && watched::Failure() == 0) || Fail();
 }
+
+int GdalLineWriter::NoteFailure() {
+  if (!error_.empty()) return 0;
+  outOfMemory_ = true;
+  errorNumber_ = ENOMEM;
+  return 0;
+}
+
+/// Lets a database ask between its steps: its index is made in one call, which takes as long as it takes.
+void GdalLineWriter::WatchForStop() {
+  if (!isDatabase_) return;
+  void* const database = GDALGetInternalHandle(dataset_, "SQLITE_HANDLE");
+  // GDAL brings the library along; where it has another one in itself, there is no way to it.
+  void* const library = dlopen("libsqlite3.so.0", RTLD_NOW | RTLD_NOLOAD);
+  if (!library) return;
+  using Watch = void (*)(void* database, int steps, int (*isStopped)(void*), void* data);
+  const auto watch = reinterpret_cast<Watch>(dlsym(library, "sqlite3_progress_handler"));
+  if (database && watch) watch(database, kStepsBetweenLooks, IsStopped, this);
+  dlclose(library);  // its count alone goes down
+}
+
+int GdalLineWriter::IsStopped(void* writer) { return static_cast<GdalLineWriter*>(writer)->stopped_(); }
 
 bool GdalLineWriter::Fail() {
   errorNumber_ = watched::Failure();

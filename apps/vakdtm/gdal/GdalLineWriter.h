@@ -18,8 +18,10 @@ namespace vak {
 /// double; a line of another level is refused. For one thread at a time.
 class GdalLineWriter {
  public:
-  /// @param crs  "EPSG:25831".
-  static bool KnowsCrs(const char* crs);
+  static constexpr const char* kNoMemory = "there is not enough memory";
+
+  /// @param crs  "EPSG:25831". @param name  that of the system, where it is known.
+  static VakDtmCrs LookUpCrs(const char* crs, std::string& name);
 
   /// @return null, with one sentence in `error` and `errno` or 0 in `errorNumber`, when the file can't be made.
   static std::unique_ptr<GdalLineWriter> Create(const VakDtmLineFile& file, std::string& error, int& errorNumber);
@@ -30,6 +32,9 @@ class GdalLineWriter {
 
   [[nodiscard]] bool Write(const VakDtmLine& line);
   [[nodiscard]] bool Finish();
+
+  /// Gives a failure that left no word its own: it was for lack of memory. @return 0.
+  int NoteFailure();
 
   const std::string& Error() const { return error_; }
   int ErrorNumber() const { return errorNumber_; }
@@ -59,6 +64,8 @@ class GdalLineWriter {
   /// Takes over what GDAL said. @return false, for what failed.
   bool Fail();
   void Close();
+  void WatchForStop();
+  static int IsStopped(void* writer);
 
   bool isDrawing_;
   bool isShapefile_;
@@ -69,6 +76,8 @@ class GdalLineWriter {
   const std::string name_;
   std::string path_;
   std::unique_ptr<void, void (*)(void*)> crs_;  // null without one
+  int (*stopped_)();
+  bool outOfMemory_ = false;
   void* dataset_ = nullptr;
   void* layer_ = nullptr;    // of the dataset
   void* feature_ = nullptr;  // filled again for each line

@@ -11,7 +11,16 @@
 extern "C" {
 
 /// Raised with every change of what follows; a module of another version isn't used.
-enum : std::uint32_t { kVakDtmLineModuleVersion = 2 };
+enum : std::uint32_t { kVakDtmLineModuleVersion = 3 };
+
+/// What GDAL thinks of a coordinate system.
+enum VakDtmCrs : int {
+  kVakDtmCrsFits,
+  kVakDtmCrsUnknown,
+  kVakDtmCrsOfHeights,   ///< it has nothing but heights
+  kVakDtmCrsGeocentric,  ///< its axes begin in the middle of the Earth
+  kVakDtmCrsNoData       ///< nothing is known: the tables of coordinate systems aren't there
+};
 
 /// What is to be made.
 struct VakDtmLineFile {
@@ -22,6 +31,9 @@ struct VakDtmLineFile {
   int hasZ;              ///< whether lines have a Z of their own
   const double* levels;  ///< all levels that there may be, read while the writer is made
   std::size_t levelCount;
+  /// Asked now and then, on the writer's thread: anything but 0 ends what is under way, which fails then. It may be
+  /// asked until `release`.
+  int (*stopped)();
 };
 
 /// A polyline. Read during the call only.
@@ -37,8 +49,8 @@ struct VakDtmLine {
 
 struct VakDtmLineModule {
   std::uint32_t version;
-  /// @return 0 when GDAL doesn't know the coordinate system.
-  int (*knowsCrs)(const char* crs);
+  /// Looks a coordinate system up. Writes its name, "NAP height", where it is known.
+  VakDtmCrs (*lookUpCrs)(const char* crs, char* name, std::size_t nameSize);
   /// Makes the file. @return the writer, the caller's until `release`; null, with one sentence in `error`, and `errno`
   /// of what failed, 0 when there is none.
   void* (*create)(const VakDtmLineFile* file, char* error, std::size_t errorSize, int* errorNumber);

@@ -20,9 +20,16 @@ constexpr const char* kPrefix = "/vsivakdtm/";
 constexpr std::size_t kBufferSize = std::size_t{1} << 18;
 
 int failure = 0;
+int (*stopWhen)() = nullptr;
 
 void NoteFailure(int error) {
   if (failure == 0) failure = error != 0 ? error : EIO;
+}
+
+bool IsStopped() {
+  if (!stopWhen || stopWhen() == 0) return false;
+  NoteFailure(ECANCELED);
+  return true;
 }
 
 /// A file with what is next in it to be written in a buffer, and what is around the place that was read in another.
@@ -52,7 +59,7 @@ class WatchedFile {
 
   /// @return how many bytes there were.
   std::size_t Read(char* to, std::size_t count) {
-    if (!Flush()) return ReadLost(to, count);
+    if (IsStopped() || !Flush()) return ReadLost(to, count);
     std::size_t done = 0;
     while (done < count && (IsInWindow() || FillWindow())) {
       const char* const from = window_.data() + (place_ - windowStart_);
@@ -74,7 +81,7 @@ class WatchedFile {
     place_ += count;
     end_ = std::max(end_, place_);
     window_.clear();
-    if (!flushed) return false;
+    if (!flushed || IsStopped()) return false;
     if (count >= kBufferSize) return WriteAt(from, count, place_ - count);
     buffer_.insert(buffer_.end(), from, from + count);
     return true;
@@ -225,5 +232,6 @@ void Install() {
 std::string Path(const std::string& path) { return kPrefix + path; }
 int Failure() { return failure; }
 void Forget() { failure = 0; }
+void StopWhen(int (*stopped)()) { stopWhen = stopped; }
 
 }  // namespace vak::watched

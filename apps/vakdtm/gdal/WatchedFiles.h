@@ -17,6 +17,11 @@ std::string Path(const std::string& path);
 
 /// @return `errno` of the first write that failed, 0 when none has.
 int Failure();
+
+/// Lets every call ask this from now on: when it answers anything but 0, the call fails, with `ECANCELED`, so that
+/// whoever works on a file comes to an end soon. It is told by `Failure` as well.
+void StopWhen(int (*stopped)());
+
 void Forget();
 
 }  // namespace vak::watched

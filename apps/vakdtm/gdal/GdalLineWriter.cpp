@@ -216,7 +216,8 @@ GdalLineWriter::~GdalLineWriter() {
     const Listening listening(*this);
     Close();
   } catch (const std::bad_alloc&) {
-    // The file is to be removed.
+    // What it still holds goes with the process, and the file is to be removed.
+    outOfMemory_ = true;
   }
 }
 

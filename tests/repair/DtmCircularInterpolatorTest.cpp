@@ -549,6 +549,7 @@ TEST_F(DtmCircularInterpolatorTest, CellThatGotItsValueInANewAreaIsNoHole) {
   DtmCircularInterpolator interpolator(dVAL, 4);
   ASSERT_TRUE(interpolator.Init(grid_->Access()));
   EXPECT_TRUE(interpolator.ProcessArea(0, 0, weight_));
+  EXPECT_FALSE(interpolator.DependsOnOrder()) << "all areas around are looked for here";
   grid_->Set(0, 0, dVAL, -99);
   EXPECT_TRUE(interpolator.ProcessCell(0, 0, weight_));
   EXPECT_EQ(grid_->Get(0, 0), -99.0);
@@ -674,16 +675,16 @@ TEST_F(DtmCircularInterpolatorTest, FillsInTheLastRowsAndColumns) {
 }
 
 TEST_F(DtmCircularInterpolatorTest, OneEndIsNotTheNeighbourOfTheOther) {
-  Make({dVAL, iNUM}, 4);
+  Make({dVAL, iNUM}, 8);  // of which rows and columns past the last would be the first after 34
   const int end = grid_->File().LargestAllowed();
   for (const int sign : {1, -1}) {
-    Hit(sign * end, 0, -4);
-    Hit(0, sign * end, -4);
+    Hit(sign * (end - 1), 0, -4);
+    Hit(0, sign * (end - 1), -4);
   }
-  for (const int radius : {20, 30}) {
+  for (const int radius : {36, 40, 60}) {
     for (const int sign : {1, -1}) {
-      EXPECT_EQ(Filled(sign * (end - 1), 0, dVAL, radius), std::nullopt);
-      EXPECT_EQ(Filled(0, sign * (end - 1), dVAL, radius), std::nullopt);
+      EXPECT_EQ(Filled(sign * end, 0, dVAL, radius), std::nullopt);
+      EXPECT_EQ(Filled(0, sign * end, dVAL, radius), std::nullopt);
     }
   }
 }

@@ -3,7 +3,6 @@
 //   Contour/further_level/W     a level that crosses W % of the areas of a model of 62 x 62 areas with known ranges
 //   Contour/first_level         a level outside the heights of a model of 4000 x 4000 cells of which nothing is known
 //   Contour/cells/<surface>     a level through a model of 2000 x 2000 cells with known ranges that crosses every area
-#include <algorithm>
 #include <atomic>
 #include <benchmark/benchmark.h>
 #include <cmath>
@@ -16,42 +15,18 @@
 
 #include "vakdtm/contour/DtmContourLevelProc.h"
 #include "vakdtm/frame/AreaExtMap.h"
-#include "vakdtm/services/files/DataStream.h"
 #include "vakdtm/services/geometry/PolyClipLine.h"
 #include "vakdtm/store/DtmAccess.h"
 #include "vakdtm/store/DtmArea.h"
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/DtmFile.h"
 
+#include "NoStream.h"
+
 namespace vak {
 namespace {
 
 constexpr int kAreaSize = 64;
-
-/// A file of which nothing is kept: the model is in memory, held there by open blocks.
-class NoStream final : public DataStream {
- public:
-  bool Sync() override { return true; }
-  bool Read(void* /*buffer*/, std::uint64_t /*count*/) override { return false; }
-  bool Write(const void* /*buffer*/, std::uint64_t count) override {
-    position_ += static_cast<std::int64_t>(count);
-    size_ = std::max(size_, position_);
-    return true;
-  }
-  bool Seek(std::int64_t offset, int origin) override {
-    position_ = origin == kFromEnd ? size_ + offset : offset;
-    return true;
-  }
-  std::int64_t Position() override { return position_; }
-  bool SetSize(std::int64_t size) override {
-    size_ = size;
-    return true;
-  }
-
- private:
-  std::int64_t position_ = 0;
-  std::int64_t size_ = 0;
-};
 
 /// A model of cells of 1 m with VAL, all blocks in memory.
 class Model {

@@ -2,7 +2,6 @@
 //   Walk/<walker>             a walk over all cells with a processor that does nothing
 //   Walk/bare_loop            two nested loops over as many cells that make the same virtual call for each
 //   Walk/sum/threads:n        reads VAL of a rectangle of 4000 x 4000 cells and adds it up, with n walkers at a time
-#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstdint>
 #include <memory>
@@ -14,7 +13,6 @@
 #include "vakdtm/frame/DtmExtentsProcessor.h"
 #include "vakdtm/frame/DtmLinearRectProcessor.h"
 #include "vakdtm/frame/DtmRectProcessor.h"
-#include "vakdtm/services/files/DataStream.h"
 #include "vakdtm/services/jobs/ParallelProcessor.h"
 #include "vakdtm/store/CellValue.h"
 #include "vakdtm/store/DtmAccess.h"
@@ -22,36 +20,13 @@
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/DtmFile.h"
 
+#include "NoStream.h"
+
 namespace vak {
 namespace {
 
 constexpr int kAreaSize = 64;
 constexpr int kSide = 4000;  // cells
-
-/// A file of which nothing is kept: the model is in memory, held there by a cursor.
-class NoStream final : public DataStream {
- public:
-  bool Sync() override { return true; }
-  bool Read(void* /*buffer*/, std::uint64_t /*count*/) override { return false; }
-  bool Write(const void* /*buffer*/, std::uint64_t count) override {
-    position_ += static_cast<std::int64_t>(count);
-    size_ = std::max(size_, position_);
-    return true;
-  }
-  bool Seek(std::int64_t offset, int origin) override {
-    position_ = origin == kFromEnd ? size_ + offset : offset;
-    return true;
-  }
-  std::int64_t Position() override { return position_; }
-  bool SetSize(std::int64_t size) override {
-    size_ = size;
-    return true;
-  }
-
- private:
-  std::int64_t position_ = 0;
-  std::int64_t size_ = 0;
-};
 
 /// A model of 4000 x 4000 cells with VAL, all blocks in memory.
 class Model {

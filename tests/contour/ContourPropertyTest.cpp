@@ -115,7 +115,7 @@ class ContourPropertyTest : public testing::Test {
 };
 
 TEST_F(ContourPropertyTest, EachCrossedEdgeIsUsedOnceAtItsPlaceAndLinesEndAtTheDataAlone) {
-  const int rounds = LongForm(600, 30000);
+  const int rounds = LongForm(600, 30000, 200);
   std::size_t found = 0;
   std::size_t ends = 0;
   std::size_t rings = 0;
@@ -149,7 +149,7 @@ TEST_F(ContourPropertyTest, EachCrossedEdgeIsUsedOnceAtItsPlaceAndLinesEndAtTheD
 }
 
 TEST_F(ContourPropertyTest, LowerGroundIsOnTheLeft) {
-  const int rounds = LongForm(300, 15000);
+  const int rounds = LongForm(300, 15000, 100);
   std::size_t pieces = 0;
   for (int round = 0; round < rounds; ++round) {
     SCOPED_TRACE(round);
@@ -183,7 +183,7 @@ Lines<Point2> Ordered(Lines<Point2> lines) {
 }
 
 TEST_F(ContourPropertyTest, OrderAndSizeOfAreasDecideTheOrderOfLinesAlone) {
-  const int rounds = LongForm(300, 15000);
+  const int rounds = LongForm(300, 15000, 100);
   int different = 0;
   for (int round = 0; round < rounds; ++round) {
     SCOPED_TRACE(round);

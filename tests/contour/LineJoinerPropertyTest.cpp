@@ -126,7 +126,7 @@ using PointTypes = testing::Types<GTL::Point2D<double>, GTL::Point3D<double>>;
 TYPED_TEST_SUITE(LineJoinerPropertyTest, PointTypes);
 
 TYPED_TEST(LineJoinerPropertyTest, GivesWhatComparingAllPairsGives) {
-  const int rounds = LongForm(1500, 200000);
+  const int rounds = LongForm(1500, 200000, 500);
   for (int round = 0; round < rounds; ++round) {
     SCOPED_TRACE(round);
     ASSERT_NO_FATAL_FAILURE(this->Run(static_cast<unsigned>(round)));

@@ -29,7 +29,7 @@ reference::Lines<reference::Point2> Trace(TestGrid& grid, const PolyClipLine& po
 
 TEST(LookAheadTracer, GivesTheLinesOfTheTracerThatGoesThroughEverySquare) {
   std::size_t found = 0;
-  const int rounds = LongForm(600, 20000);
+  const int rounds = LongForm(600, 20000, 200);
   for (int round = 0; round < rounds; ++round) {
     SCOPED_TRACE(round);
     RandomModel random(static_cast<unsigned>(7000 + round));

@@ -100,7 +100,7 @@ class TracingPropertyTest : public testing::TestWithParam<int> {
 };
 
 TEST_F(TracingPropertyTest, ContoursAreThoseOfThePlainTracer) {
-  const int rounds = LongForm(400, 20000);
+  const int rounds = LongForm(400, 20000, 130);
   for (int round = 0; round < rounds; ++round) {
     SCOPED_TRACE(round);
     RandomModel random(static_cast<unsigned>(round));
@@ -132,7 +132,7 @@ TEST_F(TracingPropertyTest, ContoursAreThoseOfThePlainTracer) {
 }
 
 TEST_F(TracingPropertyTest, OutlinesAreThoseOfThePlainTracer) {
-  const int rounds = LongForm(400, 20000);
+  const int rounds = LongForm(400, 20000, 130);
   for (int round = 0; round < rounds; ++round) {
     SCOPED_TRACE(round);
     RandomModel random(static_cast<unsigned>(round));
@@ -168,7 +168,7 @@ TEST_F(TracingPropertyTest, OutlinesAreThoseOfThePlainTracer) {
 
 // Where a run ends, what it leaves in its result is the plain tracer's too.
 TEST_F(TracingPropertyTest, StoppedRunsLeaveWhatThePlainTracersLeave) {
-  const int rounds = LongForm(300, 10000);
+  const int rounds = LongForm(300, 10000, 100);
   int cut = 0;
   for (int round = 0; round < rounds; ++round) {
     SCOPED_TRACE(round);

@@ -51,7 +51,7 @@ class InterpolationPropertyTest : public testing::Test {
 
 TEST_F(InterpolationPropertyTest, EveryCellIsThatOfTheLiteralInterpolator) {
   std::int64_t changed = 0;
-  const int runs = LongForm(150, 10000);
+  const int runs = LongForm(150, 10000, 50);
   for (int run = 0; run < runs && !HasFailure(); ++run) {
     const RandomModel model(random_);
     const int radius = Pick(0, 4) == 0 ? Pick(5, 18) : Pick(0, 4);

@@ -907,7 +907,7 @@ TEST(DtmFileModel, AnyOrderOfWorkAgreesWithAMapOfCells) {
   const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
   constexpr std::array<int, 8> kAreaSizes = {1, 2, 3, 4, 7, 16, 64, 100};
   Tally tally;
-  const int rounds = LongForm(3, 40, 2);
+  const int rounds = LongForm(3, 40, 1);
   int operations = 0;
   for (int round = 0; round < rounds; ++round) {
     for (std::size_t i = 0; i < kAreaSizes.size() + 1; ++i) {
@@ -922,7 +922,7 @@ TEST(DtmFileModel, AnyOrderOfWorkAgreesWithAMapOfCells) {
     }
   }
   // The run did what it is for.
-  EXPECT_GE(operations, 9'000);
+  EXPECT_GE(operations, 4'500);
   EXPECT_GT(tally.soundings, operations / 4);
   EXPECT_GT(tally.refusals, operations / 100);
   EXPECT_GT(tally.sets, operations / 50);

@@ -14,7 +14,7 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/VakDtmConfig.cmake.in
 # Before version 1 a new minor version may change the interface.
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/VakDtmConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/VakDtmConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/VakDtmConfigVersion.cmake
-  DESTINATION ${VAKDTM_PACKAGE_DIR})
+  ${CMAKE_CURRENT_LIST_DIR}/VakDtmLibraries.cmake DESTINATION ${VAKDTM_PACKAGE_DIR})
 
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

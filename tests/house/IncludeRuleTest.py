@@ -23,11 +23,12 @@ ALLOWED = {
     "contour": BELOW_FAMILIES,
     "analysis": BELOW_FAMILIES,
     "dredge": BELOW_FAMILIES,
-    "export": BELOW_FAMILIES,
+    # A picture for another system takes the colour table that drawing makes.
+    "export": BELOW_FAMILIES | {"render"},
     "geoid": BELOW_FAMILIES,
     "dialogs": BELOW_FAMILIES,
-    # Drawing shows spikes as their search finds them.
-    "render": BELOW_FAMILIES | {"repair"},
+    # Drawing shows spikes as their search finds them, and colours the range that statistics find.
+    "render": BELOW_FAMILIES | {"repair", "analysis"},
 }
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]*)"|<([^>]*)>)')
@@ -87,7 +88,7 @@ class IncludeRule(unittest.TestCase):
     def test_families_do_not_know_each_other_but_as_said(self):
         families = [folder for folder in ALLOWED if "frame" in ALLOWED[folder]]
         known = {(a, b) for a in families for b in families if b in ALLOWED[a]}
-        self.assertEqual(known, {("render", "repair")})
+        self.assertEqual(known, {("render", "repair"), ("render", "analysis"), ("export", "render")})
 
     def test_the_table_has_no_circle(self):
         seen = set()

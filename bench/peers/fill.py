@@ -17,13 +17,15 @@ Debian packages: gdal-bin python3-gdal python3-numpy time eatmydata.
 import argparse
 import json
 import os
-import re
 import shutil
 import statistics
 import subprocess
 import sys
 import tempfile
-import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, HERE)
+from stats import run_once  # noqa: E402  the same way of measuring
 
 MAKE = """
 import sys
@@ -72,20 +74,6 @@ if both.any():
 if not (ours[~empty] == before[~empty]).all():
     sys.exit("a measured cell was changed")
 """
-
-
-def run_once(words, folder):
-    """Wall seconds, processor seconds, peak memory in MB, and what the command prints."""
-    measured = os.path.join(folder, "time.txt")
-    start = time.monotonic()
-    done = subprocess.run(["/usr/bin/time", "-v", "-o", measured, *words], cwd=folder, capture_output=True, text=True)
-    wall = time.monotonic() - start
-    if done.returncode != 0:
-        sys.exit(f"{words}\n{done.stderr}")
-    with open(measured, encoding="utf-8") as report:
-        text = report.read()
-    busy = sum(float(found) for found in re.findall(r"(?:User|System) time \(seconds\): ([0-9.]+)", text))
-    return wall, busy, int(re.search(r"Maximum resident set size \(kbytes\): (\d+)", text).group(1)) / 1024, done.stdout
 
 
 def to_tiff(command, model, tiff, folder):

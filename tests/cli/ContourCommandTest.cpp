@@ -49,34 +49,13 @@ class ContourCommand : public testing::Test {
     all.insert(all.end(), words.begin(), words.end());
     return test::CommandModels::Run(all);
   }
-  Words Names() const {
-    Words names;
-    for (const auto& entry : fs::directory_iterator(models_.Folder().Path())) {
-      names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
   void ExpectFails(const Words& words, int status, const std::string& error) const {
-    const Words before = Names();
+    const Words before = models_.Names();
     const CommandResult result = Contour(words);
     EXPECT_EQ(result.status, status);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "vakdtm contour: " + error + "\n");
-    EXPECT_EQ(Names(), before) << "something was left behind";
-  }
-  /// A surface of side x side cells of 1 m that waves, so that every level has lines.
-  void MakeWaves(int side) const {
-    std::string text;
-    for (int row = 0; row < side; ++row) {
-      for (int col = 0; col < side; ++col) {
-        char line[80];
-        std::snprintf(line, sizeof line, "%d.5,%d.5,%.3f\n", 500000 + col, 5800000 + row,
-                      -10 + 3 * std::sin(col * 0.21) * std::cos(row * 0.17));
-        text += line;
-      }
-    }
-    models_.Make("a.dtm", text, {"--blocks", "VAL"});
+    EXPECT_EQ(models_.Names(), before) << "something was left behind";
   }
 
   test::CommandModels models_;
@@ -126,13 +105,13 @@ TEST_F(ContourCommand, APolygonLimitsIt) {
 
 TEST_F(ContourCommand, WhatWasFoundIsToldAsJsonWithAFileOrWithout) {
   models_.Make("a.dtm", kSlope);
-  const Words before = Names();
+  const Words before = models_.Names();
   const CommandResult without = Contour({"--interval", "0.75", "--json"});
   EXPECT_EQ(without.err, "");
   EXPECT_THAT(without.out, StartsWith("{\"lines\":2,\"closed\":0,\"vertices\":6,\"length\":4,\"levels\":["
                                       "{\"level\":-2.25,\"lines\":1,\"length\":2},"
                                       "{\"level\":-1.5,\"lines\":1,\"length\":2}],\"seconds\":"));
-  EXPECT_EQ(Names(), before);
+  EXPECT_EQ(models_.Names(), before);
   EXPECT_THAT(Contour({"--interval", "0.75", "--json", "-o", models_.File("c.json")}).out,
               StartsWith(without.out.substr(0, without.out.find("\"seconds\""))));
   EXPECT_EQ(models_.Folder().Text("c.json"), Contour({"--interval", "0.75", "-o", "-"}).out);
@@ -224,7 +203,7 @@ TEST_F(ContourCommand, ProgressIsDrawnWhereThereIsATerminalAndErased) {
 }
 
 TEST_F(ContourCommand, AReaderThatGoesAwayIsNoErrorToTellAbout) {
-  MakeWaves(70);
+  models_.MakeWaves("a.dtm", 70);
   const CommandResult result =
       test::RunCommand({"bash", "-c", "\"$0\" contour \"$1\" --interval 0.01 -o - | head -n 1; exit ${PIPESTATUS[0]}",
                         VAKDTM_COMMAND, models_.File("a.dtm")})
@@ -245,7 +224,7 @@ TEST_F(ContourCommand, WhereThereAreNoLinesAWarningSaysSo) {
 }
 
 TEST_F(ContourCommand, AllLinesOfALongRunAreTheSameWithOneThreadWaitingForTheOther) {
-  MakeWaves(70);
+  models_.MakeWaves("a.dtm", 70);
   const CommandResult all = Contour({"--interval", "0.01", "-o", "-"});
   ASSERT_EQ(all.status, kDone) << all.err;
   // Each level by itself passes no queue.
@@ -269,24 +248,24 @@ TEST_F(ContourCommand, ReplacesAFileOnlyByAWholeOne) {
 }
 
 TEST_F(ContourCommand, StoppedInTheMiddleItLeavesNothing) {
-  MakeWaves(300);
+  models_.MakeWaves("a.dtm", 300);
   models_.Folder().Write("c.geojson", "old");
-  const Words before = Names();
+  const Words before = models_.Names();
   test::RunCommand command(
       {VAKDTM_COMMAND, "contour", models_.File("a.dtm"), "--interval", "0.0001", "-o", models_.File("c.geojson")});
   // It has begun to write when the hidden file is there.
-  while (Names() == before && !command.HasEnded()) std::this_thread::yield();
+  while (models_.Names() == before && !command.HasEnded()) std::this_thread::yield();
   command.Signal(SIGINT);
   const CommandResult& result = command.Wait();
   EXPECT_EQ(result.status, kStopped);
   EXPECT_EQ(result.err, "vakdtm contour: stopped - nothing was kept\n");
-  EXPECT_EQ(Names(), before);
+  EXPECT_EQ(models_.Names(), before);
   EXPECT_EQ(models_.Folder().Text("c.geojson"), "old");
 }
 
 TEST_F(ContourCommand, AFullDiskIsToldInOneLineAndLeavesNothing) {
-  MakeWaves(70);
-  const Words before = Names();
+  models_.MakeWaves("a.dtm", 70);
+  const Words before = models_.Names();
   EXPECT_EQ(Contour({"--interval", "0.1", "-o", "/dev/full"}).status, kUsedWrongly) << "it has no ending";
   const CommandResult result =
       test::RunCommand({"sh", "-c", "trap '' XFSZ; ulimit -f 8; exec \"$0\" contour \"$1\" --interval 0.01 -o \"$2\"",
@@ -295,7 +274,7 @@ TEST_F(ContourCommand, AFullDiskIsToldInOneLineAndLeavesNothing) {
           .Wait();
   EXPECT_EQ(result.status, kCouldNotBeDone);
   EXPECT_THAT(result.err, HasSubstr(": cannot write: File too large - make room, or name another file with -o"));
-  EXPECT_EQ(Names(), before);
+  EXPECT_EQ(models_.Names(), before);
 }
 
 TEST_F(ContourCommand, WrongUseIsMisuse) {

@@ -50,34 +50,12 @@ class GdalLines : public testing::Test {
     EXPECT_EQ(result.err, "");
     return result.out;
   }
-  Words Names() const {
-    Words names;
-    for (const auto& entry : fs::directory_iterator(models_.Folder().Path())) {
-      names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-  /// A surface of side x side cells of 1 m that waves, with a gap in it.
-  void MakeWaves(int side) const {
-    std::string text;
-    for (int row = 0; row < side; ++row) {
-      for (int col = 0; col < side; ++col) {
-        if (row == side / 2 && col == side / 2) continue;
-        char line[80];
-        std::snprintf(line, sizeof line, "%d.5,%d.5,%.3f\n", 500000 + col, 5800000 + row,
-                      -10 + 3 * std::sin(col * 0.21) * std::cos(row * 0.17));
-        text += line;
-      }
-    }
-    models_.Make("a.dtm", text, {"--blocks", "VAL"});
-  }
 
   test::CommandModels models_;
 };
 
 TEST_F(GdalLines, FormatsHoldTheSameDoublesInTheSameOrderAsGeoJson) {
-  MakeWaves(70);
+  models_.MakeWaves("a.dtm", 70);
   const struct {
     const char* command;
     Words words;
@@ -97,7 +75,7 @@ TEST_F(GdalLines, FormatsHoldTheSameDoublesInTheSameOrderAsGeoJson) {
 }
 
 TEST_F(GdalLines, ShapefileHoldsTheSameCoordinatesAndLevels) {
-  MakeWaves(70);
+  models_.MakeWaves("a.dtm", 70);
   // Lengths have fifteen decimals in it.
   const std::string script = std::string(kTell).replace(std::string(kTell).find(", one.GetField('length')"), 24, "");
   const struct {
@@ -124,7 +102,7 @@ TEST_F(GdalLines, ShapefileHoldsTheSameCoordinatesAndLevels) {
 }
 
 TEST_F(GdalLines, LayersHaveAttributesOfTheirKindAndACoordinateSystem) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   const std::string script = R"(
 data = ogr.Open(sys.argv[1])
 layer = data.GetLayer(0)
@@ -176,7 +154,7 @@ for i in range(fields.GetFieldCount()):
 }
 
 TEST_F(GdalLines, WithoutLinesAFileIsAWholeOneOfNone) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   const struct {
     const char* name;
     const char* told;
@@ -204,7 +182,7 @@ print(len(list(layer)), layer.GetSpatialRef().GetAuthorityCode(None),
 }
 
 TEST_F(GdalLines, AShapefileTakesLevelsThatNoFieldHoldsAsLongAsTheyHaveNoLines) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   Write("contour", "few.shp", {"--levels", "-10,-9.25"});
   Write("contour", "all.shp", {"--levels", "-1e300,-10,-9.25,1e-300,1e300"});
   EXPECT_NE(Told("few.shp"), "");
@@ -220,18 +198,18 @@ TEST_F(GdalLines, AShapefileTakesLevelsThatNoFieldHoldsAsLongAsTheyHaveNoLines) 
 }
 
 TEST_F(GdalLines, WhatGdalRefusesForOtherReasonsThanRoomIsToldWithWhatHelps) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   const CommandResult result = test::RunCommand({"env", "GDAL_DATA=/nowhere", VAKDTM_COMMAND, "contour",
                                                  models_.File("a.dtm"), "--levels", "-10", "-o", models_.File("a.dxf")})
                                    .Wait();
   EXPECT_EQ(result.status, kCouldNotBeDone);
   EXPECT_THAT(result.err, HasSubstr(" is GDAL_DATA set properly? - install the package gdal-data, or name another "));
   EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '?'), 1) << "a line break isn't told as a question mark";
-  EXPECT_EQ(Names(), (Words{"a.dtm"}));
+  EXPECT_EQ(models_.Names(), (Words{"a.dtm"}));
 }
 
 TEST_F(GdalLines, GeoPackageHasASpatialIndexAndNoJournalIsLeft) {
-  MakeWaves(70);
+  models_.MakeWaves("a.dtm", 70);
   Write("contour", "a.gpkg", {"--interval", "0.5"});
   EXPECT_EQ(Told("a.gpkg", R"(
 data = gdal.OpenEx(sys.argv[1])
@@ -239,11 +217,11 @@ index = data.ExecuteSQL('SELECT COUNT(*) FROM rtree_contours_geom')
 print(index.GetNextFeature().GetField(0) == data.GetLayer(0).GetFeatureCount() > 10)
 )"),
             "True\n");
-  EXPECT_EQ(Names(), (Words{"a.dtm", "a.gpkg"}));
+  EXPECT_EQ(models_.Names(), (Words{"a.dtm", "a.gpkg"}));
 }
 
 TEST_F(GdalLines, DrawingHasALayerForEachLevelAndItsHeight) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   const std::string script = R"(
 data = ogr.Open(sys.argv[1])
 for one in data.GetLayer(0):
@@ -274,7 +252,7 @@ for one in data.GetLayer(0):
 }
 
 TEST_F(GdalLines, ClosedLinesOfADrawingAreClosedAndHaveNoVertexTwice) {
-  MakeWaves(70);
+  models_.MakeWaves("a.dtm", 70);
   // What stands between the names of the entities, as far as it is of interest: 70 is 1 for a closed one and 9 for one
   // in space, 90 the number of vertices in the plane, a VERTEX one in space.
   const std::string entities = R"(
@@ -307,10 +285,11 @@ print()
 }
 
 TEST_F(GdalLines, AFileIsReplacedWithAllThatBelongsToIt) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   Write("contour", "a.shp", {"--interval", "1", "--crs", "EPSG:25831"});
   Write("contour", "a.shp", {"--interval", "1"});
-  EXPECT_EQ(Names(), (Words{"a.cpg", "a.dbf", "a.dtm", "a.shp", "a.shx"})) << "the old coordinate system is gone";
+  EXPECT_EQ(models_.Names(), (Words{"a.cpg", "a.dbf", "a.dtm", "a.shp", "a.shx"}))
+      << "the old coordinate system is gone";
   for (const char* name : {"a.gpkg", "a.fgb", "a.dxf"}) {
     models_.Folder().Write(name, "something else");
     Write("contour", name, {"--interval", "1"});
@@ -319,27 +298,27 @@ TEST_F(GdalLines, AFileIsReplacedWithAllThatBelongsToIt) {
 }
 
 TEST_F(GdalLines, StoppedInTheMiddleNothingIsLeftAndTheOldFileStays) {
-  MakeWaves(300);
+  models_.MakeWaves("a.dtm", 300);
   for (const char* name : {"c.gpkg", "c.shp", "c.dxf", "c.fgb"}) {
     SCOPED_TRACE(name);
     models_.Folder().Write(name, "old");
-    const Words before = Names();
+    const Words before = models_.Names();
     test::RunCommand command(
         {VAKDTM_COMMAND, "contour", models_.File("a.dtm"), "--interval", "0.0001", "-o", models_.File(name)});
     // It has begun to write when the hidden folder is there.
-    while (Names() == before && !command.HasEnded()) std::this_thread::yield();
+    while (models_.Names() == before && !command.HasEnded()) std::this_thread::yield();
     command.Signal(SIGINT);
     const CommandResult& result = command.Wait();
     EXPECT_EQ(result.status, kStopped);
     EXPECT_EQ(result.err, "vakdtm contour: stopped - nothing was kept\n");
-    EXPECT_EQ(Names(), before);
+    EXPECT_EQ(models_.Names(), before);
     EXPECT_EQ(models_.Folder().Text(name), "old");
   }
 }
 
 TEST_F(GdalLines, AFullDiskIsToldInOneLineAndLeavesNothing) {
-  MakeWaves(70);
-  const Words before = Names();
+  models_.MakeWaves("a.dtm", 70);
+  const Words before = models_.Names();
   for (const char* blocks : {"1", "64"}) {
     for (const char* name : {"c.gpkg", "c.shp", "c.dxf", "c.fgb"}) {
       SCOPED_TRACE(std::string(name) + " with " + blocks + " blocks");
@@ -353,13 +332,13 @@ TEST_F(GdalLines, AFullDiskIsToldInOneLineAndLeavesNothing) {
       EXPECT_EQ(result.status, kCouldNotBeDone);
       EXPECT_THAT(result.err, testing::MatchesRegex("vakdtm contour: .*/c\\.[a-z]+: cannot write: .* - make room, or "
                                                     "name another file with -o\r\n"));
-      EXPECT_EQ(Names(), before);
+      EXPECT_EQ(models_.Names(), before);
     }
   }
 }
 
 TEST_F(GdalLines, WhatCannotBeReplacedIsRefused) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   fs::create_directory(models_.File("folder.shp"));
   const struct {
     std::string target;
@@ -389,7 +368,7 @@ TEST_F(GdalLines, WhatCannotBeReplacedIsRefused) {
 }
 
 TEST_F(GdalLines, AFolderWhoseNameLooksLikeAnAddressIsAFolder) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   fs::create_directory(models_.File("file:x"));
   for (const char* name : {"file:x/a.gpkg", "file:x/a.shp", "file:x/a.dxf", "file:x/a.fgb"}) {
     const CommandResult result =
@@ -403,7 +382,7 @@ TEST_F(GdalLines, AFolderWhoseNameLooksLikeAnAddressIsAFolder) {
 }
 
 TEST_F(GdalLines, ACoordinateSystemIsLookedUpForEveryFormatThatKeepsOne) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   const struct {
     const char* crs;
     int status;
@@ -431,7 +410,7 @@ TEST_F(GdalLines, ACoordinateSystemIsLookedUpForEveryFormatThatKeepsOne) {
 }
 
 TEST_F(GdalLines, WithoutTheTableOfCoordinateSystemsThatIsToldAndGeoJsonGoesOn) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   const struct {
     const char* name;
     int status;
@@ -451,7 +430,7 @@ TEST_F(GdalLines, WithoutTheTableOfCoordinateSystemsThatIsToldAndGeoJsonGoesOn) 
 }
 
 TEST_F(GdalLines, AModuleOfAnotherKindIsRefusedWithWhatToDo) {
-  MakeWaves(20);
+  models_.MakeWaves("a.dtm", 20);
   const std::string copy = models_.CopyForStrangers();
   models_.Folder().Write("vakdtm_gdal.so", "no library");
   const CommandResult result =

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -63,6 +65,31 @@ class CommandModels {
     }
     if (Run(words, soundings).status != 0) throw std::runtime_error("no model");
     return File(name);
+  }
+
+  /// A model of `VAL`, side x side cells of 1 m that wave, so that every level has lines, with a gap in the middle.
+  void MakeWaves(const std::string& name, int side) const {
+    std::string text;
+    for (int row = 0; row < side; ++row) {
+      for (int col = 0; col < side; ++col) {
+        if (row == side / 2 && col == side / 2) continue;
+        char line[80];
+        std::snprintf(line, sizeof line, "%d.5,%d.5,%.3f\n", 500000 + col, 5800000 + row,
+                      -10 + 3 * std::sin(col * 0.21) * std::cos(row * 0.17));
+        text += line;
+      }
+    }
+    Make(name, text, {"--blocks", "VAL"});
+  }
+
+  /// What lies in the folder, sorted.
+  Words Names() const {
+    Words names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.Path())) {
+      names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
   }
 
   /// Takes the last byte, so that there is no index any more.

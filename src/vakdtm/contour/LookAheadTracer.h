@@ -6,7 +6,7 @@
 namespace vak {
 
 /// A tracer that first looks where in an area the level may pass, and goes through those squares alone, on its own when
-/// the area is announced: the walker then skips the area. Looking costs a tenth of going through all squares.
+/// the area is announced: the walker then skips the area.
 ///
 /// For walks on which nobody changes cells on the same thread: the lines are the same then, and so is their order.
 /// Goes through all squares as long as there are ranges to be learned, and where heights aren't kept as doubles.

@@ -11,7 +11,7 @@ namespace vak {
 /// the cells (row, col) to (row + 1, col + 1) of the area as corners; those of the last row and the last column also
 /// have corners in other areas.
 ///
-/// Takes a nanosecond a cell. Memory is taken once for the largest area.
+/// Memory is taken once for the largest area.
 class SquareMarks {
  public:
   /// Marks the squares that may be crossed: those that don't have all corners on one side of the level, and those with

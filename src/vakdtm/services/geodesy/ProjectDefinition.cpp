@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "vakdtm/services/files/FileObject.h"
+#include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
 #include "vakdtm/services/jobs/Installed.h"
 #include "vakdtm/services/text/CVakUnitCnv.h"
 
@@ -20,6 +21,7 @@ constexpr const wchar_t* kVolumeUnitsKey = L"Volume Units";
 constexpr const wchar_t* kCoordinateDecimalsKey = L"Coordinate Decimals";
 constexpr const wchar_t* kHeightDecimalsKey = L"Height Decimals";
 constexpr const wchar_t* kVolumeDecimalsKey = L"Volume Decimals";
+constexpr const wchar_t* kCoordinateSystemKey = L"Coordinate System";
 
 Installed<const ProjectDefinition>& Current() {
   static Installed<const ProjectDefinition> current;
@@ -78,10 +80,28 @@ bool ReadDecimals(const FileObject& file, const wchar_t* key, int& decimals, std
   return true;
 }
 
+/// Reads the coordinate system, which may be missing. @return false when the text is none.
+bool ReadSystem(const FileObject& file, std::shared_ptr<VakGeoCoordSysBase>& system, std::wstring* error) {
+  std::wstring text;
+  if (!file.GetString(GEODESY_SECTION, kCoordinateSystemKey, text)) return true;
+  std::wstring fault;
+  system = VakGeoCoordSysBase::FromText(text, &fault);
+  if (system) return true;
+  if (error != nullptr) *error = std::wstring(kCoordinateSystemKey) + L": " + fault;
+  return false;
+}
+
+/// A definition without a system leaves none behind that was there before.
+bool SaveSystem(FileObject& file, const VakGeoCoordSysBase* system) {
+  if (system != nullptr) return file.SetString(GEODESY_SECTION, kCoordinateSystemKey, system->GetDefinition());
+  file.RemoveKey(GEODESY_SECTION, kCoordinateSystemKey);
+  return true;
+}
+
 }  // namespace
 
 bool ProjectDefinition::FileOpen(const FileObject& file, std::wstring* error) {
-  if (!file.HasSection(UNITS_SECTION)) {
+  if (!file.HasSection(UNITS_SECTION) && !file.HasSection(GEODESY_SECTION)) {
     if (error != nullptr) *error = std::wstring(L"no section [") + UNITS_SECTION + L"]";
     return false;
   }
@@ -94,7 +114,7 @@ bool ProjectDefinition::FileOpen(const FileObject& file, std::wstring* error) {
   read.units_ = CVakUnitCnv(horizontal, height, volume);
   if (!ReadDecimals(file, kCoordinateDecimalsKey, read.coordinateDecimals_, error) ||
       !ReadDecimals(file, kHeightDecimalsKey, read.heightDecimals_, error) ||
-      !ReadDecimals(file, kVolumeDecimalsKey, read.volumeDecimals_, error)) {
+      !ReadDecimals(file, kVolumeDecimalsKey, read.volumeDecimals_, error) || !ReadSystem(file, read.system_, error)) {
     return false;
   }
   *this = read;
@@ -109,7 +129,21 @@ bool ProjectDefinition::FileSave(FileObject& file) const {
          saveUnit(kVolumeUnitsKey, kUnitVolume) &&
          file.SetInt(UNITS_SECTION, kCoordinateDecimalsKey, coordinateDecimals_) &&
          file.SetInt(UNITS_SECTION, kHeightDecimalsKey, heightDecimals_) &&
-         file.SetInt(UNITS_SECTION, kVolumeDecimalsKey, volumeDecimals_);
+         file.SetInt(UNITS_SECTION, kVolumeDecimalsKey, volumeDecimals_) && SaveSystem(file, system_.get());
+}
+
+bool ProjectDefinition::GetAttribute(const std::wstring& section, const std::wstring& key, std::wstring& value) const {
+  FileObject saved;
+  return FileSave(saved) && saved.GetString(section, key, value);
+}
+
+bool ProjectDefinition::operator==(const ProjectDefinition& other) const {
+  if (!(units_ == other.units_) || coordinateDecimals_ != other.coordinateDecimals_ ||
+      heightDecimals_ != other.heightDecimals_ || volumeDecimals_ != other.volumeDecimals_) {
+    return false;
+  }
+  if (system_ == nullptr || other.system_ == nullptr) return system_ == other.system_;
+  return system_->GetDefinition() == other.system_->GetDefinition();
 }
 
 int ProjectDefinition::Decimals(int unitKind) const {

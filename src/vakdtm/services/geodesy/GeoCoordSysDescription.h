@@ -1,0 +1,61 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace vak {
+
+/// A thing of geodesy by its name and its number in the EPSG register; 0 when it isn't in there.
+struct GeoNameAndCode {
+  std::wstring name;
+  int code = 0;
+};
+
+/// A unit with its size: metres of a length, radians of an angle.
+struct GeoUnit : GeoNameAndCode {
+  double size = 1.0;
+};
+
+/// A parameter of a map projection.
+struct GeoParameter : GeoNameAndCode {
+  enum class Kind { kLength, kAngle, kScale };
+
+  Kind kind = Kind::kScale;
+  double value = 0;  ///< metres, degrees or unity
+};
+
+/// What a coordinate system is made of, for those who write it into files. A plain value.
+struct GeoCoordSysDescription {
+  enum class Kind {
+    kLocal,       ///< x and y of no known place: an engineering system
+    kGeographic,  ///< x is longitude and y is latitude
+    kProjected    ///< x and y are in a plane onto which longitude and latitude are projected
+  };
+
+  Kind kind = Kind::kLocal;
+  GeoNameAndCode system;  ///< of the horizontal part
+  GeoUnit unit;           ///< of x and y: a length, but with `kGeographic`
+
+  // Of `kGeographic` and `kProjected`.
+  GeoNameAndCode geographic;
+  GeoNameAndCode datum;
+  GeoNameAndCode ellipsoid;
+  double semiMajorAxis = 0;      ///< metres
+  double inverseFlattening = 0;  ///< 0: a sphere
+  GeoNameAndCode primeMeridian;
+  double primeMeridianLongitude = 0;  ///< degrees east of Greenwich
+  GeoUnit angularUnit;
+
+  // Of `kProjected`.
+  GeoNameAndCode projection;
+  GeoNameAndCode method;
+  std::vector<GeoParameter> parameters;
+
+  // The heights.
+  bool hasVertical = false;
+  GeoNameAndCode vertical;
+  GeoNameAndCode verticalDatum;
+  GeoUnit verticalUnit;
+};
+
+}  // namespace vak

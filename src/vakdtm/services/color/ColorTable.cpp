@@ -63,14 +63,6 @@ Color BetweenHues(Color from, Color to, double share) {
                               std::lerp(lightness[0], lightness[1], share));
 }
 
-/// The class that holds a value, or none: the last lower bound that isn't above it.
-const ColorClass* Holder(const std::vector<ColorClass>& classes, std::optional<double> end, double value) {
-  if (std::isnan(value) || (end && value > *end)) return nullptr;
-  const auto above = std::upper_bound(classes.begin(), classes.end(), value,
-                                      [](double wanted, const ColorClass& next) { return wanted < next.lower; });
-  return above == classes.begin() ? nullptr : &*std::prev(above);
-}
-
 std::optional<Color> Masked(std::optional<Color> color) {
   return color ? std::optional<Color>(*color & kAllColors) : std::nullopt;
 }
@@ -137,10 +129,29 @@ bool WriteColorKey(FileObject& file, const wchar_t* key, std::optional<Color> co
 
 }  // namespace
 
+const ColorClass* ColorTable::Holder(double value) const {
+  if (classes_.empty() || std::isnan(value) || value < classes_.front().lower || (end_ && value > *end_))
+    return nullptr;
+  const ColorClass* const first = classes_.data();
+  const ColorClass* const last = first + (classes_.size() - 1);
+  // Most tables have classes of one width, and then the place of a value in the range tells its class, but for
+  // rounding. What isn't found there is searched: the last lower bound that isn't above the value.
+  const double guess = (value - first->lower) * classesPerUnit_;
+  const double most = static_cast<double>(classes_.size() - 1);
+  const ColorClass* holder = first + static_cast<std::ptrdiff_t>(guess < most ? guess : most);
+  if (holder->lower > value)
+    --holder;
+  else if (holder < last && (holder + 1)->lower <= value)
+    ++holder;
+  if (holder->lower <= value && (holder == last || value < (holder + 1)->lower)) return holder;
+  return std::prev(std::upper_bound(first, last + 1, value,
+                                    [](double wanted, const ColorClass& next) { return wanted < next.lower; }));
+}
+
 Color ColorTable::GetColor(double value) const {
   if (std::isnan(value)) return noValue_.value_or(kBlack);
   if (classes_.empty()) return kBlack;
-  const ColorClass* const holder = Holder(classes_, end_, value);
+  const ColorClass* const holder = Holder(value);
   if (holder == nullptr) {
     return value < classes_.front().lower ? below_.value_or(classes_.front().color)
                                           : above_.value_or(classes_.back().upper);
@@ -157,7 +168,7 @@ Color ColorTable::GetColor(double value) const {
 }
 
 std::wstring ColorTable::GetName(double value) const {
-  const ColorClass* const holder = Holder(classes_, end_, value);
+  const ColorClass* const holder = Holder(value);
   return holder != nullptr ? holder->name : std::wstring();
 }
 
@@ -169,19 +180,28 @@ bool ColorTable::SetRange(double min, double max, int steps, bool colored, bool 
 }
 
 bool ColorTable::SetRange(double low, double high, int steps, Color first, Color second) {
+  return SetEvenClasses(low, high, steps, [&](double share) { return BetweenHues(first, second, share); });
+}
+
+bool ColorTable::SetRangeRGB3(double low, double high, int steps, Color first, Color middle, Color last) {
+  return SetEvenClasses(low, high, steps, [&](double share) {
+    return share <= 0.5 ? Between(first, middle, 2 * share) : Between(middle, last, 2 * share - 1);
+  });
+}
+
+template <typename ColorAt>
+bool ColorTable::SetEvenClasses(double low, double high, int steps, ColorAt colorAt) {
   if (!std::isfinite(low) || !std::isfinite(high) || steps < 1) return false;
   if (static_cast<std::size_t>(steps) > kMostClasses) return false;
-  if (low > high) {
-    std::swap(low, high);
-    std::swap(first, second);
-  }
+  const bool falls = low > high;
+  if (falls) std::swap(low, high);
   std::vector<ColorClass> classes;
   classes.reserve(static_cast<std::size_t>(steps));
   for (int step = 0; step < steps; ++step) {
     const double lower = std::lerp(low, high, static_cast<double>(step) / steps);
     if (!classes.empty() && !(lower > classes.back().lower)) continue;
     const double share = steps > 1 ? static_cast<double>(step) / (steps - 1) : 0.0;
-    const Color color = BetweenHues(first, second, share);
+    const Color color = colorAt(falls ? 1 - share : share);
     classes.push_back({lower, color, color, L""});
   }
   ColorTable range;
@@ -203,6 +223,9 @@ bool ColorTable::SetClasses(std::vector<ColorClass> classes, std::optional<doubl
     each.upper &= kAllColors;
   }
   end_ = end;
+  const double width = classes_.empty() ? 0 : end_.value_or(classes_.back().lower) - classes_.front().lower;
+  const double perUnit = static_cast<double>(classes_.size() - (end_ || classes_.empty() ? 0 : 1)) / width;
+  classesPerUnit_ = std::isfinite(perUnit) ? perUnit : 0;
   return true;
 }
 
@@ -291,6 +314,17 @@ bool ColorTable::FileSave(FileObject& file) const {
 bool ColorTable::operator==(const ColorTable& other) const {
   return classes_ == other.classes_ && end_ == other.end_ && below_ == other.below_ && above_ == other.above_ &&
          noValue_ == other.noValue_;
+}
+
+Color ColorTable::GetContrastColor(Color color) {
+  // Relative luminance, and the contrast (l1 + 0.05) / (l2 + 0.05), after the Web Content Accessibility Guidelines 2.0.
+  const auto light = [&](int channel) {
+    const double coded = Channel(color, channel) / 255.0;
+    return coded <= 0.03928 ? coded / 12.92 : std::pow((coded + 0.055) / 1.055, 2.4);
+  };
+  constexpr double kGlare = 0.05;
+  const double luminance = 0.2126 * light(0) + 0.7152 * light(1) + 0.0722 * light(2);
+  return (luminance + kGlare) / kGlare >= (1 + kGlare) / (luminance + kGlare) ? kBlack : kWhite;
 }
 
 void ColorTable::RGBtoHSL(Color color, double& hue, double& saturation, double& lightness) {

@@ -56,6 +56,12 @@ class ColorTable {
   /// @param low,high  may fall: `first` then belongs to the higher values. Equal: one class with the colour `first`.
   bool SetRange(double low, double high, int steps, Color first, Color second);
 
+  /// Replaces all by classes of equal width over a range, each of one colour: those of the first half run from `first`
+  /// to `middle`, those of the second from `middle` to `last`, in equal shares of red, green and blue.
+  /// @param low,high  as `SetRange`.
+  /// @return false as `SetRange`.
+  bool SetRangeRGB3(double low, double high, int steps, Color first, Color middle, Color last);
+
   /// Replaces all by the given classes.
   /// @param classes  by strictly rising lower bound, all finite, `kMostClasses` at most. Of the colours the lowest
   /// three bytes count.
@@ -89,6 +95,10 @@ class ColorTable {
   /// Whether two tables give the same for every value.
   bool operator==(const ColorTable& other) const;
 
+  /// Black or white, whichever reads better on a colour: by the contrast of luminances that accessible texts are held
+  /// to.
+  static Color GetContrastColor(Color color);
+
   /// @param hue         gets degrees, 0 up to 360; 0 for a grey.
   /// @param saturation  gets 0 to 1.
   /// @param lightness   gets 0 to 1.
@@ -100,9 +110,15 @@ class ColorTable {
  private:
   bool ReadSettings(const FileObject& file);
   bool Refuse(std::wstring why);
+  /// @param colorAt  gives the colour of a class by its place among them, 0 for the first and 1 for the last.
+  template <typename ColorAt>
+  bool SetEvenClasses(double low, double high, int steps, ColorAt colorAt);
+  /// The class that holds a value; null when none does.
+  const ColorClass* Holder(double value) const;
 
   std::vector<ColorClass> classes_;  // by rising lower bound
   std::optional<double> end_;
+  double classesPerUnit_ = 0;  // of value, were all classes of one width: a guess at a value's class
   std::optional<Color> below_, above_, noValue_;
   std::wstring lastError_;
 };

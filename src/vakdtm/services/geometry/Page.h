@@ -7,6 +7,9 @@
 
 namespace vak {
 
+class CDC;
+class CoordinateSystem;
+
 /// An axis-parallel rectangle in model units, or none.
 ///
 /// Held as two corners, left bottom and right top; its edges belong to it. It is valid, that is, holds a rectangle,
@@ -26,6 +29,11 @@ class Page {
   constexpr Page(double x0, double y0, double x1, double y1) : left_(x0), bottom_(y0), right_(x1), top_(y1) {}
 
   constexpr void Set(double x0, double y0, double x1, double y1) { *this = Page(x0, y0, x1, y1); }
+
+  /// From the left bottom corner to the right top one.
+  constexpr void Set(const Point& leftBottom, const Point& rightTop) {
+    *this = Page(leftBottom.x, leftBottom.y, rightTop.x, rightTop.y);
+  }
 
   constexpr bool IsValid() const { return left_ <= right_ && bottom_ <= top_; }
   constexpr void Invalidate() { *this = Page(); }
@@ -79,6 +87,11 @@ class Page {
     return IsValid() && other.IsValid() && left_ <= other.right_ && other.left_ <= right_ && bottom_ <= other.top_ &&
            other.bottom_ <= top_;
   }
+
+  /// Draws the frame with the selected pen: of each side what lies in the view, edges included, and so nothing where
+  /// the view lies inside. A frame that is wholly in the view is one closed line, one that isn't a line a side.
+  /// @param device  null: nothing is drawn.
+  void DrawRect(CDC* device, const CoordinateSystem& coordinates, const Page& view) const;
 
  private:
   double left_ = std::numeric_limits<double>::infinity();

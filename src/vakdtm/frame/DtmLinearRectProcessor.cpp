@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "vakdtm/frame/CellRange.h"
+#include "vakdtm/frame/DrawStep.h"
 #include "vakdtm/frame/DtmProcessor.h"
 #include "vakdtm/store/DtmAccess.h"
 #include "vakdtm/store/DtmFile.h"
@@ -15,15 +16,6 @@ namespace vak {
 namespace {
 
 constexpr int kLargestInt = std::numeric_limits<int>::max();
-
-/// Cells a pixel, at least 1.
-int CalcStep(double scale, double cellSize) {
-  // Its quotient is infinite with either sign, and that of the zero means nothing.
-  if (scale == 0.0) return kLargestInt;
-  const double step = 1.0 / scale / cellSize;
-  if (!(step >= 1.0)) return 1;
-  return step < kLargestInt ? static_cast<int>(step) : kLargestInt;
-}
 
 /// Rows or columns by a step. In 64 bits, since the end may lie a step beyond the type's.
 struct Steps {
@@ -43,8 +35,8 @@ DtmLinearRectProcessor::DtmLinearRectProcessor(const Page& rect, DtmAccess* acce
 void DtmLinearRectProcessor::SetDrawScale(const Point& scale) {
   const DtmFile* const file = File();
   if (file == nullptr) return;
-  rowStep_ = CalcStep(-scale.y, file->CellSize());
-  colStep_ = CalcStep(scale.x, file->CellSize());
+  rowStep_ = CalcDrawStep(-scale.y, file->CellSize());
+  colStep_ = CalcDrawStep(scale.x, file->CellSize());
 }
 
 bool DtmLinearRectProcessor::Process() {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <memory>
 #include <set>
@@ -8,6 +7,9 @@
 #include "vakdtm/frame/DtmProcessor.h"
 #include "vakdtm/repair/SPIKE.h"
 #include "vakdtm/services/color/Color.h"
+#include "vakdtm/services/color/ColorShade.h"
+#include "vakdtm/services/device/Pen.h"
+#include "vakdtm/services/device/PixelRect.h"
 #include "vakdtm/services/geometry/Page.h"
 
 namespace vak {
@@ -16,7 +18,6 @@ class CDC;
 class ColorTable;
 class CoordinateSystem;
 class DtmMultiProcessor;
-struct Pen;
 
 /// Paints a grid model onto a device, a filled rectangle a cell, as a walker shows the cells: nothing is kept between
 /// them, and the picture grows as the walk goes on. `DrawModel` chooses the walker.
@@ -66,7 +67,7 @@ class DtmDrawProcessor : public DtmProcessor {
   /// Ends the walk with false at the next area or cell. Stays until it is taken back. Any thread may call.
   void SetStop(bool stop) { stop_.exchange(stop); }
 
-  /// @return false when there is nothing to draw, or nothing to draw on; the device is as it was then.
+  /// @return false when there is nothing to draw, or nothing to draw with or on; the device is as it was then.
   bool Init(DtmAccess& access) override;
   /// Gives the device back its pen and background colour. @return the marks' `Fini`, or true without marks.
   bool Fini() override;
@@ -91,16 +92,22 @@ class DtmDrawProcessor : public DtmProcessor {
   const Page* View() const { return view_; }
 
  private:
-  struct Shades;
-
+  bool HasDevice() const { return device_ != nullptr && system_ != nullptr && view_ != nullptr; }
+  void FindSteps();
   void DrawFrame(const Page& area);
-  void DrawMark(int row, int col);
-  bool FillSpike(int row, int col, const Page& page);
-  Color ColorOf(int row, int col, double value, bool ok);
+  void DrawMarkStroke(int row, int col);
+  /// @param marked  gets whether a stroke is still due. @return false when the cell is done.
+  bool MarkCell(int row, int col, double weight, const PixelRect& rect, bool& marked);
+  /// @return false when the cell is done, without a stroke.
+  bool PaintCell(int row, int col, const PixelRect& rect);
+  /// @return whether the cell was painted as a spike or as none.
+  bool PaintSpike(int row, int col, const PixelRect& rect);
+  /// @param ok  whether `value` is one that the table can be asked for.
+  Color FindColor(int row, int col, double value, bool ok);
+  Color FindGradientColor(int row, int col);
   Color Shade(int row, int col, double value, bool ok, Color color);
   bool FindSlope(int row, int col, double z, double& slope);
-  bool Neighbour(int row, int col, int rows, int cols, double& value);
-  double Distance() const;
+  bool GetNeighbourZ(int row, int col, int rowSteps, int colSteps, double& value);
 
   CDC* device_ = nullptr;
   const CoordinateSystem* system_ = nullptr;
@@ -109,12 +116,12 @@ class DtmDrawProcessor : public DtmProcessor {
   const ColorTable* table_ = nullptr;
   DtmMultiProcessor* marks_ = nullptr;
   Color markColor_ = 250;
-  std::unique_ptr<Pen> pen_;
+  Pen pen_;
   bool smallCells_ = false;
   bool frameAreas_ = false;
   double unitOffset_ = 0.0;
   Color backgroundBefore_ = 0;
-  std::unique_ptr<Pen> penBefore_;
+  Pen penBefore_;
   DtmAccess* access_ = nullptr;  // null outside a walk
   double cellSize_ = 0.0;        // metres
   double areaSide_ = 0.0;        // metres
@@ -140,7 +147,7 @@ class DtmDrawProcessor : public DtmProcessor {
   bool gradientMode_ = false;
   bool showNoDesign_ = false;
   Color noValueColor_ = 12899809;
-  std::unique_ptr<Shades> shades_;  // colours in parts, as shading wants them
+  ColorShades shades_;
 };
 
 }  // namespace vak

@@ -97,6 +97,7 @@ void DtmAccess::CopyFrom(const DtmAccess& other) {
   areaRow_ = other.areaRow_;
   areaCol_ = other.areaCol_;
   cleared_ = other.cleared_;
+  sparse_ = other.sparse_;
   cacheSize_ = other.cacheSize_;
   current_ = other.current_;
   cache_ = other.cache_;
@@ -244,9 +245,22 @@ bool DtmAccess::GetDoubleValue(int row, int col, int id, double& value) {
   value = EmptyDouble();
   const int cell = GetAreaCell(row, col, false);
   if (cell < 0) return false;
+  if (sparse_) return ReadSparsely(cell, id, value);
   const DtmDataBlock* const block = GetDataBlock(id);
   if (!block) return false;
   return LoadAsDouble(block->CellData(), id, cell, value);
+}
+
+bool DtmAccess::SetSparseReading(bool sparse) { return std::exchange(sparse_, sparse); }
+
+bool DtmAccess::ReadSparsely(int cell, int id, double& value) {
+  const int slot = file_->FindBlockSlot(id);
+  if (slot < 0) return false;
+  const OpenArea& open = current_.front();
+  const DtmDataBlock* const block = open.blocks.empty() ? nullptr : open.blocks[static_cast<std::size_t>(slot)];
+  if (block) return LoadAsDouble(block->CellData(), id, cell, value);
+  alignas(double) std::array<std::byte, sizeof(double)> bytes;
+  return open.area->ReadCellAt(slot, cell, bytes.data()) && LoadAsDouble(bytes.data(), id, 0, value);
 }
 
 const std::byte* DtmAccess::FindCell(int row, int col, int id) {

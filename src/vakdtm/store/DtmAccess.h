@@ -72,6 +72,14 @@ class DtmAccess {
   /// How many areas the cursor has given up because their place was needed for others, or with the file.
   std::uint64_t NumReleases() const { return releases_; }
 
+  /// Whether `GetDoubleValue`, and with it the slope and interpolation, reads a cell by itself where its block isn't in
+  /// memory, in place of making the block resident: for those who look at few cells of many areas. A block that is in
+  /// memory, whoever holds it, gives its cell as ever. So the answers are the same, as fresh and of as little effect on
+  /// other cursors, but for one thing: where a file has lost bytes since an area of it was first looked at, cells
+  /// that are still there answer. Off at first; a copy reads as the original does.
+  /// @return what it was.
+  bool SetSparseReading(bool sparse);
+
   /// Writes a cell, creating its area. Truncated to the integer kinds, narrowed to float; kind u can't be set this way.
   /// @param updateMinMax  whether the value is a height that the area's Z range has to hold.
   /// @return false when nothing was stored.
@@ -164,6 +172,7 @@ class DtmAccess {
   DtmDataBlock* GetDataBlock(int id);
   DtmDataBlock* GetDataBlockAt(int slot);
   bool GetCellValue(int row, int col, int id, double& value);
+  bool ReadSparsely(int cell, int id, double& value);
   /// Opens the blocks of the statistics in the current area. @return false when one that the file has can't be read.
   bool OpenStatistics();
   template <typename T>
@@ -193,6 +202,7 @@ class DtmAccess {
   std::uint64_t cacheSize_ = kDefaultCacheSize;
   std::uint64_t releases_ = 0;
 
+  bool sparse_ = false;
   bool cleared_ = false;  // a cell of the current area was emptied since it was entered
 };
 

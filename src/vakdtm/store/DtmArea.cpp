@@ -142,6 +142,12 @@ DtmDataBlock* DtmArea::OpenDataBlockAt(int index) {
   return block->Open() ? block : nullptr;
 }
 
+bool DtmArea::ReadCellAt(int index, int cell, std::byte* out) {
+  const std::scoped_lock lock(mutex_);
+  CreateDataBlocks();
+  return !readError_ && blocks_[static_cast<std::size_t>(index)]->ReadCell(cell, out);
+}
+
 bool DtmArea::IsEmpty() {
   const std::scoped_lock lock(mutex_);
   if (stream_ && (blocks_.empty() || readError_)) return false;

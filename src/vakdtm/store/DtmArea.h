@@ -84,6 +84,11 @@ class DtmArea {
   /// The same by place in the file's block list.
   DtmDataBlock* OpenDataBlockAt(int index);
 
+  /// Reads one cell of the block at a place in the file's block list, without making the block resident.
+  /// @param out  gets the cell, in the width of the block's letter; 8 bytes at most. @return false when it can't be
+  /// read.
+  bool ReadCellAt(int index, int cell, std::byte* out);
+
   /// Whether all blocks are known to be empty. False for a written area whose blocks were never needed or can't be
   /// read: unknown counts as data.
   bool IsEmpty();

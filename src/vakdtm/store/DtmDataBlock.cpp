@@ -99,7 +99,7 @@ bool DtmDataBlock::Open() {
     auto cells = std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(size_));
     if (stream_ && !IsEmpty()) {
       const StreamLock streamLock(*stream_);
-      if (!ReadPlace(cells.get())) return false;
+      if (!ReadPlace(0, cells.get(), static_cast<std::size_t>(size_))) return false;
       PutFlags(0);
     } else {
       std::memset(cells.get(), FillByte(), static_cast<std::size_t>(size_));
@@ -109,6 +109,23 @@ bool DtmDataBlock::Open() {
   }
   openCount_.fetch_add(1, std::memory_order_acq_rel);
   return true;
+}
+
+bool DtmDataBlock::ReadCell(int cell, std::byte* out) {
+  const int width = BytesPerCell();
+  if (width == 0) return false;
+  const std::int64_t begin = std::int64_t{cell} * width;
+  const auto count = static_cast<std::size_t>(width);
+  if (cells_) {
+    LoadCells(width, cells_.get() + begin, out, count);
+    return true;
+  }
+  if (!stream_ || IsEmpty()) {
+    std::memset(out, FillByte(), count);
+    return true;
+  }
+  const StreamLock streamLock(*stream_);
+  return ReadPlace(begin, out, count);
 }
 
 void DtmDataBlock::Close() {
@@ -144,10 +161,8 @@ bool DtmDataBlock::WriteCells(DataStream* stream) const {
   return true;
 }
 
-bool DtmDataBlock::ReadPlace(std::byte* out) {
-  if (!stream_->Seek(position_, DataStream::kFromStart) || !stream_->Read(out, static_cast<std::uint64_t>(size_))) {
-    return false;
-  }
+bool DtmDataBlock::ReadPlace(std::int64_t begin, std::byte* out, std::size_t count) {
+  if (!stream_->Seek(position_ + begin, DataStream::kFromStart) || !stream_->Read(out, count)) return false;
   // Where another process writes, a removed area's place may have become another area's or the index's before this one
   // hears of it. It goes over the beginning first, so a beginning that still is there speaks for the cells just read.
   return !area_->GetDtmFile()->IsFollowing() || area_->IsStillThere();
@@ -173,7 +188,7 @@ bool DtmDataBlock::SyncRead() {
     const StreamLock streamLock(*stream_);
     const auto total = static_cast<std::size_t>(size_);
     std::byte* const scratch = area_->GetDtmFile()->Scratch(total);
-    if (!ReadPlace(scratch)) return false;
+    if (!ReadPlace(0, scratch, total)) return false;
     StoreCells(BytesPerCell(), cells_.get(), scratch, total);
   }
   PutFlags(0);

@@ -65,6 +65,11 @@ class DtmDataBlock {
   /// @return false when they can't be read; nothing has changed then.
   bool Open();
 
+  /// Reads one cell, from memory if the block is resident and from the file if not, and leaves the block as it is.
+  /// @param out  gets it, in the width of the letter. @return false when it can't be read, or the letter is unknown.
+  /// Requires: area lock held.
+  bool ReadCell(int cell, std::byte* out);
+
   /// Gives one open count back. The last one writes modified cells into the file, if they have a place there, and frees
   /// the cells. A write that fails loses them; `DtmFile::HasLostData` then answers true.
   void Close();
@@ -122,8 +127,9 @@ class DtmDataBlock {
   void FillCells();
   /// The cells, or as many empty ones when none are resident.
   bool WriteCells(DataStream* stream) const;
-  /// Reads the block from its place. @return false when that failed, or the place was another's by the end.
-  bool ReadPlace(std::byte* out);
+  /// Reads bytes of the block from its place. @return false when that failed, or the place was another's by the end.
+  /// Requires: stream lock held.
+  bool ReadPlace(std::int64_t begin, std::byte* out, std::size_t count);
 
   std::unique_ptr<std::byte[]> cells_;  // replaced under the area lock, and only while the open count is 0
   DtmArea* area_;

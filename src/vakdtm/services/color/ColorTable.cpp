@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "vakdtm/services/color/ColorShade.h"
 #include "vakdtm/services/color/CptReader.h"
 #include "vakdtm/services/files/FileObject.h"
 #include "vakdtm/services/text/FormatNumber.h"
@@ -350,15 +351,7 @@ void ColorTable::RGBtoHSL(Color color, double& hue, double& saturation, double& 
 }
 
 Color ColorTable::HSLtoRGB(double hue, double saturation, double lightness) {
-  const double turn = std::isfinite(hue) ? hue - 360 * std::floor(hue / 360) : 0;
-  const auto cut = [](double share) { return std::isnan(share) ? 0.0 : std::clamp(share, 0.0, 1.0); };
-  const double light = cut(lightness);
-  const double reach = cut(saturation) * std::min(light, 1 - light);
-  const auto channel = [&](double offset) {
-    const double k = std::fmod(offset + turn / 30, 12);
-    return light - reach * std::clamp(std::min(k - 3, 9 - k), -1.0, 1.0);
-  };
-  return Join(channel(0), channel(8), channel(4));
+  return ColorShade(hue, saturation).WithLightness(lightness);
 }
 
 }  // namespace vak

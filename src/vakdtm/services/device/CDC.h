@@ -44,6 +44,8 @@ class CDC {
   static constexpr int kHorizontalDotsPerInch = 88;
   static constexpr int kVerticalDotsPerInch = 90;
 
+  static constexpr Color kWhite = 0xFFFFFF;
+
   virtual ~CDC() = default;
 
   CDC(const CDC&) = delete;
@@ -115,8 +117,6 @@ class CDC {
   virtual void PrintText(int x, int y, const std::wstring& text, const PixelRect* clip) = 0;
 
  private:
-  static constexpr Color kWhite = 0xFFFFFF;
-
   Color bkColor_ = kWhite;
   Color textColor_ = 0;
   unsigned textAlign_ = kLeft | kTop;

@@ -10,7 +10,7 @@ namespace vak {
 
 void VakFont::Create(const FontInfo& info, const CDC* device) {
   constexpr std::int64_t kPointsPerInch = 72;
-  constexpr std::int64_t kTallest = 10'000;
+  constexpr std::int64_t kTallest = 1000;
   const std::int64_t dotsPerInch = device != nullptr ? device->GetDeviceCaps(CDC::kVerticalDotsPerInch) : 96;
   const std::int64_t pixels = (info.GetSize() * dotsPerInch + kPointsPerInch / 2) / kPointsPerInch;
   *this = VakFont();

@@ -33,6 +33,8 @@ struct GeoCoordSysDescription {
   };
 
   Kind kind = Kind::kLocal;
+  std::wstring name;      ///< of the whole, heights included
+  bool isSolid = false;   ///< whether heights above the ellipsoid belong to the system itself
   GeoNameAndCode system;  ///< of the horizontal part
   GeoUnit unit;           ///< of x and y: a length, but with `kGeographic`
 
@@ -45,6 +47,7 @@ struct GeoCoordSysDescription {
   GeoNameAndCode primeMeridian;
   double primeMeridianLongitude = 0;  ///< degrees east of Greenwich
   GeoUnit angularUnit;
+  std::vector<double> toWgs84;  ///< seven parameters of the shift to WGS84 where the system brings its own, else none
 
   // Of `kProjected`.
   GeoNameAndCode projection;

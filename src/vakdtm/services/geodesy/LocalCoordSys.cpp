@@ -40,7 +40,8 @@ bool LocalCoordSys::ConvertToWGS84(double /*x*/, double /*y*/, double /*z*/, dou
 GeoCoordSysDescription LocalCoordSys::Describe() const {
   GeoCoordSysDescription description;
   description.kind = GeoCoordSysDescription::Kind::kLocal;
-  description.system.name = name_.empty() ? L"Local" : name_;
+  description.name = name_.empty() ? L"Local" : name_;
+  description.system.name = description.name;
   description.unit.name = L"metre";
   description.unit.code = kMetreCode;
   return description;

@@ -1,15 +1,16 @@
 #include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
 
-#include <string_view>
-
 #include "vakdtm/services/geodesy/LocalCoordSys.h"
+#include "vakdtm/services/geodesy/ProjCoordSys.h"
 
 namespace vak {
 
 std::shared_ptr<VakGeoCoordSysBase> VakGeoCoordSysBase::FromText(const std::wstring& text, std::wstring* error) {
   if (auto local = LocalCoordSys::FromText(text)) return local;
-  if (error != nullptr) *error = L"'" + text + L"' is no coordinate system that is known here";
-  return nullptr;
+  std::wstring why;
+  auto system = ProjCoordSys::FromText(text, why);
+  if (!system && error != nullptr) *error = std::move(why);
+  return system;
 }
 
 std::shared_ptr<VakGeoCoordSysBase> VakGeoCoordSysBase::MakeLocal(const std::wstring& name) {

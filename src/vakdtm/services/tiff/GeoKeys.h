@@ -1,0 +1,33 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace vak {
+
+struct GeoCoordSysDescription;
+
+/// The keys of a GeoTIFF image, by their numbers: what the format calls its configuration, geographic, projected and
+/// vertical parameters. A plain value.
+struct GeoKeys {
+  std::map<int, int> numbers;
+  std::map<int, std::vector<double>> reals;
+  std::map<int, std::string> texts;
+  bool revised = false;  ///< whether they need version 1.1 of the format
+
+  bool operator==(const GeoKeys&) const = default;
+};
+
+/// Adds what kind a system is, its name, and the geographic system that it stands on. It always can.
+void AddGeographicKeys(const GeoCoordSysDescription& system, GeoKeys& keys);
+
+/// Adds the system's plane and its heights.
+/// @param units  the name of the unit that x and y have: "Metre", "Foot" or "US Survey Foot". Any other counts as the
+///               system's own.
+/// @param fault  gets, on false, what the format can't say of the system.
+/// @return false when it can't express the projection. The keys are then those of a system that has a name alone.
+bool AddProjectionKeys(const GeoCoordSysDescription& system, const std::wstring& units, GeoKeys& keys,
+                       std::wstring& fault);
+
+}  // namespace vak

@@ -18,6 +18,10 @@
 namespace vak {
 namespace {
 
+/// From this step of rows on, cells are read by themselves. Below it a walk meets most pages of a block anyway, and
+/// reading the block at once costs less than its rows one by one.
+constexpr int kSparseStep = 8;
+
 /// Has the access read single cells for a scope.
 class SparseReading {
  public:
@@ -121,7 +125,7 @@ bool DrawModel(DtmProcessor& processor, DtmAccess& access, const CoordinateSyste
   const int rowStep = CalcDrawStep(-scale.y, cellSize);
   const int colStep = CalcDrawStep(scale.x, cellSize);
   if (rowStep == 1 && colStep == 1) return DtmRectProcessor(view, &access, &processor, false).Process();
-  const SparseReading reading(access, true);
+  const SparseReading reading(access, rowStep >= kSparseStep);
   if (showAreas) return WalkStepped(processor, access, view, rowStep, colStep);
   const Page aligned(AlignEdge(view.left(), cellSize, colStep), AlignEdge(view.bottom(), cellSize, rowStep),
                      view.right(), view.top());

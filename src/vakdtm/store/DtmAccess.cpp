@@ -214,18 +214,21 @@ void DtmAccess::ReleaseArea(OpenArea& open) {
     if (block) block->Close();
   }
   open.area = nullptr;
+  open.sparse.Clear();
   open.statisticsOpen = false;
 }
 
-DtmDataBlock* DtmAccess::GetDataBlock(int id) {
+int DtmAccess::FindSlot(int id) const {
   // A few are looked through faster than searched.
   constexpr std::size_t kFew = 32;
-  if (blockIds_.size() > kFew) {
-    const int slot = file_->FindBlockSlot(id);
-    return slot < 0 ? nullptr : GetDataBlockAt(slot);
-  }
+  if (blockIds_.size() > kFew) return file_->FindBlockSlot(id);
   const auto found = std::find(blockIds_.begin(), blockIds_.end(), id);
-  return found == blockIds_.end() ? nullptr : GetDataBlockAt(static_cast<int>(found - blockIds_.begin()));
+  return found == blockIds_.end() ? -1 : static_cast<int>(found - blockIds_.begin());
+}
+
+DtmDataBlock* DtmAccess::GetDataBlock(int id) {
+  const int slot = FindSlot(id);
+  return slot < 0 ? nullptr : GetDataBlockAt(slot);
 }
 
 DtmDataBlock* DtmAccess::GetDataBlockAt(int slot) {
@@ -254,13 +257,13 @@ bool DtmAccess::GetDoubleValue(int row, int col, int id, double& value) {
 bool DtmAccess::SetSparseReading(bool sparse) { return std::exchange(sparse_, sparse); }
 
 bool DtmAccess::ReadSparsely(int cell, int id, double& value) {
-  const int slot = file_->FindBlockSlot(id);
+  const int slot = FindSlot(id);
   if (slot < 0) return false;
-  const OpenArea& open = current_.front();
+  OpenArea& open = current_.front();
   const DtmDataBlock* const block = open.blocks.empty() ? nullptr : open.blocks[static_cast<std::size_t>(slot)];
   if (block) return LoadAsDouble(block->CellData(), id, cell, value);
-  alignas(double) std::array<std::byte, sizeof(double)> bytes;
-  return open.area->ReadCellAt(slot, cell, bytes.data()) && LoadAsDouble(bytes.data(), id, 0, value);
+  alignas(double) std::array<std::byte, sizeof(double)> bytes{};
+  return open.sparse.Read(*open.area, slot, cell, bytes.data()) && LoadAsDouble(bytes.data(), id, 0, value);
 }
 
 const std::byte* DtmAccess::FindCell(int row, int col, int id) {

@@ -11,6 +11,7 @@
 #include "vakdtm/store/DtmArea.h"
 #include "vakdtm/store/DtmAreaPos.h"
 #include "vakdtm/store/DtmUpdater.h"
+#include "vakdtm/store/SparseCells.h"
 
 namespace vak {
 
@@ -72,11 +73,12 @@ class DtmAccess {
   /// How many areas the cursor has given up because their place was needed for others, or with the file.
   std::uint64_t NumReleases() const { return releases_; }
 
-  /// Whether `GetDoubleValue`, and with it the slope and interpolation, reads a cell by itself where its block isn't in
-  /// memory, in place of making the block resident: for those who look at few cells of many areas. A block that is in
-  /// memory, whoever holds it, gives its cell as ever. So the answers are the same, as fresh and of as little effect on
-  /// other cursors, but for one thing: where a file has lost bytes since an area of it was first looked at, cells
-  /// that are still there answer. Off at first; a copy reads as the original does.
+  /// Whether `GetDoubleValue`, and with it the slope and interpolation, reads single cells where a block isn't in
+  /// memory, in place of making the block resident: for those who look at few cells of many areas. (1) A block that is
+  /// in memory, whoever holds it, gives its cell as ever, so what another cursor has just written is seen. (2) What was
+  /// read from the file is kept for an area as long as its blocks would be, and forgotten when they may have changed.
+  /// The answers are thus the same, but for one thing: where a file has lost bytes since an area of it was first looked
+  /// at, cells that are still there answer. Off at first; a copy reads as the original does.
   /// @return what it was.
   bool SetSparseReading(bool sparse);
 
@@ -150,6 +152,7 @@ class DtmAccess {
     std::uint64_t key = 0;  ///< of the area's place
     DtmArea* area = nullptr;
     std::vector<DtmDataBlock*> blocks;
+    SparseCells sparse;
     Statistics statistics;
     bool statisticsOpen = false;  ///< whether `statistics` is worked out
   };
@@ -169,6 +172,8 @@ class DtmAccess {
   void ReleaseArea(OpenArea& open);
   DtmArea* CurrentArea() const { return current_.empty() ? nullptr : current_.front().area; }
 
+  /// The place of a block in the file's list; -1 when it isn't there.
+  int FindSlot(int id) const;
   DtmDataBlock* GetDataBlock(int id);
   DtmDataBlock* GetDataBlockAt(int slot);
   bool GetCellValue(int row, int col, int id, double& value);

@@ -136,16 +136,13 @@ DtmDataBlock* DtmArea::OpenDataBlock(int id) {
 
 DtmDataBlock* DtmArea::OpenDataBlockAt(int index) {
   const std::scoped_lock lock(mutex_);
-  CreateDataBlocks();
-  if (readError_) return nullptr;
-  DtmDataBlock* block = blocks_[static_cast<std::size_t>(index)].get();
-  return block->Open() ? block : nullptr;
+  DtmDataBlock* const block = FindDataBlockAt(index);
+  return block && block->Open() ? block : nullptr;
 }
 
-bool DtmArea::ReadCellAt(int index, int cell, std::byte* out) {
-  const std::scoped_lock lock(mutex_);
+DtmDataBlock* DtmArea::FindDataBlockAt(int index) {
   CreateDataBlocks();
-  return !readError_ && blocks_[static_cast<std::size_t>(index)]->ReadCell(cell, out);
+  return readError_ ? nullptr : blocks_[static_cast<std::size_t>(index)].get();
 }
 
 bool DtmArea::IsEmpty() {

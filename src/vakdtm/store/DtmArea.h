@@ -84,10 +84,8 @@ class DtmArea {
   /// The same by place in the file's block list.
   DtmDataBlock* OpenDataBlockAt(int index);
 
-  /// Reads one cell of the block at a place in the file's block list, without making the block resident.
-  /// @param out  gets the cell, in the width of the block's letter; 8 bytes at most. @return false when it can't be
-  /// read.
-  bool ReadCellAt(int index, int cell, std::byte* out);
+  /// The same block as it is, resident or not; null when the area's blocks can't be found. Requires: area lock held.
+  DtmDataBlock* FindDataBlockAt(int index);
 
   /// Whether all blocks are known to be empty. False for a written area whose blocks were never needed or can't be
   /// read: unknown counts as data.

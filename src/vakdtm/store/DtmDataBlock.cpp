@@ -97,7 +97,7 @@ bool DtmDataBlock::Open() {
   if (!cells_) {
     // Nobody else sees these cells before the lock is given back, so they are filled without ceremony.
     auto cells = std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(size_));
-    if (stream_ && !IsEmpty()) {
+    if (IsInFileOnly()) {
       const StreamLock streamLock(*stream_);
       if (!ReadPlace(0, cells.get(), static_cast<std::size_t>(size_))) return false;
       PutFlags(0);
@@ -111,21 +111,20 @@ bool DtmDataBlock::Open() {
   return true;
 }
 
-bool DtmDataBlock::ReadCell(int cell, std::byte* out) {
+bool DtmDataBlock::ReadCells(int cell, int count, std::byte* out) {
   const int width = BytesPerCell();
-  if (width == 0) return false;
   const std::int64_t begin = std::int64_t{cell} * width;
-  const auto count = static_cast<std::size_t>(width);
+  const auto bytes = static_cast<std::size_t>(count) * static_cast<std::size_t>(width);
+  if (IsInFileOnly()) {
+    const StreamLock streamLock(*stream_);
+    return ReadPlace(begin, out, bytes);
+  }
   if (cells_) {
-    LoadCells(width, cells_.get() + begin, out, count);
-    return true;
+    LoadCells(width, cells_.get() + begin, out, bytes);
+  } else {
+    std::memset(out, FillByte(), bytes);
   }
-  if (!stream_ || IsEmpty()) {
-    std::memset(out, FillByte(), count);
-    return true;
-  }
-  const StreamLock streamLock(*stream_);
-  return ReadPlace(begin, out, count);
+  return true;
 }
 
 void DtmDataBlock::Close() {

@@ -65,10 +65,12 @@ class DtmDataBlock {
   /// @return false when they can't be read; nothing has changed then.
   bool Open();
 
-  /// Reads one cell, from memory if the block is resident and from the file if not, and leaves the block as it is.
-  /// @param out  gets it, in the width of the letter. @return false when it can't be read, or the letter is unknown.
-  /// Requires: area lock held.
-  bool ReadCell(int cell, std::byte* out);
+  /// Copies cells, from memory if the block is resident and from the file if not, and leaves the block as it is.
+  /// @param out  gets them, in the width of the letter. @return false when they can't be read. Requires: area lock
+  /// held.
+  bool ReadCells(int cell, int count, std::byte* out);
+  /// Whether cells would have to be read from the file. Requires: area lock held.
+  bool IsInFileOnly() const { return !cells_ && stream_ && !IsEmpty(); }
 
   /// Gives one open count back. The last one writes modified cells into the file, if they have a place there, and frees
   /// the cells. A write that fails loses them; `DtmFile::HasLostData` then answers true.

@@ -85,18 +85,18 @@ struct Map {
 
 // clang-format off
 constexpr std::array kMaps = std::to_array<Map>({
-    {"depth", 0.24, 0, 0.95, false,
-     {{{0.00, 292, 0.130}, {0.22, 272, 0.150}, {0.42, 240, 0.115}, {0.60, 195, 0.095}, {0.75, 155, 0.110}, {0.90, 105, 0.120}, {1.00, 88, 0.070}}}},
+    {"depth", 0.23, 0, 0.95, false,
+     {{{0.00, 295, 0.120}, {0.20, 275, 0.150}, {0.42, 242, 0.115}, {0.60, 198, 0.095}, {0.76, 150, 0.110}, {0.90, 104, 0.115}, {1.00, 84, 0.060}}}},
     {"difference", 0.38, 0.97, 0.38, true,
-     {{{0.00, 262, 0.160}, {0.25, 255, 0.120}, {0.49, 250, 0.010}, {0.51, 30, 0.010}, {0.75, 32, 0.120}, {1.00, 24, 0.160}, {1.00, 24, 0.160}}}},
-    {"hits", 0.97, 0, 0.30, false,
-     {{{0.00, 105, 0.060}, {0.25, 130, 0.110}, {0.50, 190, 0.100}, {0.75, 240, 0.120}, {1.00, 268, 0.120}, {1.00, 268, 0.120}, {1.00, 268, 0.120}}}},
-    {"deviation", 0.96, 0, 0.30, false,
-     {{{0.00, 80, 0.035}, {0.30, 60, 0.110}, {0.60, 35, 0.150}, {0.80, 15, 0.150}, {1.00, 0, 0.110}, {1.00, 0, 0.110}, {1.00, 0, 0.110}}}},
+     {{{0.00, 262, 0.150}, {0.25, 257, 0.115}, {0.49, 252, 0.008}, {0.51, 32, 0.008}, {0.75, 30, 0.115}, {1.00, 25, 0.150}, {1.00, 25, 0.150}}}},
+    {"hits", 0.97, 0, 0.28, false,
+     {{{0.00, 105, 0.055}, {0.25, 135, 0.100}, {0.50, 185, 0.090}, {0.75, 240, 0.105}, {1.00, 268, 0.110}, {1.00, 268, 0.110}, {1.00, 268, 0.110}}}},
+    {"deviation", 0.96, 0, 0.28, false,
+     {{{0.00, 82, 0.035}, {0.30, 60, 0.105}, {0.60, 33, 0.150}, {0.80, 15, 0.140}, {1.00, 0, 0.100}, {1.00, 0, 0.100}, {1.00, 0, 0.100}}}},
     {"time", 0.95, 0, 0.26, false,
-     {{{0.00, 150, 0.080}, {0.30, 165, 0.120}, {0.55, 215, 0.100}, {0.80, 280, 0.130}, {1.00, 305, 0.120}, {1.00, 305, 0.120}, {1.00, 305, 0.120}}}},
-    {"uncertainty", 0.96, 0, 0.32, false,
-     {{{0.00, 200, 0.030}, {0.25, 110, 0.090}, {0.50, 85, 0.130}, {0.75, 60, 0.120}, {1.00, 45, 0.085}, {1.00, 45, 0.085}, {1.00, 45, 0.085}}}},
+     {{{0.00, 140, 0.080}, {0.28, 165, 0.105}, {0.52, 215, 0.090}, {0.78, 275, 0.120}, {1.00, 305, 0.115}, {1.00, 305, 0.115}, {1.00, 305, 0.115}}}},
+    {"uncertainty", 0.96, 0, 0.30, false,
+     {{{0.00, 105, 0.025}, {0.30, 92, 0.085}, {0.60, 72, 0.110}, {0.80, 55, 0.100}, {1.00, 42, 0.070}, {1.00, 42, 0.070}, {1.00, 42, 0.070}}}},
     {"slope", 1.00, 0, 0.15, false,
      {{{0.00, 80, 0.0}, {1.00, 80, 0.0}, {1.00, 80, 0.0}, {1.00, 80, 0.0}, {1.00, 80, 0.0}, {1.00, 80, 0.0}, {1.00, 80, 0.0}}}},
 });
@@ -113,14 +113,38 @@ double LightnessAt(const Map& map, double share) {
                       : std::lerp(map.middleLightness, map.highLightness, 2 * share - 1);
 }
 
+/// The slope at a station of a curve that has the slopes `before` and `behind` beside it: smooth, and never beyond the
+/// stations themselves. After Fritsch and Butland, "A method for constructing local monotone piecewise cubic
+/// interpolants", SIAM Journal on Scientific and Statistical Computing 5(2), 1984.
+double SlopeBetween(double before, double behind) {
+  return before * behind > 0 ? 2 * before * behind / (before + behind) : 0.0;
+}
+
+/// Hue or chroma at a share of the way, along a smooth curve through all stations.
+double Follow(const Map& map, double Station::* what, double share) {
+  const auto& stations = map.stations;
+  std::size_t at = 0;  // the station before the share, with another one behind
+  while (at + 2 < stations.size() && share >= stations[at + 1].share &&
+         stations[at + 2].share > stations[at + 1].share) {
+    ++at;
+  }
+  const auto slope = [&](std::size_t from) {
+    const double width = stations[from + 1].share - stations[from].share;
+    return width > 0 ? (stations[from + 1].*what - stations[from].*what) / width : 0.0;
+  };
+  const double width = stations[at + 1].share - stations[at].share;
+  const double own = slope(at);
+  const double first = at > 0 ? SlopeBetween(slope(at - 1), own) : own;
+  const double last = at + 2 < stations.size() && slope(at + 1) != 0 ? SlopeBetween(own, slope(at + 1)) : own;
+  const double t = (share - stations[at].share) / width;
+  const double u = 1 - t;
+  return stations[at].*what * (1 + 2 * t) * u * u + stations[at + 1].*what * (3 - 2 * t) * t * t +
+         width * t * u * (first * u - last * t);
+}
+
 Color ColorAt(const Map& map, double share) {
-  const auto* next = std::find_if(map.stations.begin() + 1, map.stations.end() - 1,
-                                  [&](const Station& station) { return share < station.share; });
-  const Station& from = *std::prev(next);
-  const double width = next->share - from.share;
-  const double way = width > 0 ? (share - from.share) / width : 0;
-  const double hue = std::lerp(from.hue, next->hue, way) * kDegree;
-  const double chroma = std::lerp(from.chroma, next->chroma, way);
+  const double hue = Follow(map, &Station::hue, share) * kDegree;
+  const double chroma = Follow(map, &Station::chroma, share);
   return ToScreen({LightnessAt(map, share), chroma * std::cos(hue), chroma * std::sin(hue)});
 }
 

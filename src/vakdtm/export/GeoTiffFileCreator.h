@@ -19,8 +19,8 @@ class GeoTiffFileCreator {
   GeoTiffFileCreator& operator=(const GeoTiffFileCreator&) = delete;
 
   /// The parameters are those of `VakGridToGeoTiffProcessor`. Names are completed as files of their kinds. Without the
-  /// name of a colour table a colour image gets one of 256 greys over the model's range, which is written under the
-  /// model's name among the colour tables.
+  /// name of a colour table a colour image gets one of 256 greys over the model's range, which is written among the
+  /// colour tables under the model's name with ".colors" behind it.
   /// @return false when the job failed or was stopped.
   bool CreateFileFromGridModel(std::wstring gridPath, std::wstring imagePath, std::wstring colorTable, int blockId,
                                PolyClipLine* polygon, bool worldFile, bool sun, double sunDirection,

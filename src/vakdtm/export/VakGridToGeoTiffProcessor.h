@@ -72,9 +72,17 @@ class VakGridToGeoTiffProcessor : public Processor {
 
   /// Why `Initialize` or `Process` answered false, one sentence; empty when there is nothing to say.
   const std::wstring& LastError() const { return lastError_; }
+  /// What an image lacks that was made all the same: a system that the format can't express; empty when nothing.
+  const std::wstring& LastWarning() const { return lastWarning_; }
 
  private:
   bool Init(const std::wstring& gridPath, const std::wstring& imagePath, const std::wstring& colorTable);
+  bool ReadColorTable(std::wstring name);
+  bool FindExtents();
+  void SetFields();
+  bool WriteDtmToTiff();
+  double SunDistance() const;
+  bool FailWith(const std::wstring& reason);
 
   ColorTable colorTable_;
   PolyClipLine* polygon_ = nullptr;
@@ -111,6 +119,7 @@ class VakGridToGeoTiffProcessor : public Processor {
   bool colourImage_;
   float emptyRasterValue_;
   std::wstring lastError_;
+  std::wstring lastWarning_;
 };
 
 }  // namespace vak

@@ -219,6 +219,89 @@ TEST(ColorTable, NarrowRangesHaveFewerClasses) {
   EXPECT_EQ(table.GetColor(most), kRed);
 }
 
+TEST(ColorTable, ThreeColoursMakeTwoHalves) {
+  ColorTable table;
+  ASSERT_TRUE(table.SetRangeRGB3(0, 5, 5, kBlack, 0x0000C8, 0x00F0FE));
+  ASSERT_EQ(table.Classes().size(), 5u);
+  EXPECT_EQ(table.GetColor(0.5), kBlack);
+  EXPECT_EQ(table.GetColor(1.5), 0x000064U);
+  EXPECT_EQ(table.GetColor(2.5), 0x0000C8U);
+  EXPECT_EQ(table.GetColor(3.5), 0x0078E3U);
+  EXPECT_EQ(table.GetColor(4.5), 0x00F0FEU);
+  EXPECT_EQ(table.End(), 5.0);
+  ASSERT_TRUE(table.SetRangeRGB3(0, 1, 2, kBlue, kGreen, kRed));
+  EXPECT_EQ(table.GetColor(0.2), kBlue);
+  EXPECT_EQ(table.GetColor(0.8), kRed);
+  ASSERT_TRUE(table.SetRangeRGB3(5, 5, 256, kBlue, kGreen, kRed));
+  EXPECT_EQ(table.GetColor(5), kBlue);
+}
+
+TEST(ColorTable, FallingRangeOfThreeColoursGivesTheFirstToTheHigherValues) {
+  ColorTable table;
+  ASSERT_TRUE(table.SetRangeRGB3(3, 0, 3, kBlue, kGreen, kRed));
+  EXPECT_EQ(table.GetColor(2.5), kBlue);
+  EXPECT_EQ(table.GetColor(1.5), kGreen);
+  EXPECT_EQ(table.GetColor(0.5), kRed);
+}
+
+TEST(ColorTable, TheClassOfAValueIsTheOneThatASearchFinds) {
+  std::mt19937_64 random(1);
+  std::size_t compared = 0;
+  for (int round = 0; round < LongForm(300, 5000); ++round) {
+    // Even tables, even ones with a class moved, and those of any widths; some with an end, some of one class.
+    const std::size_t count = 1 + random() % (round % 3 == 0 ? 256 : 12);
+    const double width =
+        std::ldexp(1.0, static_cast<int>(random() % 40) - 20) * (1 + static_cast<double>(random() % 7) / 7);
+    const double first = static_cast<double>(random() % 2000) - 1000;
+    std::vector<ColorClass> classes;
+    double lower = first;
+    for (std::size_t i = 0; i < count; ++i) {
+      lower = round % 3 == 2 && i > 0
+                  ? lower + width * static_cast<double>(1 + random() % 1000) / 10
+                  : std::lerp(first, first + width, static_cast<double>(i) / static_cast<double>(count));
+      if (!classes.empty() && !(lower > classes.back().lower)) continue;
+      const Color color = static_cast<Color>(i);
+      classes.push_back({lower, color, color, std::to_wstring(i)});
+    }
+    if (round % 5 == 0 && classes.size() > 2) {
+      classes[1].lower = std::lerp(classes[0].lower, classes[2].lower, 0.01);
+      if (!(classes[1].lower > classes[0].lower)) continue;
+    }
+    const bool hasEnd = round % 4 != 0;
+    const double end = classes.back().lower + width;
+    const ColorTable table = TableOf(classes, hasEnd ? std::optional(end) : std::nullopt);
+    std::vector<double> values = {-kInfinity, kInfinity, 0.0, -0.0, end, std::nextafter(end, kInfinity)};
+    for (const ColorClass& each : classes) {
+      values.insert(values.end(),
+                    {each.lower, std::nextafter(each.lower, -kInfinity), std::nextafter(each.lower, kInfinity)});
+    }
+    for (int i = 0; i < 20; ++i)
+      values.push_back(std::lerp(first - width, end + width, static_cast<double>(random() % 1000) / 999));
+    for (const double value : values) {
+      const ColorClass* wanted = nullptr;
+      for (const ColorClass& each : classes) wanted = each.lower <= value ? &each : wanted;
+      const bool isAbove = hasEnd && value > end;
+      const Color color = isAbove ? classes.back().color : wanted ? wanted->color : classes.front().color;
+      ASSERT_EQ(table.GetColor(value), color) << round << ": " << value;
+      ASSERT_EQ(table.GetName(value), wanted && !isAbove ? wanted->name : L"") << round << ": " << value;
+      ++compared;
+    }
+  }
+  EXPECT_GT(compared, 5000u);
+}
+
+TEST(ColorTable, BlackOrWhiteReadsBestOnAColour) {
+  EXPECT_EQ(ColorTable::GetContrastColor(kWhite), kBlack);
+  EXPECT_EQ(ColorTable::GetContrastColor(kBlack), kWhite);
+  EXPECT_EQ(ColorTable::GetContrastColor(kYellow), kBlack);
+  EXPECT_EQ(ColorTable::GetContrastColor(kGreen), kBlack);
+  EXPECT_EQ(ColorTable::GetContrastColor(kBlue), kWhite);
+  EXPECT_EQ(ColorTable::GetContrastColor(0x800000), kWhite);
+  // Equal contrast is at a luminance of 0.179: between these two greys.
+  EXPECT_EQ(ColorTable::GetContrastColor(0x757575), kWhite);
+  EXPECT_EQ(ColorTable::GetContrastColor(0x767676), kBlack);
+}
+
 TEST(ColorTable, RangesThatAreNoneAreRefused) {
   ColorTable table = Bottoms();
   EXPECT_FALSE(table.SetRange(0, std::nan(""), 2, true, false));
@@ -226,6 +309,8 @@ TEST(ColorTable, RangesThatAreNoneAreRefused) {
   EXPECT_FALSE(table.SetRange(0, 1, 0, true, false));
   EXPECT_FALSE(table.SetRange(0, 1, -1, true, false));
   EXPECT_FALSE(table.SetRange(0, 1, static_cast<int>(ColorTable::kMostClasses) + 1, true, false));
+  EXPECT_FALSE(table.SetRangeRGB3(0, std::nan(""), 2, kBlack, kRed, kYellow));
+  EXPECT_FALSE(table.SetRangeRGB3(0, 1, 0, kBlack, kRed, kYellow));
   EXPECT_EQ(table, Bottoms());
 }
 

@@ -1,0 +1,298 @@
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "vakdtm/services/files/HugeFileStream.h"
+#include "vakdtm/store/DtmAccess.h"
+#include "vakdtm/store/DtmArea.h"
+#include "vakdtm/store/DtmFile.h"
+
+#include "support/LongForm.h"
+#include "support/OtherWriter.h"
+#include "support/TestFolder.h"
+#include "support/TestGrid.h"
+
+namespace vak {
+namespace {
+
+using test::OtherWriter;
+using test::TestFolder;
+using test::TestGrid;
+
+bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+const GridSettings kAllLetters = {
+    .cellSize = 1.0, .areaSize = 8, .blockIds = {dVAL, iNUM, fBKS, cOIL, tTIM, uFCT, dSDV}};
+
+/// What a cursor reads in either way. @return whether the two agree, to the last bit.
+bool ReadsAlike(DtmAccess& sparse, DtmAccess& dense, int row, int col, int id) {
+  double one = 1;
+  double other = 2;
+  const bool found = sparse.GetDoubleValue(row, col, id, one);
+  return found == dense.GetDoubleValue(row, col, id, other) && SameBits(one, other);
+}
+
+DtmAccess SparseAccess(DtmFile& file) {
+  DtmAccess access(&file);
+  access.SetSparseReading(true);
+  return access;
+}
+
+TEST(SparseReading, AnswersAsReadingWholeBlocksDoes) {
+  TestGrid grid(kAllLetters);
+  std::mt19937 random(1);
+  for (int i = 0; i < 300; ++i) {
+    const int row = static_cast<int>(random() % 24) - 12;
+    const int col = static_cast<int>(random() % 24) - 12;
+    if (random() % 5 == 0) {
+      ASSERT_TRUE(grid.Sound(col + 0.5, row + 0.5, -3.25, static_cast<long long>(random() % 1000)));
+    } else {
+      ASSERT_TRUE(grid.Set(row, col, kAllLetters.blockIds[random() % 5], static_cast<double>(random() % 90) / 4));
+    }
+  }
+  grid.Reopen();
+  DtmAccess sparse = SparseAccess(grid.File());
+  DtmAccess dense(&grid.File());
+  sparse.SetCacheSize(1);
+  for (int round = 0; round < 2; ++round) {  // the second one meets the blocks that `dense` has in memory
+    for (int row = -20; row < 20; ++row) {
+      for (int col = -20; col < 20; ++col) {
+        for (const int id : {dVAL, iNUM, fBKS, cOIL, tTIM, uFCT, dSDV, dMIN}) {
+          ASSERT_TRUE(ReadsAlike(sparse, dense, row, col, id)) << row << ' ' << col << ' ' << id;
+        }
+      }
+    }
+  }
+}
+
+TEST(SparseReading, LeavesBlocksWhereTheyAre) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 64, .blockIds = {dVAL, iNUM}});
+  for (int row = 0; row < 64; ++row) grid.Set(row, row, dVAL, -row);
+  grid.Reopen();
+  DtmAccess sparse = SparseAccess(grid.File());
+  double value = 0;
+  ASSERT_TRUE(sparse.GetDoubleValue(9, 9, dVAL, value));
+  EXPECT_EQ(value, -9.0);
+  const auto before = grid.Memory().counts.bytesRead;
+  ASSERT_TRUE(sparse.GetDoubleValue(10, 10, dVAL, value));
+  EXPECT_EQ(value, -10.0);
+  EXPECT_EQ(grid.Memory().counts.bytesRead - before, 64 * sizeof(double)) << "a row of the area";
+  ASSERT_TRUE(sparse.GetDoubleValue(10, 60, dVAL, value));
+  ASSERT_TRUE(sparse.GetDoubleValue(9, 0, dVAL, value));
+  EXPECT_EQ(grid.Memory().counts.bytesRead - before, 64 * sizeof(double)) << "both rows are known";
+  const std::scoped_lock lock(grid.Area(0, 0)->Mutex());
+  EXPECT_EQ(grid.Area(0, 0)->FindDataBlockAt(0)->CellData(), nullptr) << "not resident";
+}
+
+TEST(SparseReading, ReadsAPieceOfALongRow) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 2000, .blockIds = {dVAL}});
+  grid.Set(0, 1030, dVAL, 4);
+  grid.Set(0, 1999, dVAL, 5);
+  grid.Reopen();
+  DtmAccess sparse = SparseAccess(grid.File());
+  double value = 0;
+  ASSERT_TRUE(sparse.GetDoubleValue(0, 0, dVAL, value));
+  const auto before = grid.Memory().counts.bytesRead;
+  ASSERT_TRUE(sparse.GetDoubleValue(0, 1030, dVAL, value));
+  EXPECT_EQ(value, 4.0);
+  EXPECT_EQ(grid.Memory().counts.bytesRead - before, 4096u);
+  ASSERT_TRUE(sparse.GetDoubleValue(0, 1999, dVAL, value));
+  EXPECT_EQ(value, 5.0);
+  EXPECT_LT(grid.Memory().counts.bytesRead - before, 8192u) << "a piece ends with its row";
+}
+
+TEST(SparseReading, SeesWhatAnotherCursorHasJustWritten) {
+  TestGrid grid;
+  grid.Draw("1 2 3");
+  grid.Reopen();
+  DtmAccess sparse = SparseAccess(grid.File());
+  EXPECT_EQ(test::Get(sparse, 0, 1), 2.0);
+  {
+    DtmAccess other(&grid.File());
+    ASSERT_TRUE(other.SetDoubleValue(0, 1, dVAL, 7, true));
+    EXPECT_EQ(test::Get(sparse, 0, 1), 7.0) << "in memory";
+    EXPECT_EQ(test::Get(sparse, 0, 2), 3.0);
+    ASSERT_TRUE(other.SetDoubleValue(0, 2, dVAL, 8, true));
+  }
+  EXPECT_EQ(test::Get(sparse, 0, 1), 7.0) << "in the file";
+  EXPECT_EQ(test::Get(sparse, 0, 2), 8.0);
+  ASSERT_TRUE(DtmAccess(&grid.File()).MakeCellEmpty(0, 2));
+  EXPECT_TRUE(IsEmptyValue(test::Get(sparse, 0, 2)));
+  EXPECT_EQ(test::Get(sparse, 0, 0), 1.0);
+  grid.Area(0, 0)->MakeEmpty();
+  EXPECT_TRUE(IsEmptyValue(test::Get(sparse, 0, 0))) << "emptied without being in memory";
+}
+
+TEST(SparseReading, SeesItsOwnWriting) {
+  TestGrid grid;
+  grid.Draw("1 2 3");
+  grid.Reopen();
+  DtmAccess sparse = SparseAccess(grid.File());
+  EXPECT_EQ(test::Get(sparse, 0, 1), 2.0);
+  ASSERT_TRUE(sparse.InsertValue(1.5, 0.5, 6, 0, nullptr, nullptr, 0));
+  EXPECT_EQ(test::Get(sparse, 0, 1), 6.0) << "no hits were counted before";
+  ASSERT_TRUE(sparse.SetDoubleValue(0, 9, dVAL, 5, true));
+  EXPECT_EQ(test::Get(sparse, 0, 9), 5.0);
+}
+
+TEST(SparseReading, SeesAreasThatAppear) {
+  TestGrid grid;
+  grid.Draw("1");
+  DtmAccess sparse = SparseAccess(grid.File());
+  EXPECT_TRUE(IsEmptyValue(test::Get(sparse, 40, 40)));
+  ASSERT_TRUE(grid.Set(40, 40, dVAL, 3));
+  EXPECT_EQ(test::Get(sparse, 40, 40), 3.0);
+}
+
+TEST(SparseReading, FollowsAnotherProcess) {
+  const TestFolder folder;
+  const std::wstring path = folder.WideFile("a.dtm");
+  OtherWriter writer(path, true);
+  writer.Set(0, 0, 1);
+  writer.Set(0, 1, 2);
+  writer.Publish();
+  DtmFile file(new HugeFileStream(path.c_str(), false, false), false);
+  file.SetFollowing(true);
+  ASSERT_TRUE(file.Open());
+  {
+    DtmAccess sparse = SparseAccess(file);
+    EXPECT_EQ(test::Get(sparse, 0, 1), 2.0);
+    writer.Set(0, 1, 5);
+    writer.Publish();
+    ASSERT_TRUE(file.CatchUp(nullptr));
+    EXPECT_EQ(test::Get(sparse, 0, 1), 5.0);
+    EXPECT_EQ(test::Get(sparse, 0, 0), 1.0);
+  }
+  file.Close();
+}
+
+TEST(SparseReading, ACopyReadsAsTheOriginal) {
+  TestGrid grid;
+  grid.Draw("1 2 3");
+  grid.Reopen();
+  DtmAccess sparse = SparseAccess(grid.File());
+  EXPECT_EQ(test::Get(sparse, 0, 0), 1.0);
+  DtmAccess copy(sparse);
+  EXPECT_TRUE(copy.SetSparseReading(true)) << "what it was";
+  EXPECT_EQ(test::Get(copy, 0, 2), 3.0);
+  EXPECT_TRUE(copy.SetSparseReading(false));
+  EXPECT_FALSE(copy.SetSparseReading(false));
+  EXPECT_EQ(test::Get(copy, 0, 1), 2.0);
+}
+
+TEST(SparseReading, SlopesAndInterpolationAreTheSame) {
+  TestGrid grid;
+  for (int row = -6; row < 6; ++row) {
+    for (int col = -6; col < 6; ++col) grid.Set(row, col, dVAL, row * 0.7 - col * 0.3 + (row * col % 5));
+  }
+  grid.Reopen();
+  DtmAccess sparse = SparseAccess(grid.File());
+  DtmAccess dense(&grid.File());
+  for (int row = -7; row < 7; ++row) {
+    for (int col = -7; col < 7; ++col) {
+      double one = 0;
+      double other = 0;
+      ASSERT_EQ(sparse.GetGradientValue(row, col, dVAL, one), dense.GetGradientValue(row, col, dVAL, other));
+      ASSERT_TRUE(SameBits(one, other));
+      one = other = 0;
+      ASSERT_EQ(sparse.GetInterpolatedValue(col + 0.3, row + 0.8, dVAL, one, true),
+                dense.GetInterpolatedValue(col + 0.3, row + 0.8, dVAL, other, true));
+      ASSERT_TRUE(SameBits(one, other));
+    }
+  }
+}
+
+/// Every byte of a model is damaged in turn, and its end cut at every place: either way of reading answers the same.
+TEST(SparseReading, AnswersOnDamagedFilesAsReadingWholeBlocksDoes) {
+  TestGrid whole({.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL, iNUM, fBKS}});
+  whole.Draw(
+      "1 2 3\n"
+      "4 5 6");
+  whole.Close();
+  const std::vector<std::uint8_t> bytes = whole.Bytes();
+  int refused = 0;
+  const auto compare = [&](const std::vector<std::uint8_t>& damaged, const std::string& what) {
+    if (!test::Opens(damaged)) return;
+    TestGrid first(damaged);
+    TestGrid second(damaged);
+    first.Access().SetSparseReading(true);
+    for (int row = -1; row < 3; ++row) {
+      for (int col = -1; col < 5; ++col) {
+        for (const int id : {dVAL, iNUM, fBKS}) {
+          ASSERT_TRUE(ReadsAlike(first.Access(), second.Access(), row, col, id)) << what << ' ' << row << ' ' << col;
+        }
+      }
+    }
+    double value = 0;
+    refused += first.Access().GetDoubleValue(0, 0, dVAL, value) ? 0 : 1;
+  };
+  for (std::size_t at = 0; at < bytes.size(); ++at) {
+    std::vector<std::uint8_t> flipped = bytes;
+    flipped[at] ^= 0x41;
+    compare(flipped, "flipped " + std::to_string(at));
+    compare({bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(at)}, "cut at " + std::to_string(at));
+  }
+  EXPECT_GT(refused, 20) << "there was damage to be met";
+}
+
+TEST(SparseReading, WhatTheStreamRefusesIsNoValue) {
+  TestGrid grid;
+  grid.Draw("1 2 3");
+  grid.Reopen();
+  DtmAccess sparse = SparseAccess(grid.File());
+  EXPECT_EQ(test::Get(sparse, 0, 0), 1.0);
+  grid.Memory().failReadsFrom = grid.Memory().counts.reads;
+  double value = 1;
+  EXPECT_FALSE(sparse.GetDoubleValue(1, 0, dVAL, value));
+  EXPECT_TRUE(IsEmptyValue(value));
+  EXPECT_EQ(test::Get(sparse, 0, 2), 3.0) << "of the same row";
+  grid.Memory().failReadsFrom = ~std::uint64_t{0};
+  EXPECT_TRUE(sparse.GetDoubleValue(1, 0, dVAL, value));
+}
+
+/// Cursors that read sparsely, that read blocks, that write and that empty, in any order: the answers agree all along.
+TEST(SparseReading, AnyOrderOfWorkIsSeenAsByReadingWholeBlocks) {
+  std::mt19937_64 random(1);
+  TestGrid grid({.cellSize = 1.0, .areaSize = 4, .blockIds = {dVAL, iNUM}});
+  DtmAccess sparse = SparseAccess(grid.File());
+  sparse.SetCacheSize(2);
+  int values = 0;
+  auto writer = std::make_unique<DtmAccess>(&grid.File());
+  for (int step = 0; step < LongForm(4000, 100000, 1500); ++step) {
+    const int row = static_cast<int>(random() % 12) - 6;
+    const int col = static_cast<int>(random() % 12) - 6;
+    switch (random() % 12) {
+      case 0:
+        ASSERT_TRUE(writer->SetDoubleValue(row, col, dVAL, static_cast<double>(random() % 100), true));
+        break;
+      case 1:
+        ASSERT_TRUE(writer->MakeCellEmpty(row, col));
+        break;
+      case 2:
+        writer = std::make_unique<DtmAccess>(&grid.File());  // what it held goes to the file
+        break;
+      case 3:
+        if (random() % 20 == 0 && grid.Area(row, col)) grid.Area(row, col)->MakeEmpty();
+        break;
+      case 4:
+        if (random() % 20 == 0) {
+          ASSERT_TRUE(grid.File().SyncWrite());
+        }
+        break;
+      default: {
+        DtmAccess dense(&grid.File());
+        ASSERT_TRUE(ReadsAlike(sparse, dense, row, col, random() % 3 == 0 ? iNUM : dVAL)) << step;
+        values += IsEmptyValue(test::Get(dense, row, col)) ? 0 : 1;
+      }
+    }
+  }
+  EXPECT_GT(values, 100);
+}
+
+}  // namespace
+}  // namespace vak

@@ -98,7 +98,7 @@ enum class Reading { kPlain, kOfSubclass };
 /// @param height  reads the cell's height.
 template <typename Height>
 bool ReadOdd(int row, int col, bool found, double& value, Height height) {
-  switch (Hash(77, row, col) % 6) {
+  switch (Hash(77, row, col) % 7) {
     case 0:
       return false;  // with a value, if there is one: nothing to compare it with
     case 1:
@@ -111,6 +111,9 @@ bool ReadOdd(int row, int col, bool found, double& value, Height height) {
       return height(value);
     case 4:
       value = -0.75;
+      return true;
+    case 5:
+      value = PlainModel::Empty();
       return true;
     default:
       return found;
@@ -224,7 +227,7 @@ class DrawingPropertyTest : public testing::Test {
   T PickOf(const std::vector<T>& list) {
     return list[static_cast<std::size_t>(Pick(0, static_cast<int>(list.size()) - 1))];
   }
-  Color PickColor() { return static_cast<Color>(Pick(0, 0xFFFFFF)); }
+  Color PickColor() { return Chance(0.1) ? 0xFFFFFF : static_cast<Color>(Pick(0, 0xFFFFFF)); }
 
   void MakeModel() {
     model_ = PlainModel();
@@ -277,7 +280,7 @@ class DrawingPropertyTest : public testing::Test {
     const double height = smooth ? 3 * std::sin(row * 0.4) * std::cos(col * 0.3) : PickReal(-3, 3);
     switch (static_cast<char>(id >> 24)) {
       case 't':
-        return static_cast<double>(kNow + Pick(-8, 2) * 43200 + Pick(-3, 3));
+        return static_cast<double>(kNow / 86400 * 86400 + Pick(-8, 3) * 43200 + Pick(-2, 2));
       case 'i':
       case 'c':
         return Pick(1, 9);
@@ -316,7 +319,7 @@ class DrawingPropertyTest : public testing::Test {
     const auto pixels = [&](double length, double perCell) {
       return std::max(1, static_cast<int>(std::lround(length / model_.cellSize * perCell)));
     };
-    const std::vector<double> scales = {0.05, 0.13, 0.2, 0.25, 1.0 / 3, 0.5, 0.7, 1, 1.5, 2, 2.5, 3, 6.25, 20};
+    const std::vector<double> scales = {0.05, 0.13, 0.2, 0.25, 1.0 / 3, 0.5, 0.625, 0.62, 1, 1.5, 2, 2.5, 3, 6.25, 20};
     const double x = PickOf(scales);
     const double y = Chance(0.7) ? x : PickOf(scales);
     const int left = Pick(-9, 9);
@@ -329,7 +332,12 @@ class DrawingPropertyTest : public testing::Test {
     ColorTable table;
     const double low = PickReal(-4, 1);
     const double high = low + PickReal(0.1, 9);
-    if (Chance(0.5)) {
+    if (Chance(0.3)) {
+      // Classes that begin where values are.
+      const int steps = Pick(1, 12);
+      const double begin = Pick(-3, 1);
+      EXPECT_TRUE(table.SetRange(begin, begin + 0.5 * steps, steps, PickColor(), PickColor()));
+    } else if (Chance(0.5)) {
       EXPECT_TRUE(table.SetRange(low, high, Pick(1, 40), PickColor(), PickColor()));
     } else {
       EXPECT_TRUE(
@@ -342,7 +350,7 @@ class DrawingPropertyTest : public testing::Test {
   }
 
   int PickBlock() {
-    if (Chance(0.06)) return 0;
+    if (Chance(0.1)) return 0;
     if (Chance(0.06)) return PickOf<int>({kUnknownBlock, dTHU});
     if (Chance(0.1)) return tTIM;
     return Chance(0.35) ? ids_.front() : PickOf(ids_);
@@ -426,7 +434,7 @@ class DrawingPropertyTest : public testing::Test {
     setup.noValueColor = PickColor();
     setup.now = Chance(0.2) ? kNow / 86400 * 86400 : kNow + Pick(-100000, 100000);
     setup.filter = Chance(0.5) ? static_cast<unsigned>(Pick(1, 0xFFFFFF)) : 0;
-    setup.walker = Pick(0, 7);
+    setup.walker = setup.block == 0 && Chance(0.5) ? 4 : Pick(0, 7);
     setup.walked = Chance(0.4) ? setup.view : PickPage();
     return setup;
   }
@@ -443,7 +451,8 @@ class DrawingPropertyTest : public testing::Test {
     setup.sunOn = Chance(0.9);
     // On the bounds of the sectors too, and turned round more than once.
     setup.azimuth = Chance(0.5) ? Pick(-16, 24) * 22.5 : PickReal(-400, 800);
-    setup.elevation = Chance(0.3) ? PickOf<double>({0, 90, 45, 30}) : PickReal(0, 90);
+    if (Chance(0.2)) setup.azimuth = std::nextafter(setup.azimuth, -1000);
+    setup.elevation = Chance(0.3) ? PickOf<double>({0, 90, 45, 30, 400, -300}) : PickReal(0, 90);
     setup.heightFactor = PickOf<double>({1, 1, 10, 0.3, -2, 0});
   }
 

@@ -280,7 +280,7 @@ class DrawingPropertyTest : public testing::Test {
     const double height = smooth ? 3 * std::sin(row * 0.4) * std::cos(col * 0.3) : PickReal(-3, 3);
     switch (static_cast<char>(id >> 24)) {
       case 't':
-        return static_cast<double>(kNow / 86400 * 86400 + Pick(-8, 3) * 43200 + Pick(-2, 2));
+        return static_cast<double>(kMidnight + Pick(-8, 3) * 43200 + Pick(-2, 2));
       case 'i':
       case 'c':
         return Pick(1, 9);
@@ -395,7 +395,7 @@ class DrawingPropertyTest : public testing::Test {
     Reading reading = Reading::kPlain;
     bool showNoDesign = false;
     Color noValueColor = 0;
-    long long now = kNow;
+    long long now = kMidnight;
     unsigned filter = 0;
     int walker = 0;
     Page walked;
@@ -432,7 +432,7 @@ class DrawingPropertyTest : public testing::Test {
     if (Chance(0.3)) setup.reading = Reading::kOfSubclass;
     setup.showNoDesign = Chance(0.5);
     setup.noValueColor = PickColor();
-    setup.now = Chance(0.2) ? kNow / 86400 * 86400 : kNow + Pick(-100000, 100000);
+    setup.now = Chance(0.2) ? kMidnight : kMidnight + Pick(-100000, 100000);
     setup.filter = Chance(0.5) ? static_cast<unsigned>(Pick(1, 0xFFFFFF)) : 0;
     setup.walker = setup.block == 0 && Chance(0.5) ? 4 : Pick(0, 7);
     setup.walked = Chance(0.4) ? setup.view : PickPage();
@@ -555,7 +555,7 @@ class DrawingPropertyTest : public testing::Test {
     return fills;
   }
 
-  static constexpr long long kNow = 1700000000;
+  static constexpr long long kMidnight = 86400LL * 19675;
 
   std::mt19937 random_;
   PlainModel model_;

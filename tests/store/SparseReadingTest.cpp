@@ -260,21 +260,21 @@ TEST(SparseReading, AnyOrderOfWorkIsSeenAsByReadingWholeBlocks) {
   std::mt19937_64 random(1);
   TestGrid grid({.cellSize = 1.0, .areaSize = 4, .blockIds = {dVAL, iNUM}});
   DtmAccess sparse = SparseAccess(grid.File());
-  sparse.SetCacheSize(2);
   int values = 0;
-  auto writer = std::make_unique<DtmAccess>(&grid.File());
+  DtmAccess writer(&grid.File());
   for (int step = 0; step < LongForm(4000, 100000, 1500); ++step) {
     const int row = static_cast<int>(random() % 12) - 6;
     const int col = static_cast<int>(random() % 12) - 6;
     switch (random() % 12) {
       case 0:
-        ASSERT_TRUE(writer->SetDoubleValue(row, col, dVAL, static_cast<double>(random() % 100), true));
+        ASSERT_TRUE(writer.SetDoubleValue(row, col, dVAL, static_cast<double>(random() % 100), true));
         break;
       case 1:
-        ASSERT_TRUE(writer->MakeCellEmpty(row, col));
+        ASSERT_TRUE(writer.MakeCellEmpty(row, col));
         break;
       case 2:
-        writer = std::make_unique<DtmAccess>(&grid.File());  // what it held goes to the file
+        writer = DtmAccess(&grid.File());  // what it held goes to the file
+        writer.SetCacheSize(random() % 3);
         break;
       case 3:
         if (random() % 20 == 0 && grid.Area(row, col)) grid.Area(row, col)->MakeEmpty();

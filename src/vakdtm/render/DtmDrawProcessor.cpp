@@ -53,6 +53,9 @@ struct Sector {
 /// are lit from the south-west, and are compared with older ones that were.
 constexpr std::array<Sector, 8> kSectors = {{{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}, {0, -1}, {-1, -1}}};
 
+/// A division only where there is something to divide by: this is the first thing done for every cell.
+bool IsOnStepGrid(int rowOrCol, int step) { return step == 1 || rowOrCol % step == 0; }
+
 /// Whole pixels of a cell and one more, for the part of one.
 int CalcPixels(double scale, double cellSize) {
   const double pixels = std::abs(scale) * cellSize;
@@ -179,7 +182,7 @@ void DtmDrawProcessor::DrawFrame(const Page& area) {
 
 bool DtmDrawProcessor::ProcessCell(int row, int col, double& weight) {
   if (stop_.load(std::memory_order_relaxed)) return false;
-  if (row % rowStep_ != 0 || col % colStep_ != 0) return true;
+  if (!IsOnStepGrid(row, rowStep_) || !IsOnStepGrid(col, colStep_)) return true;
   Page page(col * cellSize_, row * cellSize_, (static_cast<double>(col) + colStep_) * cellSize_,
             (static_cast<double>(row) + rowStep_) * cellSize_);
   if (areaPartlyVisible_ && !view_->ClipRect(page)) {

@@ -9,11 +9,7 @@ namespace vak {
 /// More levels are refused: nobody means them.
 constexpr std::size_t kMostLevels = 100000;
 
-/// The levels base + k * interval, k a whole number, from `lowest` to `highest`, ends included: ascending, each once.
-///
-/// Each is the double nearest to what the sum is in decimals, of the shortest ones that `base` and `interval` are read
-/// from: with an interval of 0.1 they are the doubles that -12.7 or 0.3 are read as. Where the two together have too
-/// many digits for that, it is the sum of the doubles.
+/// The levels base + k * interval, k a whole number, from `lowest` to `highest`, as `SpreadMultiples` makes them.
 /// @param interval  above 0; all numbers finite.
 /// @return false, with the reason in `error`, when there are too many, or a double can't tell neighbours apart.
 [[nodiscard]] bool SpreadLevels(double interval, double base, double lowest, double highest,

@@ -339,6 +339,16 @@ CLI::Option* AddTexts(CLI::App& command, const std::string& names, std::vector<s
   return command.add_option_function<std::vector<std::string>>(names, take, description)->type_name(typeName);
 }
 
+CLI::Option* AddTextOrNone(CLI::App& command, const std::string& names, std::optional<std::string>& value,
+                           const std::string& typeName, const std::string& description, const std::string& leftOut) {
+  CLI::Option* const option = AddChecked(command, names, description, typeName, [&value](const std::string& text) {
+    if (text.empty()) return std::string("'' is empty");
+    value = text;
+    return std::string();
+  });
+  return option->default_str(leftOut)->expected(0, 1);
+}
+
 CLI::Option* AddFlag(CLI::App& command, const std::string& names, bool& value, const std::string& description) {
   return command.add_flag(names, value, description);
 }

@@ -98,6 +98,10 @@ CLI::Option* AddText(CLI::App& command, const std::string& names, std::string& v
 CLI::Option* AddTexts(CLI::App& command, const std::string& names, std::vector<std::string>& values,
                       const std::string& typeName, const std::string& description);
 
+/// Adds an option whose text may be left out; `value` is then the one that stands for it, and the help shows that.
+CLI::Option* AddTextOrNone(CLI::App& command, const std::string& names, std::optional<std::string>& value,
+                           const std::string& typeName, const std::string& description, const std::string& leftOut);
+
 /// Adds an option without a value; `value` becomes true where it is given.
 CLI::Option* AddFlag(CLI::App& command, const std::string& names, bool& value, const std::string& description);
 
@@ -144,6 +148,7 @@ void AddFillCommand(CLI::App& app, CommandContext& context);
 void AddImportCommand(CLI::App& app, CommandContext& context);
 void AddInfoCommand(CLI::App& app, CommandContext& context);
 void AddOutlineCommand(CLI::App& app, CommandContext& context);
+void AddRenderCommand(CLI::App& app, CommandContext& context);
 void AddSimulateCommand(CLI::App& app, CommandContext& context);
 void AddStatsCommand(CLI::App& app, CommandContext& context);
 void AddVerifyCommand(CLI::App& app, CommandContext& context);

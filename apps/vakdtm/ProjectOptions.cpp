@@ -14,10 +14,14 @@ LengthUnit UnitOf(const std::string& name) {
 
 }  // namespace
 
-void AddProjectOptions(CLI::App& command, ProjectOptions& options) {
+void AddUnitOptions(CLI::App& command, ProjectOptions& options) {
   AddText(command, "--project", options.project, "FILE", "Project file with the units and decimals to show");
   AddChoice(command, "--units", options.units, {"m", "ft", "us-ft"},
             "Unit to show: metres, international feet, US survey feet (default: the project's, or metres)");
+}
+
+void AddProjectOptions(CLI::App& command, ProjectOptions& options) {
+  AddUnitOptions(command, options);
   AddWholeNumber(command, "--decimals", options.decimals,
                  "Decimals of coordinates and heights (default: the project's, or 3)", 0,
                  ProjectDefinition::kMostDecimals);

@@ -19,7 +19,11 @@ struct ProjectOptions {
   std::uint64_t decimals = kNotGiven;
 };
 
-/// Adds `--project`, `--units` and `--decimals`. `options` must live until the command line has been parsed.
+/// Adds `--project` and `--units`, for what finds its decimals by itself. `options` must live until the command line
+/// has been parsed.
+void AddUnitOptions(CLI::App& command, ProjectOptions& options);
+
+/// Adds these and `--decimals`, likewise.
 void AddProjectOptions(CLI::App& command, ProjectOptions& options);
 
 /// Makes them the current project of the process. Prints why when it can't.

@@ -22,5 +22,5 @@ int main(int argc, char** argv) {
       argc, argv,
       {vak::AddCreateCommand, vak::AddImportCommand, vak::AddInfoCommand, vak::AddStatsCommand, vak::AddCellsCommand,
        vak::AddExportCommand, vak::AddContourCommand, vak::AddOutlineCommand, vak::AddFillCommand,
-       vak::AddVerifyCommand, vak::AddWatchCommand, vak::AddSimulateCommand});
+       vak::AddRenderCommand, vak::AddVerifyCommand, vak::AddWatchCommand, vak::AddSimulateCommand});
 }

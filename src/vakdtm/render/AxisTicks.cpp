@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <optional>
+#include <utility>
 
 #include "vakdtm/render/RoundSteps.h"
 #include "vakdtm/services/text/FormatNumber.h"
@@ -71,8 +72,9 @@ AxisTicks FindSo(const AxisTicks::Span& span, bool across, const TextMeasure& me
   const double first = RoundStepFrom(std::max(spacing * perPixel, span.smallestStep));
   AxisTicks best;
   best.across = across;
-  double step = first;
-  for (int i = 0; i < kTriesUp; ++i, step = NextRoundStep(step)) {
+  double next = first;
+  for (int i = 0; i < kTriesUp; ++i) {
+    const double step = std::exchange(next, NextRoundStep(next));
     std::optional<AxisTicks> found = TryStep(span, across, step, measure);
     if (!found || (found->ticks.size() > 1 && !IsAiry(*found, span))) continue;
     DropLabels(span, across, found->ticks);
@@ -80,7 +82,7 @@ AxisTicks FindSo(const AxisTicks::Span& span, bool across, const TextMeasure& me
     break;
   }
   // No round number of that size lies on the axis: of finer ones, some.
-  step = first;
+  double step = first;
   for (int i = 0; i < kTriesDown; ++i) {
     step = RoundStepUpTo(step * 0.6);
     std::optional<AxisTicks> found = TryStep(span, across, step, measure);

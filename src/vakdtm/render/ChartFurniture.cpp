@@ -130,7 +130,7 @@ void ChartFurniture::DrawLegend(const ColorTable& table) const {
   const int length = (legend.isUpright ? legend.bar.bottom - legend.bar.top : legend.bar.right - legend.bar.left) -
                      legend.lowPoint - legend.highPoint;
   const double low = table.Classes().front().lower;
-  const double high = table.End() ? *table.End() : table.Classes().back().lower;
+  const double high = table.End().value_or(table.Classes().back().lower);
   const auto colorAt = [&](int pixel) { return table.GetColor(low + (pixel + 0.5) / length * (high - low)); };
   const auto fill = [&](int from, int to, Color color) {
     if (legend.isUpright) {

@@ -168,7 +168,7 @@ bool DtmChart::MakeTable() {
   }
   if (table_.Classes().empty()) return false;
   low_ = table_.Classes().front().lower;
-  high_ = table_.End() ? *table_.End() : table_.Classes().back().lower;
+  high_ = table_.End().value_or(table_.Classes().back().lower);
   if (!(low_ < high_)) high_ = low_ + 1;
   return true;
 }

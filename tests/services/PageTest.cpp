@@ -2,7 +2,10 @@
 #include <limits>
 #include <string>
 
+#include "vakdtm/services/device/CoordinateSystem.h"
 #include "vakdtm/services/geometry/Page.h"
+
+#include "support/RecordingDevice.h"
 
 namespace vak {
 namespace {
@@ -148,6 +151,46 @@ TEST(Point, ArithmeticTakesAllThreeCoordinates) {
   EXPECT_EQ(Point(), Point(0, 0, 0));
   EXPECT_NE(Point(1, 2, 3), Point(1, 2, 4));
   EXPECT_NE(Point(1, 2, kNan), Point(1, 2, kNan));
+}
+
+TEST(Page, IsSetFromTwoCorners) {
+  Page page;
+  page.Set(Point(1, 2), Point(3, 5));
+  EXPECT_TRUE(Is(page, 1, 2, 3, 5));
+  page.Set(Point(1, 5), Point(3, 2));
+  EXPECT_FALSE(page.IsValid());
+}
+
+TEST(Page, DrawsOfItsFrameWhatIsInTheView) {
+  const CoordinateSystem system(Page(0, 0, 100, 100), 100, 100);
+  const Page view(0, 0, 100, 100);
+  const struct {
+    const char* name;
+    Page page;
+    const char* drawn;
+  } kCases[] = {
+      {"inside", Page(10, 20, 30, 50), "line 10 80 30 80 30 50 10 50 10 80\n"},
+      {"the view itself", view, "line 0 100 100 100 100 0 0 0 0 100\n"},
+      {"out to the left", Page(-10, 20, 30, 50), "line 0 80 30 80\nline 30 80 30 50\nline 0 50 30 50\n"},
+      {"out at a corner", Page(90, 95, 130, 150), "line 90 5 100 5\nline 90 5 90 0\n"},
+      {"a side on the edge", Page(-10, 0, 50, 150), "line 0 100 50 100\nline 50 100 50 0\n"},
+      {"touching", Page(100, 20, 120, 30), "line 100 80 100 70\n"},
+      {"round the view", Page(-10, -10, 110, 110), ""},
+      {"endless", Page(-1e300, 20, 1e300, 1e300), "line 0 80 100 80\n"},
+      {"elsewhere", Page(110, 20, 120, 30), ""},
+      {"invalid", Page(), ""},
+      {"not a number", Page(0, 0, kNan, 1), ""},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    test::RecordingDevice device;
+    c.page.DrawRect(&device, system, view);
+    EXPECT_EQ(device.Text(), c.drawn);
+    c.page.DrawRect(nullptr, system, view);
+    device.Clear();
+    c.page.DrawRect(&device, system, Page());
+    EXPECT_EQ(device.Text(), "");
+  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <span>
 #include <string>
+#include <utility>
 
 #include "vakdtm/services/color/Color.h"
 #include "vakdtm/services/device/Pen.h"
@@ -57,11 +58,11 @@ class CDC {
 
   /// White at first. It stands for what a fill leaves behind; texts are drawn without a background.
   Color GetBkColor() const { return bkColor_; }
-  virtual Color SetBkColor(Color color);
+  virtual Color SetBkColor(Color color) { return std::exchange(bkColor_, color); }
 
   /// Solid, one pixel wide and black at first.
   const Pen& GetPen() const { return pen_; }
-  virtual Pen SelectPen(const Pen& pen);
+  virtual Pen SelectPen(const Pen& pen) { return std::exchange(pen_, pen); }
 
   /// Draws the straight lines from each point to the next with the selected pen; closed when the last point equals the
   /// first. A point that isn't finite is no point: the line ends before it and begins anew behind it.
@@ -79,15 +80,15 @@ class CDC {
 
   /// Black at first.
   Color GetTextColor() const { return textColor_; }
-  virtual Color SetTextColor(Color color);
+  virtual Color SetTextColor(Color color) { return std::exchange(textColor_, color); }
 
   /// Left and top at first.
   unsigned GetTextAlign() const { return textAlign_; }
-  virtual unsigned SetTextAlign(unsigned align);
+  virtual unsigned SetTextAlign(unsigned align) { return std::exchange(textAlign_, align); }
 
   /// DejaVu Sans, 12 pixels high, at first.
   const VakFont& GetFont() const { return font_; }
-  virtual VakFont SelectFont(const VakFont& font);
+  virtual VakFont SelectFont(const VakFont& font) { return std::exchange(font_, font); }
 
   /// Prints one line of text in the selected font, turned about the given point by the font's escapement. What is no
   /// character that can be printed (a control character, half of a pair) shows as U+FFFD.

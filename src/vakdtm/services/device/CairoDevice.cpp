@@ -6,7 +6,8 @@
 #include <cairo-svg.h>
 #include <cairo.h>
 #include <cmath>
-#include <cstdlib>
+#include <cstddef>
+#include <numbers>
 #include <optional>
 #include <pango/pangocairo.h>
 #include <string>
@@ -52,16 +53,17 @@ void SetSource(cairo_t* context, Color color) {
   cairo_set_source_rgb(context, share(0), share(8), share(16));
 }
 
+/// Whether `ToUtf8` makes a byte of it that is no character.
+bool IsLoneByte(wchar_t c) { return c >= 0xDC80 && c <= 0xDCFF; }
+
 /// Of a text that is going to be one line, what can be printed: the text library refuses a text that is no UTF-8 as a
 /// whole, and says so on standard error.
 std::string Printable(const std::wstring& text) {
   constexpr wchar_t kReplacement = L'\xFFFD';
   std::wstring clean = text;
   for (wchar_t& c : clean) {
-    const auto code = static_cast<std::uint32_t>(c);
-    const bool control = code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x2028 || code == 0x2029;
-    const bool surrogate = code >= 0xD800 && code < 0xE000;
-    if (control || surrogate || code > 0x10FFFF) c = kReplacement;
+    const bool control = c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029;
+    if (control || IsLoneByte(c)) c = kReplacement;
   }
   return ToUtf8(clean);
 }
@@ -132,8 +134,7 @@ class TextSetter {
   /// A comma would begin the next of several families.
   static std::wstring Family(std::wstring name) {
     for (wchar_t& c : name) {
-      const auto code = static_cast<std::uint32_t>(c);
-      if (c == L',' || code < 0x20 || (code >= 0xD800 && code < 0xE000) || code > 0x10FFFF) c = L' ';
+      if (c == L',' || c < 0x20 || IsLoneByte(c)) c = L' ';
     }
     return name;
   }
@@ -165,6 +166,8 @@ void AddPath(cairo_t* context, const std::vector<PixelPoint>& points, bool close
   if (closed) cairo_close_path(context);
 }
 
+bool IsFinite(const PixelPoint& point) { return std::isfinite(point.x) && std::isfinite(point.y); }
+
 bool IsParallelToAxes(std::span<const PixelPoint> points) {
   for (std::size_t i = 1; i < points.size(); ++i) {
     if (points[i - 1].x != points[i].x && points[i - 1].y != points[i].y) return false;
@@ -172,14 +175,14 @@ bool IsParallelToAxes(std::span<const PixelPoint> points) {
   return true;
 }
 
-void SelectDashes(cairo_t* context, int style, double width) {
+void SelectDashes(cairo_t* context, int style, double width, double begin) {
   // In lengths of the pen's width, as the eye sees them in relation to it.
   if (style == Pen::kDashed) {
     const std::array<double, 2> dashes = {6 * width, 4 * width};
-    cairo_set_dash(context, dashes.data(), 2, 0);
+    cairo_set_dash(context, dashes.data(), 2, begin);
   } else if (style == Pen::kDotted) {
     const std::array<double, 2> dots = {2 * width, 2 * width};
-    cairo_set_dash(context, dots.data(), 2, 0);
+    cairo_set_dash(context, dots.data(), 2, begin);
   }
 }
 
@@ -239,7 +242,8 @@ bool CairoDevice::Open(const Settings& settings, Sink sink) {
     return Refuse(L"a picture of " + size + L" is too large: a side has " + std::to_wstring(kLongestSide) +
                   L" at most");
   }
-  if (!(settings.dotsPerInch >= 1.0 && settings.dotsPerInch <= kMostDotsPerInch)) {
+  const bool resolved = settings.dotsPerInch >= 1.0 && settings.dotsPerInch <= kMostDotsPerInch;
+  if (!resolved) {
     return Refuse(L"dots per inch are between 1 and 100000");
   }
   const double points = kPointsPerInch / settings.dotsPerInch;  // a pixel's side
@@ -288,21 +292,58 @@ void CairoDevice::SetAntialiasing(bool on) {
   if (canvas_) cairo_set_antialias(canvas_->context.get(), on ? CAIRO_ANTIALIAS_DEFAULT : CAIRO_ANTIALIAS_NONE);
 }
 
+void CairoDevice::FillPixels(const PixelRect& rect, Color color) {
+  const PixelRect seen = Cut(rect);
+  if (seen.IsEmpty()) return;
+  std::uint32_t* row = Pixels();
+  if (row == nullptr) return;
+  const std::uint32_t pixel = Swapped(static_cast<std::uint32_t>(color));
+  row += static_cast<std::ptrdiff_t>(stride_) * seen.top;
+  for (int y = seen.top; y < seen.bottom; ++y, row += stride_) {
+    for (int x = seen.left; x < seen.right; ++x) row[x] = pixel;
+  }
+}
+
+/// Draws lines that are parallel to the axes, each as the pixels that it covers. The pen's middle lies on a pixel when
+/// its width is odd, between two when it is even.
+void CairoDevice::DrawOnPixels(std::span<const PixelPoint> points, int width, Color color) {
+  const bool even = width % 2 == 0;
+  const double before = even ? width / 2.0 : (width - 1) / 2.0;  // pixels on this side of the middle one
+  const auto firstPixel = [even, before](double v) {
+    constexpr double kFarthest = 1 << 30;
+    const double first = std::floor(even ? v + 0.5 : v) - before;
+    return static_cast<int>(std::clamp(first, -kFarthest, kFarthest));
+  };
+  for (std::size_t i = 1; i < points.size(); ++i) {
+    const PixelPoint& from = points[i - 1];
+    const PixelPoint& to = points[i];
+    if (!IsFinite(from) || !IsFinite(to)) continue;
+    FillPixels({firstPixel(std::min(from.x, to.x)), firstPixel(std::min(from.y, to.y)),
+                firstPixel(std::max(from.x, to.x)) + width, firstPixel(std::max(from.y, to.y)) + width},
+               color);
+  }
+}
+
 void CairoDevice::DrawPolyline(std::span<const PixelPoint> points) {
   const Pen& pen = GetPen();
   if (!canvas_ || pen.style == Pen::kNone) return;
-  const double width = std::clamp(pen.width, 1, kWidestPen);
+  const int width = std::clamp(pen.width, 1, kWidestPen);
+  const bool solid = pen.style != Pen::kDashed && pen.style != Pen::kDotted;
   const bool parallel = IsParallelToAxes(points);
+  const bool onPixels = parallel && pixels_ != nullptr;
+  if (onPixels && solid) {
+    DrawOnPixels(points, width, pen.color);
+    return;
+  }
+  const double middle = width % 2 == 0 ? 0.0 : 0.5;
   std::vector<PixelPoint> snapped;
-  if (parallel && canvas_->kind == Surface::kImage) {
-    // The middle of a pixel for the middle of an odd width, the edge between two for that of an even one.
-    const double middle = std::fmod(width, 2.0) / 2;
+  if (onPixels) {
     const auto snap = [middle](double v) { return std::floor(v + 0.5 - middle) + middle; };
     snapped.reserve(points.size());
     for (const PixelPoint& point : points) snapped.push_back({snap(point.x), snap(point.y)});
     points = snapped;
   }
-  const double margin = 2 * width + 8;  // more than corners and ends of lines reach
+  const double margin = 2.0 * width + 8;  // more than corners and ends of lines reach
   const std::vector<PixelRun> runs = ClipPolyline(points, {-margin, -margin, width_ + margin, height_ + margin});
   if (runs.empty()) return;
   Release();
@@ -311,8 +352,9 @@ void CairoDevice::DrawPolyline(std::span<const PixelPoint> points) {
   SetSource(context, pen.color);
   cairo_set_line_width(context, width);
   cairo_set_line_join(context, parallel ? CAIRO_LINE_JOIN_MITER : CAIRO_LINE_JOIN_ROUND);
-  cairo_set_line_cap(context, parallel && pen.style == Pen::kSolid ? CAIRO_LINE_CAP_SQUARE : CAIRO_LINE_CAP_BUTT);
-  SelectDashes(context, pen.style, width);
+  cairo_set_line_cap(context, parallel && solid ? CAIRO_LINE_CAP_SQUARE : CAIRO_LINE_CAP_BUTT);
+  // A line from the middle of a pixel begins in the middle of a dash's, so that dashes are whole pixels.
+  SelectDashes(context, pen.style, width, onPixels ? middle : 0.0);
   cairo_new_path(context);
   for (const PixelRun& run : runs) AddPath(context, run.points, run.closed);
   cairo_stroke(context);
@@ -341,7 +383,6 @@ TextExtent CairoDevice::GetTextExtent(const std::wstring& text) {
 }
 
 void CairoDevice::PrintText(int x, int y, const std::wstring& text, const PixelRect* clip) {
-  constexpr double kPi = 3.14159265358979323846;
   constexpr int kLongest = 1'000'000;  // pixels; the library's coordinates end at eight times as many
   if (!canvas_ || text.empty()) return;
   const PixelRect seen = Cut(clip != nullptr ? *clip : PixelRect{0, 0, width_, height_});
@@ -376,8 +417,9 @@ void CairoDevice::PrintText(int x, int y, const std::wstring& text, const PixelR
     cairo_clip(context);
   }
   constexpr int kFullTurn = 3600;
+  constexpr double kHalfTurn = 1800.0;
   cairo_translate(context, x, y);
-  cairo_rotate(context, -(GetFont().escapement % kFullTurn) * kPi / (kFullTurn / 2));
+  cairo_rotate(context, -(GetFont().escapement % kFullTurn) * std::numbers::pi / kHalfTurn);
   SetSource(context, GetTextColor());
   cairo_move_to(context, left, baseline);
   setter.Show(context);

@@ -79,6 +79,8 @@ class CairoDevice : public CDC {
     if (!touched_) Touch();
     return pixels_;
   }
+  /// Paints pixels.
+  void FillPixels(const PixelRect& rect, Color color);
   /// From one row to the next, in pixels.
   int Stride() const { return stride_; }
   /// @param sink  takes the image as a PNG file.
@@ -89,10 +91,16 @@ class CairoDevice : public CDC {
     return {rect.left > 0 ? rect.left : 0, rect.top > 0 ? rect.top : 0, rect.right < width_ ? rect.right : width_,
             rect.bottom < height_ ? rect.bottom : height_};
   }
+  /// Red and blue change places between a colour and a pixel.
+  static std::uint32_t Swapped(std::uint32_t rgb) {
+    return (rgb & 0x00FF00U) | (rgb & 0xFFU) << 16 | (rgb >> 16 & 0xFFU);
+  }
+
   bool Refuse(std::wstring why);
   bool Succeed();
 
  private:
+  void DrawOnPixels(std::span<const PixelPoint> points, int width, Color color);
   void Touch() const;
   void Release() const;
 

@@ -13,9 +13,6 @@
 namespace vak {
 namespace {
 
-/// Red and blue change places between a colour and a pixel.
-std::uint32_t Exchanged(std::uint32_t rgb) { return (rgb & 0x00FF00U) | (rgb & 0xFFU) << 16 | (rgb >> 16 & 0xFFU); }
-
 std::wstring FileError(const std::wstring& path, int error) {
   return path + L": " + FromUtf8(std::error_code(error, std::generic_category()).message());
 }
@@ -36,22 +33,13 @@ bool ImageDevice::Create(int width, int height, double dotsPerInch, Color backgr
 }
 
 void ImageDevice::FillSolidRect(const PixelRect& rect, Color color) {
-  SetBkColor(color);
-  const PixelRect seen = Cut(rect);
-  if (seen.IsEmpty()) return;
-  std::uint32_t* row = Pixels();
-  if (row == nullptr) return;
-  const int stride = Stride();
-  const std::uint32_t pixel = Exchanged(static_cast<std::uint32_t>(color));
-  row += static_cast<std::ptrdiff_t>(stride) * seen.top;
-  for (int y = seen.top; y < seen.bottom; ++y, row += stride) {
-    for (int x = seen.left; x < seen.right; ++x) row[x] = pixel;
-  }
+  CDC::SetBkColor(color);
+  FillPixels(rect, color);
 }
 
 Color ImageDevice::GetPixel(int x, int y) const {
   if (x < 0 || y < 0 || x >= Width() || y >= Height()) return kWhite;
-  return Exchanged(Pixels()[static_cast<std::ptrdiff_t>(Stride()) * y + x]);
+  return Swapped(Pixels()[static_cast<std::ptrdiff_t>(Stride()) * y + x]);
 }
 
 void ImageDevice::DrawImage(const PixelRect& rect, const ImageDevice& image) {

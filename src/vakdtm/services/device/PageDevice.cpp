@@ -80,7 +80,7 @@ bool PageDevice::Finish() {
 }
 
 void PageDevice::FillSolidRect(const PixelRect& rect, Color color) {
-  SetBkColor(color);
+  CDC::SetBkColor(color);
   FillOnPage(rect, color);
 }
 

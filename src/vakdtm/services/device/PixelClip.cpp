@@ -14,7 +14,8 @@ bool IsFinite(const PixelPoint& point) { return std::isfinite(point.x) && std::i
 
 PixelPoint At(const Point& point) { return {point.x, point.y}; }
 
-/// Where a line crosses the value `edge` of one of its coordinates, `along`; only asked of lines that do.
+/// Where a line crosses the value `edge` of one of its coordinates; only asked of lines that do. Reckoned from `a`:
+/// what is near stays right when the other end is very far away.
 PixelPoint Crossing(const PixelPoint& a, const PixelPoint& b, double PixelPoint::* across, double PixelPoint::* along,
                     double edge) {
   // Halved, as the difference of two doubles may be beyond the largest.
@@ -34,7 +35,8 @@ std::vector<PixelPoint> ClipSide(const std::vector<PixelPoint>& points, double P
   for (std::size_t i = 0; i < points.size(); ++i) {
     const PixelPoint& from = points[i == 0 ? points.size() - 1 : i - 1];
     const PixelPoint& to = points[i];
-    if (isIn(from) != isIn(to)) kept.push_back(Crossing(from, to, across, along, edge));
+    if (isIn(from) && !isIn(to)) kept.push_back(Crossing(from, to, across, along, edge));
+    if (isIn(to) && !isIn(from)) kept.push_back(Crossing(to, from, across, along, edge));
     if (isIn(to)) kept.push_back(to);
   }
   return kept;

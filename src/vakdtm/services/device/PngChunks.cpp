@@ -61,8 +61,8 @@ bool PngNotes(std::span<const PictureNote> notes, std::string& chunks) {
     if (!IsKey(note.key)) return false;
     std::wstring text = note.text;
     for (wchar_t& c : text) {
-      const auto code = static_cast<std::uint32_t>(c);
-      if (code == 0 || (code >= 0xD800 && code < 0xE000) || code > 0x10FFFF) c = L'\xFFFD';
+      // What `ToUtf8` makes a byte of that is no character.
+      if (c == 0 || (c >= 0xDC80 && c <= 0xDCFF)) c = L'\xFFFD';
     }
     // Key, not packed, by no method, in no language, under no translated key.
     all += Chunk("iTXt", note.key + std::string(5, '\0') + ToUtf8(text));

@@ -11,44 +11,43 @@ namespace {
 
 bool IsFinite(const Point& point) { return std::isfinite(point.x) && std::isfinite(point.y); }
 
-/// Narrows the shares of a line, from 0 at its start to 1 at its end, between which it is between two bounds.
-/// Liang and Barsky, "A new concept and method for line clipping", ACM Transactions on Graphics 3(1), 1984.
-bool Narrow(double from, double to, double lowest, double highest, double& first, double& last) {
-  if (from == to) return lowest <= from && from <= highest;
+/// Where a line from a point on one side of an edge to one on the other meets it: exactly on it, and between the two.
+/// Reckoned from the first: what is near stays right when the other is very far away.
+/// @param across  the coordinate that is the same all along the edge.
+Point Meeting(const Point& from, const Point& to, double Point::* across, double edge) {
   // Halved, as the difference of two doubles may be beyond the largest.
-  const double half = to / 2 - from / 2;
-  const double atLowest = (lowest / 2 - from / 2) / half;
-  const double atHighest = (highest / 2 - from / 2) / half;
-  first = std::max(first, std::min(atLowest, atHighest));
-  last = std::min(last, std::max(atLowest, atHighest));
-  return first <= last;
-}
-
-Point Between(const Point& a, const Point& b, double share) {
-  return {a.x * (1 - share) + b.x * share, a.y * (1 - share) + b.y * share, a.z * (1 - share) + b.z * share};
-}
-
-/// Takes back what rounding moved: a point on the line stays between its ends, and within the page.
-Point Within(Point point, const Line& line, const Page& page) {
-  const auto [lowX, highX] = std::minmax(line.start.x, line.end.x);
-  const auto [lowY, highY] = std::minmax(line.start.y, line.end.y);
-  point.x = std::clamp(std::clamp(point.x, lowX, highX), page.left(), page.right());
-  point.y = std::clamp(std::clamp(point.y, lowY, highY), page.bottom(), page.top());
+  const double share = std::clamp((edge / 2 - from.*across / 2) / (to.*across / 2 - from.*across / 2), 0.0, 1.0);
+  const auto between = [share](double a, double b) {
+    const auto [low, high] = std::minmax(a, b);
+    return std::clamp(a * (1 - share) + b * share, low, high);
+  };
+  Point point(between(from.x, to.x), between(from.y, to.y), from.z * (1 - share) + to.z * share);
+  point.*across = edge;
   return point;
+}
+
+/// Cuts off what is beyond an edge. One end at a time, the second from where the first was cut: so what is left of a
+/// line is right, however far away both ends were.
+/// @param side  1: what is below the edge goes; -1: what is above. @return false when that is all.
+bool CutOff(Line& line, double Point::* across, double edge, int side) {
+  const auto isOut = [&](const Point& point) { return side > 0 ? point.*across < edge : point.*across > edge; };
+  const bool startOut = isOut(line.start);
+  const bool endOut = isOut(line.end);
+  if (startOut && endOut) return false;
+  if (startOut) line.start = Meeting(line.end, line.start, across, edge);
+  if (endOut) line.end = Meeting(line.start, line.end, across, edge);
+  return true;
 }
 
 }  // namespace
 
 bool Line::ClipTo(const Page& page) {
   if (!page.IsValid() || !IsFinite(start) || !IsFinite(end)) return false;
-  double first = 0.0;
-  double last = 1.0;
-  if (!Narrow(start.x, end.x, page.left(), page.right(), first, last)) return false;
-  if (!Narrow(start.y, end.y, page.bottom(), page.top(), first, last)) return false;
-  const Line whole = *this;
-  if (first > 0.0) start = Within(Between(whole.start, whole.end, first), whole, page);
-  if (last < 1.0) end = Within(Between(whole.start, whole.end, last), whole, page);
-  return true;
+  Line left = *this;
+  const bool remains = CutOff(left, &Point::x, page.left(), 1) && CutOff(left, &Point::x, page.right(), -1) &&
+                       CutOff(left, &Point::y, page.bottom(), 1) && CutOff(left, &Point::y, page.top(), -1);
+  if (remains) *this = left;
+  return remains;
 }
 
 void Line::DrawLine(CDC* device, const CoordinateSystem& coordinates, const Page& view) const {

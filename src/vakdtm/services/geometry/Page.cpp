@@ -23,6 +23,8 @@ void Page::DrawRect(CDC* device, const CoordinateSystem& coordinates, const Page
   };
   const Page seen(std::max(left_, view.left_), std::max(bottom_, view.bottom_), std::min(right_, view.right_),
                   std::min(top_, view.top_));
+  const bool hasWidth = seen.left_ < seen.right_;
+  const bool hasHeight = seen.bottom_ < seen.top_;
   const bool hasLeft = view.left_ <= left_;
   const bool hasBottom = view.bottom_ <= bottom_;
   const bool hasRight = right_ <= view.right_;
@@ -31,10 +33,10 @@ void Page::DrawRect(CDC* device, const CoordinateSystem& coordinates, const Page
     draw(seen.left_, seen.bottom_, seen.right_, seen.top_, 4);
     return;
   }
-  if (hasBottom) draw(seen.left_, bottom_, seen.right_, bottom_, 2);
-  if (hasRight) draw(right_, seen.bottom_, right_, seen.top_, 2);
-  if (hasTop) draw(seen.left_, top_, seen.right_, top_, 2);
-  if (hasLeft) draw(left_, seen.bottom_, left_, seen.top_, 2);
+  if (hasBottom && hasWidth) draw(seen.left_, bottom_, seen.right_, bottom_, 2);
+  if (hasRight && hasHeight) draw(right_, seen.bottom_, right_, seen.top_, 2);
+  if (hasTop && hasWidth) draw(seen.left_, top_, seen.right_, top_, 2);
+  if (hasLeft && hasHeight) draw(left_, seen.bottom_, left_, seen.top_, 2);
 }
 
 }  // namespace vak

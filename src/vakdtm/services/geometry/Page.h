@@ -89,7 +89,8 @@ class Page {
   }
 
   /// Draws the frame with the selected pen: of each side what lies in the view, edges included, and so nothing where
-  /// the view lies inside. A frame that is wholly in the view is one closed line, one that isn't a line a side.
+  /// the view lies inside. A frame that is wholly in the view is one closed line, one that isn't a line a side; sides
+  /// that only touch the view aren't drawn.
   /// @param device  null: nothing is drawn.
   void DrawRect(CDC* device, const CoordinateSystem& coordinates, const Page& view) const;
 

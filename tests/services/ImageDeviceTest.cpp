@@ -2,9 +2,12 @@
 #include <cerrno>
 #include <climits>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
+#include <sys/resource.h>
 #include <system_error>
 #include <vector>
 
@@ -12,11 +15,35 @@
 #include "vakdtm/services/device/PngChunks.h"
 #include "vakdtm/services/text/Utf8.h"
 
+#include "support/RunCommand.h"
 #include "support/RunGdal.h"
 #include "support/TestFolder.h"
+#include "support/Worker.h"
 
 namespace vak {
 namespace {
+
+/// Prints a text where no font is installed.
+const test::Worker kWithoutFonts("image-without-fonts", [](const test::Worker::Words& arguments) {
+  setenv("FONTCONFIG_FILE", arguments.at(0).c_str(), 1);
+  ImageDevice image;
+  if (!image.Create(100, 100) || !image.SavePng(FromUtf8(arguments.at(1)))) return 2;
+  if (image.GetTextExtent(L"text").height != VakFont().height) return 3;
+  image.TextOut(0, 0, L"text");
+  if (image.SavePng(FromUtf8(arguments.at(1)))) return 4;
+  std::fputs(ToUtf8(image.LastError()).c_str(), stdout);
+  return 0;
+});
+
+/// Makes the largest image with too little memory for it, and then a small one.
+const test::Worker kWithoutMemory("image-without-memory", [](const test::Worker::Words& /*arguments*/) {
+  const rlimit limit{1U << 30U, 1U << 30U};
+  if (setrlimit(RLIMIT_AS, &limit) != 0) return 2;
+  ImageDevice image;
+  if (image.Create(ImageDevice::kLongestSide, ImageDevice::kLongestSide)) return 3;
+  std::fputs(ToUtf8(image.LastError()).c_str(), stdout);
+  return image.Width() == 0 && image.Create(100, 100) ? 0 : 4;
+});
 
 constexpr Color kWhite = 0xFFFFFF;
 constexpr Color kBlack = 0x000000;
@@ -559,6 +586,27 @@ TEST(ImageDevice, TellsWhyItCannotBeMade) {
   image.FillSolidRect({32'766, 0, 32'767, 1}, kRed);
   EXPECT_EQ(image.GetPixel(32'766, 0), kRed);
   EXPECT_EQ(image.GetPixel(32'765, 0), kWhite);
+}
+
+// Under a sanitizer, which takes address space in terabytes, there is no limit to be set.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(ImageDevice, TellsThatMemoryDoesNotSuffice) {
+  const test::CommandResult result = test::RunCommand(kWithoutMemory.Line({})).Wait();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.out, "no picture of 32767 x 32767 pixels: out of memory");
+}
+#endif
+
+TEST(ImageDevice, TellsThatATextHasNoFont) {
+  const test::TestFolder folder;
+  const std::string fonts = folder.Write("fonts.conf",
+                                         "<?xml version=\"1.0\"?><!DOCTYPE fontconfig SYSTEM \"fonts.dtd\"><fontconfig>"
+                                         "<cachedir>" +
+                                             folder.File("cache") + "</cachedir></fontconfig>");
+  const test::CommandResult result = test::RunCommand(kWithoutFonts.Line({fonts, folder.File("a.png")})).Wait();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.out, "no font is installed (the package fonts-dejavu-core has one)");
+  EXPECT_EQ(result.err, "");
 }
 
 TEST(ImageDevice, WithoutAnImageNothingHappens) {

@@ -193,6 +193,7 @@ TEST(PageDevice, TellsWhyItCannotBeBegun) {
     EXPECT_FALSE(page.Create(folder.WideFile("a"), format, 40'000, 10, 1000.0));
     EXPECT_EQ(page.LastError(), L"a picture of 40000 x 10 pixels is too large: a side has 32767 at most");
     EXPECT_EQ(page.Width(), 0);
+    EXPECT_FALSE(folder.Has("a"));
   }
   EXPECT_FALSE(page.Create(folder.WideFile("a"), kPdf, 20'001, 10, 100.0));
   EXPECT_EQ(page.LastError(),

@@ -106,6 +106,9 @@ class TextSetter {
     const Owner<PangoFontMetrics> metrics(pango_context_get_metrics(context_.get(), description.get(), nullptr));
     ascent_ = PANGO_PIXELS_CEIL(pango_font_metrics_get_ascent(metrics.get()));
     descent_ = PANGO_PIXELS_CEIL(pango_font_metrics_get_descent(metrics.get()));
+    // Without any font the library paints nothing that could be read, and says nothing.
+    hasFont_ = ascent_ + descent_ > 0;
+    if (!hasFont_) ascent_ = height;
   }
 
   /// Makes the text the one that `Width` and `Show` are about.
@@ -119,6 +122,7 @@ class TextSetter {
     pango_layout_get_extents(layout_.get(), nullptr, &logical);
     return PANGO_PIXELS_CEIL(logical.width);
   }
+  bool HasFont() const { return hasFont_; }
   int Ascent() const { return ascent_; }
   int Descent() const { return descent_; }
 
@@ -144,6 +148,7 @@ class TextSetter {
   Owner<PangoContext> context_;
   Owner<PangoLayout> layout_;
   std::optional<VakFont> font_;
+  bool hasFont_ = false;
   int ascent_ = 0;
   int descent_ = 0;
 };
@@ -153,7 +158,14 @@ cairo_status_t Pass(void* sink, const unsigned char* bytes, unsigned count) {
   return pass(bytes, count) ? CAIRO_STATUS_SUCCESS : CAIRO_STATUS_WRITE_ERROR;
 }
 
-std::wstring Reason(cairo_status_t status) { return FromUtf8(cairo_status_to_string(status)); }
+/// Empty: no failure.
+std::wstring Reason(cairo_status_t status) {
+  return status == CAIRO_STATUS_SUCCESS ? std::wstring() : FromUtf8(cairo_status_to_string(status));
+}
+
+std::wstring SizeText(int width, int height) {
+  return std::to_wstring(width) + L" x " + std::to_wstring(height) + L" pixels";
+}
 
 void AddPath(cairo_t* context, const std::vector<PixelPoint>& points, bool closed) {
   for (std::size_t i = 0; i < points.size(); ++i) {
@@ -190,7 +202,8 @@ void SelectDashes(cairo_t* context, int style, double width, double begin) {
 
 struct CairoDevice::Canvas {
   Surface kind = Surface::kImage;
-  Sink sink;  // outlives the surface, which writes to it when it goes
+  std::wstring failure;  // what went wrong beside the library
+  Sink sink;             // outlives the surface, which writes to it when it goes
   Owner<cairo_surface_t> surface;
   Owner<cairo_t> context;
   std::unique_ptr<TextSetter> setter;  // not before the first text: finding the fonts takes its time
@@ -200,10 +213,11 @@ struct CairoDevice::Canvas {
     return *setter;
   }
 
-  /// What went wrong so far.
-  cairo_status_t Status() const {
+  /// What went wrong so far; empty: nothing.
+  std::wstring Failure() const {
+    if (!failure.empty()) return failure;
     const cairo_status_t status = cairo_status(context.get());
-    return status != CAIRO_STATUS_SUCCESS ? status : cairo_surface_status(surface.get());
+    return Reason(status != CAIRO_STATUS_SUCCESS ? status : cairo_surface_status(surface.get()));
   }
 };
 
@@ -231,12 +245,11 @@ bool CairoDevice::Succeed() {
   return true;
 }
 
-bool CairoDevice::Open(const Settings& settings, Sink sink) {
+bool CairoDevice::IsPossible(const Settings& settings) {
   constexpr double kMostDotsPerInch = 100'000.0;
   constexpr double kLongestPdfSide = 14'400.0;  // points: what readers of PDF go along with
-  Drop();
   const int longer = std::max(settings.width, settings.height);
-  const std::wstring size = std::to_wstring(settings.width) + L" x " + std::to_wstring(settings.height) + L" pixels";
+  const std::wstring size = SizeText(settings.width, settings.height);
   if (settings.width < 1 || settings.height < 1) return Refuse(L"a picture of " + size + L" has nothing in it");
   if (longer > kLongestSide) {
     return Refuse(L"a picture of " + size + L" is too large: a side has " + std::to_wstring(kLongestSide) +
@@ -252,6 +265,13 @@ bool CairoDevice::Open(const Settings& settings, Sink sink) {
                   L" at these dots per inch is too large: a side of a PDF page has 200 inches at "
                   L"most");
   }
+  return true;
+}
+
+bool CairoDevice::Open(const Settings& settings, Sink sink) {
+  Drop();
+  if (!IsPossible(settings)) return false;
+  const double points = kPointsPerInch / settings.dotsPerInch;  // a pixel's side
   auto canvas = std::make_unique<Canvas>();
   canvas->kind = settings.surface;
   canvas->sink = std::move(sink);
@@ -263,9 +283,8 @@ bool CairoDevice::Open(const Settings& settings, Sink sink) {
     canvas->surface.reset(create(Pass, &canvas->sink, settings.width * points, settings.height * points));
   }
   canvas->context.reset(cairo_create(canvas->surface.get()));
-  if (canvas->Status() != CAIRO_STATUS_SUCCESS) {
-    return Refuse(L"no picture of " + size + L": " + Reason(canvas->Status()));
-  }
+  if (!canvas->Failure().empty())
+    return Refuse(L"no picture of " + SizeText(settings.width, settings.height) + L": " + canvas->Failure());
   if (settings.surface == Surface::kImage) {
     // The library aligns its rows for any of its formats.
     pixels_ = reinterpret_cast<std::uint32_t*>(cairo_image_surface_get_data(canvas->surface.get()));
@@ -388,6 +407,10 @@ void CairoDevice::PrintText(int x, int y, const std::wstring& text, const PixelR
   const PixelRect seen = Cut(clip != nullptr ? *clip : PixelRect{0, 0, width_, height_});
   if (seen.IsEmpty()) return;
   TextSetter& setter = canvas_->Text(GetFont());
+  if (!setter.HasFont()) {
+    canvas_->failure = L"no font is installed (the package fonts-dejavu-core has one)";
+    return;
+  }
   setter.Set(text);
   const int width = setter.Width();
   const int height = setter.Ascent() + setter.Descent();
@@ -452,14 +475,14 @@ void CairoDevice::DrawImageOnPage(const PixelRect& rect, const CairoDevice& imag
 
 bool CairoDevice::FinishPage() {
   if (!canvas_) return Refuse(L"there is no page");
-  cairo_status_t status = canvas_->Status();
-  if (status == CAIRO_STATUS_SUCCESS) {
+  std::wstring failure = canvas_->Failure();
+  if (failure.empty()) {
     cairo_show_page(canvas_->context.get());
     cairo_surface_finish(canvas_->surface.get());
-    status = cairo_surface_status(canvas_->surface.get());
+    failure = canvas_->Failure();
   }
   Drop();
-  return status == CAIRO_STATUS_SUCCESS ? Succeed() : Refuse(Reason(status));
+  return failure.empty() ? Succeed() : Refuse(std::move(failure));
 }
 
 // The library is told once before many writes to the pixels and once after them, not for each.
@@ -477,12 +500,12 @@ void CairoDevice::Release() const {
 bool CairoDevice::EncodePng(const Sink& sink) {
   if (!canvas_ || canvas_->kind != Surface::kImage) return Refuse(L"there is no image");
   Release();
-  cairo_status_t status = canvas_->Status();
-  if (status == CAIRO_STATUS_SUCCESS) {
-    // The library writes through a pointer that isn't to const, and only calls.
-    status = cairo_surface_write_to_png_stream(canvas_->surface.get(), Pass, const_cast<Sink*>(&sink));
+  std::wstring failure = canvas_->Failure();
+  if (failure.empty()) {
+    // The library takes a pointer that isn't to const, and only hands it on.
+    failure = Reason(cairo_surface_write_to_png_stream(canvas_->surface.get(), Pass, const_cast<Sink*>(&sink)));
   }
-  return status == CAIRO_STATUS_SUCCESS ? Succeed() : Refuse(Reason(status));
+  return failure.empty() ? Succeed() : Refuse(std::move(failure));
 }
 
 }  // namespace vak

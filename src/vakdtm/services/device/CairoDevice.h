@@ -12,8 +12,8 @@ namespace vak {
 
 /// What images and pages have in common: lines, polygons and texts by way of the drawing library.
 ///
-/// As long as there is no picture, each operation does nothing. The library's own failures (no memory) stick: nothing
-/// more is drawn then, and the picture can't be saved or finished, which tells why.
+/// As long as there is no picture, each operation does nothing. What fails while drawing (no memory; a text, and no
+/// font is installed) sticks: the picture can't be saved or finished then, which tells why.
 class CairoDevice : public CDC {
  public:
   /// A side is no longer than this, in pixels; the drawing library's coordinates don't reach further.
@@ -58,6 +58,8 @@ class CairoDevice : public CDC {
 
   CairoDevice();
 
+  /// Whether there can be such a picture; `LastError` says why not.
+  bool IsPossible(const Settings& settings);
   /// Makes the picture, in place of the one before.
   /// @param sink  where a page goes, piece by piece, until `FinishPage` has returned; not used by an image.
   bool Open(const Settings& settings, Sink sink);

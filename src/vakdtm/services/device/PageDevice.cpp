@@ -56,14 +56,15 @@ bool PageDevice::Create(const std::wstring& path, Format format, int width, int 
   path_ = path;
   error_ = 0;
   errno = 0;
+  const Settings settings{format == Format::kPdf ? Surface::kPdf : Surface::kSvg, width, height, dotsPerInch, title};
+  if (!IsPossible(settings)) return false;
   if (!file_.Open(path)) return Refuse(path + L": " + Text(errno));
-  const Surface surface = format == Format::kPdf ? Surface::kPdf : Surface::kSvg;
   tagLength_ = 0;
   const auto sink = [this, format](const unsigned char* bytes, unsigned count) {
     const std::string_view piece(reinterpret_cast<const char*>(bytes), count);
     return format == Format::kSvg ? WritePiece(Sharpened(piece)) : WritePiece(piece);
   };
-  const bool opened = Open({surface, width, height, dotsPerInch, title}, sink);
+  const bool opened = Open(settings, sink);
   if (!opened) {
     file_.Close();
     return false;

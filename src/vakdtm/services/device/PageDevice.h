@@ -30,8 +30,8 @@ class PageDevice final : public CairoDevice {
   /// @param width,height  in pixels, 1 to `kLongestSide`; of a PDF page 200 inches at most.
   /// @param dotsPerInch   1 to 100,000.
   /// @param title         of the PDF document; empty: none.
-  /// @return false when it can't be that large or the file can't be written; `LastError` says why. There is no page
-  /// then.
+  /// @return false when it can't be that large, which leaves the file alone, or when that can't be written; `LastError`
+  /// says why. There is no page then.
   bool Create(const std::wstring& path, Format format, int width, int height, double dotsPerInch = 96.0,
               const std::wstring& title = {});
 

@@ -1,10 +1,10 @@
 // Loads:
-//   Render/far/side:n, far_sun   draws a model of n x n cells, stored on the disk, on an image of 1000 x 1000 pixels,
-//   without
-//                                and with a sun; `read` is the bytes that this reads of the file, of the `stored` ones.
-//                                20,000 cells a side, a file of 4.8 GB, are a load with VAKDTM_LONG=1 alone
-//   Render/near/pixels:p, near_sun  draws 1000 x 1000 cells in memory, each p x p pixels large
-//   Render/bare_fill/pixels:p    two nested loops that fill the same rectangles
+//   Render/far/side:n/sun:0 or 1   opens a model of n x n cells, stored on the disk, and draws it on an image of 1000 x
+//   1000
+//                                  pixels, without and with a sun; `read` is the bytes that this reads of the file, of
+//                                  the `stored` ones. 20,000 cells a side, a file of 4.8 GB, with VAKDTM_LONG=1 alone
+//   Render/near/pixels:p, near_sun draws 1000 x 1000 cells in memory, each p x p pixels large
+//   Render/bare_fill/pixels:p      two nested loops that fill the same rectangles
 #include <array>
 #include <benchmark/benchmark.h>
 #include <cmath>
@@ -134,8 +134,9 @@ class Picture {
   DtmDrawProcessor processor_;
 };
 
-void FarView(benchmark::State& state, bool sun) {
+void FarView(benchmark::State& state) {
   const int side = static_cast<int>(state.range(0));
+  const bool sun = state.range(1) != 0;
   const StoredModel& model = ModelOf(side);
   Picture picture(side, kPixels, sun);
   std::uint64_t read = 0;
@@ -201,29 +202,19 @@ void BareFill(benchmark::State& state) {
     for (int row = kNearSide - 1; row >= 0; --row) {
       for (int col = 0; col < kNearSide; ++col) {
         device->FillSolidRect({col * pixels, row * pixels, (col + 1) * pixels, (row + 1) * pixels},
-                              static_cast<Color>(row * 31 + col));
+                              static_cast<Color>(row) * 31 + static_cast<Color>(col));
       }
     }
   }
   state.SetItemsProcessed(state.iterations() * kNearSide * kNearSide);
 }
 
-/// Registered by size and not by kind, so that each model is made once.
-bool RegisterFarViews() {
+/// By size, so that each model is made once.
+void FarViews(benchmark::internal::Benchmark* views) {
   std::vector<int> sides = {1250, 2500, 5000, 10000};
   const char* const asked = std::getenv("VAKDTM_LONG");
   if (asked != nullptr && std::string_view(asked) == "1") sides.push_back(20000);
-  for (const int side : sides) {
-    for (const bool sun : {false, true}) {
-      benchmark::RegisterBenchmark(sun ? "Render/far_sun" : "Render/far",
-                                   [sun](benchmark::State& state) { FarView(state, sun); })
-          ->ArgName("side")
-          ->Arg(side)
-          ->UseRealTime()
-          ->Unit(benchmark::kMillisecond);
-    }
-  }
-  return true;
+  for (const int side : sides) views->Args({side, 0})->Args({side, 1});
 }
 
 void NearPlain(benchmark::State& state) { NearView(state, false); }
@@ -232,7 +223,12 @@ void NearSun(benchmark::State& state) { NearView(state, true); }
 BENCHMARK(BareFill)->Name("Render/bare_fill")->ArgName("pixels")->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(NearPlain)->Name("Render/near")->ArgName("pixels")->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(NearSun)->Name("Render/near_sun")->ArgName("pixels")->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
-[[maybe_unused]] const bool kRegistered = RegisterFarViews();
+BENCHMARK(FarView)
+    ->Name("Render/far")
+    ->ArgNames({"side", "sun"})
+    ->Apply(FarViews)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace vak

@@ -31,6 +31,7 @@ DtmColorTableGenerator::DtmColorTableGenerator(int block, const std::wstring& fi
   if (reversed) std::swap(first_, second_);
 }
 
+// NOLINTNEXTLINE(modernize-pass-by-value): the signature that applications know
 DtmColorTableGenerator::DtmColorTableGenerator(int block, const std::wstring& fileName, int steps, Color first,
                                                Color second)
     : DtmMinMaxProcessor(block),

@@ -153,6 +153,7 @@ Color ColorAt(const Map& map, double share) {
 const std::vector<std::string_view>& ColorMapNames() {
   static const std::vector<std::string_view> names = [] {
     std::vector<std::string_view> list;
+    list.reserve(kMaps.size());
     for (const Map& map : kMaps) list.push_back(map.name);
     return list;
   }();

@@ -144,6 +144,8 @@ void AddCellsCommand(CLI::App& app, CommandContext& context);
 void AddContourCommand(CLI::App& app, CommandContext& context);
 void AddCreateCommand(CLI::App& app, CommandContext& context);
 void AddExportCommand(CLI::App& app, CommandContext& context);
+/// To the group of `export`.
+void AddExportGeoTiffCommand(CLI::App& group, CommandContext& context);
 void AddFillCommand(CLI::App& app, CommandContext& context);
 void AddImportCommand(CLI::App& app, CommandContext& context);
 void AddInfoCommand(CLI::App& app, CommandContext& context);

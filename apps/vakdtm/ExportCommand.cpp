@@ -462,6 +462,7 @@ void AddExportCommand(CLI::App& app, CommandContext& context) {
   AddCsv(*group, context);
   AddEsri(*group, context);
   AddStream(*group, context);
+  AddExportGeoTiffCommand(*group, context);
 }
 
 }  // namespace vak

@@ -85,12 +85,19 @@ bool ImageLines::IsEmpty(std::int64_t row, std::size_t pixel, double value) cons
   return !rules_.polygon->IsPointInPoly(centre);
 }
 
-void ImageLines::MakeRaster(std::int64_t row, std::byte* line) const {
+void ImageLines::MakeRaster(std::int64_t row, std::byte* line) {
+  std::int64_t filled = 0;
+  std::int64_t likeEmpty = 0;
   for (std::size_t pixel = 0; pixel < width_; ++pixel) {
     const double value = values_[pixel];
-    const float sample = IsEmpty(row, pixel, value) ? rules_.emptyRasterValue : static_cast<float>(value);
+    const bool empty = IsEmpty(row, pixel, value);
+    const float sample = empty ? rules_.emptyRasterValue : static_cast<float>(value);
+    filled += empty ? 0 : 1;
+    likeEmpty += !empty && sample == rules_.emptyRasterValue ? 1 : 0;
     std::memcpy(line + pixel * kPixelBytes, &sample, kPixelBytes);
   }
+  pixelsWithValue_ += filled;
+  pixelsLikeEmpty_ += likeEmpty;
 }
 
 void ImageLines::MakeColours(std::int64_t row, std::byte* line) {
@@ -102,6 +109,7 @@ void ImageLines::MakeColours(std::int64_t row, std::byte* line) {
       std::memcpy(line, kEmpty.data(), kPixelBytes);
       continue;
     }
+    ++pixelsWithValue_;
     Color colour = PlainColour(value);
     if (shades_) colour = Shaded(pixel + before, colour);
     for (unsigned i = 0; i < 3; ++i) line[i] = static_cast<std::byte>(colour >> 8 * i);

@@ -52,13 +52,17 @@ class ImageLines {
   /// Makes a line. @param row  of cells; that below the one before, after the first.
   void Make(std::int64_t row, std::byte* line);
 
+  /// Of the lines so far, how many pixels aren't empty, and how many of these look as if they were.
+  std::int64_t PixelsWithValue() const { return pixelsWithValue_; }
+  std::int64_t PixelsLikeEmpty() const { return pixelsLikeEmpty_; }
+
  private:
   static constexpr std::size_t kPixelBytes = 4;
   /// The row of heights above a cell's, its own, the one below; each begins one column before the image.
   enum Neighbour : std::size_t { kAbove, kOwn, kBelow };
 
   bool IsEmpty(std::int64_t row, std::size_t pixel, double value) const;
-  void MakeRaster(std::int64_t row, std::byte* line) const;
+  void MakeRaster(std::int64_t row, std::byte* line);
   void MakeColours(std::int64_t row, std::byte* line);
   void ReadHeights(std::int64_t row);
   Color PlainColour(double value) const;
@@ -76,6 +80,8 @@ class ImageLines {
   std::int64_t heightsRow_ = 0;  // of `kOwn`
   bool heightsRead_ = false;
   ColorShades shadesOfColours_;
+  std::int64_t pixelsWithValue_ = 0;
+  std::int64_t pixelsLikeEmpty_ = 0;
 };
 
 }  // namespace vak

@@ -9,17 +9,16 @@
 
 #include "vakdtm/export/ImageLines.h"
 #include "vakdtm/export/ScanLineWriter.h"
+#include "vakdtm/export/WorldFile.h"
 #include "vakdtm/frame/DtmAreaExtentsProcessor.h"
 #include "vakdtm/render/EndOfToday.h"
 #include "vakdtm/services/files/DataSearch.h"
 #include "vakdtm/services/files/FileObject.h"
-#include "vakdtm/services/files/OutputFile.h"
 #include "vakdtm/services/geodesy/ProjectDefinition.h"
 #include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
 #include "vakdtm/services/geometry/Page.h"
 #include "vakdtm/services/geometry/PolyClipLine.h"
 #include "vakdtm/services/geometry/TrimAngle.h"
-#include "vakdtm/services/text/FormatNumber.h"
 #include "vakdtm/services/tiff/GeoTiffFile.h"
 #include "vakdtm/store/CellValue.h"
 #include "vakdtm/store/DtmAccess.h"
@@ -71,30 +70,6 @@ constexpr TiffField kFields[] = {
 std::uint64_t MostBytes(std::uint64_t width, std::uint64_t height, bool compressed) {
   const std::uint64_t line = width * kPixelBytes;
   return height * (line + (compressed ? line / 2 + 16 : 0) + 16);
-}
-
-std::wstring WorldFilePath(std::wstring path) {
-  constexpr std::wstring_view kImage = L".tif";
-  for (std::size_t at = path.find(kImage); at != std::wstring::npos; at = path.find(kImage, at + kImage.size())) {
-    path.replace(at, kImage.size(), L".tfw");
-  }
-  return path;
-}
-
-/// Sizes and corners with six decimals, whatever the locale.
-bool WriteWorldFile(const std::wstring& path, double cellSize, double left, double top) {
-  std::string text;
-  const auto line = [&](double value) {
-    AppendFixed(text, value, 6);
-    text += '\n';
-  };
-  line(cellSize);
-  text += "0.0\n0.0\n";
-  line(-cellSize);
-  line(left);
-  line(top);
-  OutputFile file;
-  return file.Open(path) && file.Write(text.data(), static_cast<unsigned>(text.size())) && file.Close();
 }
 
 /// Whether rows or columns from here to there can be counted by an int.
@@ -248,7 +223,12 @@ void VakGridToGeoTiffProcessor::SetFields() {
   image_->ExtTIFFSetField(0x101, height_);
   for (const TiffField& each : kFields)
     image_->ExtTIFFSetField(each.tag, colourImage_ ? each.colourImage : each.raster);
-  if (!colourImage_) image_->SetNoData(static_cast<double>(emptyRasterValue_));
+  if (!tellsReaders_) return;
+  if (colourImage_) {
+    image_->SetAlpha();
+  } else {
+    image_->SetNoData(static_cast<double>(emptyRasterValue_));
+  }
 }
 
 double VakGridToGeoTiffProcessor::SunDistance() const {
@@ -258,6 +238,8 @@ double VakGridToGeoTiffProcessor::SunDistance() const {
 
 bool VakGridToGeoTiffProcessor::WriteDtmToTiff() {
   pixelsDone_ = 0;
+  pixelsWithValue_ = 0;
+  pixelsLikeEmpty_ = 0;
   totalPixels_ = static_cast<long long>(width_) * height_;
   ImageRules rules;
   rules.blockId = blockId_;
@@ -283,6 +265,8 @@ bool VakGridToGeoTiffProcessor::WriteDtmToTiff() {
     std::byte* const line = writer.NextLine();
     if (line == nullptr) return false;
     lines.Make(row, line);
+    pixelsWithValue_ = lines.PixelsWithValue();
+    pixelsLikeEmpty_ = lines.PixelsLikeEmpty();
     pixelsDone_.fetch_add(width_, std::memory_order_relaxed);
   }
   return writer.Finish();

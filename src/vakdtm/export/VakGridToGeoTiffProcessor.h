@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -61,6 +62,9 @@ class VakGridToGeoTiffProcessor : public Processor {
   /// A value is coloured as value * factor + offset; 1 and 0 at first.
   void SetPresentationUnitFactor(double factor) { presentationFactor_ = factor; }
   void SetPresentationUnitOffset(double offset) { presentationOffset_ = offset; }
+  /// Notes in the image what its form doesn't say: the value of a raster's empty pixels, and that the fourth sample of
+  /// a colour image is its transparency. Without that, as at first, readers guess.
+  void SetTellsReaders(bool tells) { tellsReaders_ = tells; }
   /// @param page  gets the image's outer edges in model units when it is done; null: nobody wants them. Not owned.
   void SetExtentsPage(Page* page) { extentsPage_ = page; }
 
@@ -74,6 +78,10 @@ class VakGridToGeoTiffProcessor : public Processor {
   const std::wstring& LastError() const { return lastError_; }
   /// What an image lacks that was made all the same: a system that the format can't express; empty when nothing.
   const std::wstring& LastWarning() const { return lastWarning_; }
+  /// How many pixels of the last image aren't empty.
+  std::int64_t PixelsWithValue() const { return pixelsWithValue_; }
+  /// How many of these have, in a raster, just what an empty pixel has.
+  std::int64_t PixelsLikeEmpty() const { return pixelsLikeEmpty_; }
 
  private:
   bool Init(const std::wstring& gridPath, const std::wstring& imagePath, const std::wstring& colorTable);
@@ -118,6 +126,9 @@ class VakGridToGeoTiffProcessor : public Processor {
   double emptyCellValue_ = 0;
   bool colourImage_;
   float emptyRasterValue_;
+  bool tellsReaders_ = false;
+  std::int64_t pixelsWithValue_ = 0;
+  std::int64_t pixelsLikeEmpty_ = 0;
   std::wstring lastError_;
   std::wstring lastWarning_;
 };

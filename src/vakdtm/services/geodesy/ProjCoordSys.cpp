@@ -178,7 +178,7 @@ std::shared_ptr<ProjCoordSys> ProjCoordSys::FromText(const std::wstring& text, s
     return nullptr;
   }
   if (IsVagueName(given, system.get())) {
-    error = Quoted(given) + L" is no coordinate system; '" + FromUtf8(proj_get_name(system.get())) + L"' is one";
+    error = Quoted(given) + L" is no coordinate system";
     return nullptr;
   }
   GeoCoordSysDescription description;

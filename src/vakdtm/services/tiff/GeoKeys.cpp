@@ -48,17 +48,21 @@ GeoUnit WithCode(GeoUnit unit) {
   return unit;
 }
 
-/// The unit of x and y by the name that a project has for it, else the system's.
+/// The unit of x and y: that of a system in a unit that projects don't have, else the one that the project names, else
+/// the system's.
 GeoUnit LinearUnit(const GeoCoordSysDescription& system, const std::wstring& name) {
   const auto small = [](wchar_t letter) { return letter >= L'A' && letter <= L'Z' ? letter - L'A' + L'a' : letter; };
-  GeoUnit unit = system.unit;
+  GeoUnit unit = WithCode(system.unit);
+  const auto isSystems = [&](const NamedUnit& each) { return SameSize(each.size, system.unit.size); };
+  if (std::none_of(kNamedUnits.begin(), kNamedUnits.end(), isSystems)) return unit;
   for (const NamedUnit& each : kNamedUnits) {
     const bool named = std::equal(each.name.begin(), each.name.end(), name.begin(), name.end(),
                                   [&](wchar_t a, wchar_t b) { return a == small(b); });
-    if (named) unit.size = each.size;
+    if (!named || isSystems(each)) continue;
+    unit.size = each.size;
+    unit.code = each.code;
   }
-  if (unit.size != system.unit.size) unit.code = 0;
-  return WithCode(unit);
+  return unit;
 }
 
 /// The number of an angle's unit, also where the system came without it.

@@ -24,7 +24,7 @@ void AddGeographicKeys(const GeoCoordSysDescription& system, GeoKeys& keys);
 
 /// Adds the system's plane and its heights.
 /// @param units  the name of the unit that x and y have: "Metre", "Foot" or "US Survey Foot". Any other counts as the
-///               system's own.
+///               system's own, as do all for a system that is in none of these.
 /// @param fault  gets, on false, what the format can't say of the system.
 /// @return false when it can't express the projection. The keys are then those of a system that has a name alone.
 bool AddProjectionKeys(const GeoCoordSysDescription& system, const std::wstring& units, GeoKeys& keys,

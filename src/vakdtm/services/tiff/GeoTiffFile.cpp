@@ -46,12 +46,12 @@ struct Reasons {
   }
 };
 
-/// The TIFF library's handler of errors: keeps what it says, and the system's reason where there is one.
+/// The TIFF library's handler of errors: keeps the system's reason where there is one, else what it says itself.
 int KeepError(TIFF* /*image*/, void* reasons, const char* module, const char* format, va_list arguments) {
   const int cause = errno;
   std::string text = Formatted(format, arguments);
   if (module != nullptr && *module != '\0') text = std::string(module) + ": " + text;
-  if (cause != 0) text += ": " + std::generic_category().message(cause);
+  if (cause != 0) text = std::generic_category().message(cause);
   static_cast<Reasons*>(reasons)->Note(FromUtf8(text));
   return 1;
 }
@@ -172,6 +172,12 @@ bool GeoTiffFile::SetNoData(double value) {
   std::string text;
   AppendNumber(text, value);
   return image_->Note(TIFFSetField(image_->tiff, kNoDataTag, text.c_str()) != 0);
+}
+
+bool GeoTiffFile::SetAlpha() {
+  if (!image_ || image_->tiff == nullptr) return false;
+  constexpr std::uint16_t kKinds[] = {EXTRASAMPLE_UNASSALPHA};
+  return image_->Note(TIFFSetField(image_->tiff, TIFFTAG_EXTRASAMPLES, 1, kKinds) != 0);
 }
 
 bool GeoTiffFile::SetGeographicGeoKeys(VakGeoCoordSysBase* system) {

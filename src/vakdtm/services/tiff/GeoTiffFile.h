@@ -44,6 +44,8 @@ class GeoTiffFile {
   /// Notes the value that stands for "no value", as GDAL and what is built on it look for it. @return false without an
   /// image, or when the TIFF library refuses it.
   bool SetNoData(double value);
+  /// Notes that the sample behind red, green and blue is how opaque a pixel is. @return as `SetNoData`.
+  bool SetAlpha();
 
   // Where the image lies. False on failure: no image, a null system, one that the format can't express. Then the image
   // has the system's name alone, and `LastError` says what is missing.
@@ -53,7 +55,7 @@ class GeoTiffFile {
   /// Writes the plane of the system: its number in the EPSG register, else its projection with all parameters; and the
   /// heights, when it has them.
   /// @param units  the name of the unit of x and y: "Metre", "Foot" or "US Survey Foot". Where the system has another
-  /// one, the image gets the system's projection in this unit.
+  /// one of these, the image gets the system's projection in this unit.
   bool SetProjectionGeoKeys(VakGeoCoordSysBase* system, std::wstring& units);
   /// Pins the outer corner of a pixel, counted from the top left, to x and y.
   bool SetTiepoint(int column, int row, double x, double y);

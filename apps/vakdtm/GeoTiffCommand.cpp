@@ -1,0 +1,415 @@
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/statvfs.h>
+#include <vector>
+
+#include "vakdtm/export/BlockRange.h"
+#include "vakdtm/export/VakGridToGeoTiffProcessor.h"
+#include "vakdtm/export/WorldFile.h"
+#include "vakdtm/frame/DtmAreaExtentsProcessor.h"
+#include "vakdtm/render/BlockColorMap.h"
+#include "vakdtm/render/EndOfToday.h"
+#include "vakdtm/services/color/ColorMaps.h"
+#include "vakdtm/services/color/ColorTable.h"
+#include "vakdtm/services/files/FileObject.h"
+#include "vakdtm/services/geodesy/ProjectDefinition.h"
+#include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
+#include "vakdtm/services/jobs/ProcessThread.h"
+#include "vakdtm/services/text/FormatNumber.h"
+#include "vakdtm/services/text/Utf8.h"
+#include "vakdtm/store/DtmAccess.h"
+#include "vakdtm/store/DtmBlockId.h"
+
+#include "Command.h"
+#include "ImageTarget.h"
+#include "ModelFile.h"
+#include "PolygonInput.h"
+#include "ProjectOptions.h"
+#include "ResultFile.h"
+#include "StopSignals.h"
+
+namespace vak {
+namespace {
+
+struct GeoTiffOptions {
+  std::string model;
+  std::string output;
+  std::string polygon;
+  std::string block = "VAL";
+  bool raster = false;
+  std::optional<double> empty;
+  std::string colors;
+  std::string range;
+  std::string sun;
+  std::string crs;
+  std::string project;
+  bool worldFile = false;
+};
+
+constexpr double kUsualEmpty = 9999;
+constexpr std::uint64_t kPixelBytes = 4;
+/// A line in which nothing changes is compressed to so much less at the very most.
+constexpr double kBestCompression = 1400;
+/// Where a strip is and how long, in the image's own lists.
+constexpr double kStripBytes = 8;
+
+struct Sun {
+  double azimuth = 45;
+  double elevation = 45;
+  double factor = 5;
+};
+
+/// Reads "a,b,c" into the numbers, in order; what isn't there stays as it is. @return false for anything else.
+template <std::size_t Count>
+bool ParseNumbers(const std::string& text, const std::array<double*, Count>& numbers, std::size_t atLeast) {
+  std::size_t from = 0;
+  std::size_t count = 0;
+  for (; from <= text.size(); ++count) {
+    if (count == Count) return false;
+    const std::size_t comma = std::min(text.find(',', from), text.size());
+    double number = 0;
+    const char* const end = text.data() + comma;
+    const auto [stop, code] = std::from_chars(text.data() + from, end, number);
+    if (code != std::errc() || stop != end || !std::isfinite(number)) return false;
+    *numbers[count] = number;
+    from = comma + 1;
+  }
+  return count >= atLeast;
+}
+
+std::string ColorMapList() {
+  std::string list;
+  for (const std::string_view name : ColorMapNames()) list.append(list.empty() ? "" : ", ").append(name);
+  return list;
+}
+
+std::string Whole(double value) {
+  std::string text;
+  AppendFixed(text, std::ceil(value), 0);
+  return text;
+}
+
+/// The unit that a project has for the system's x and y; metres where it has none for them.
+LengthUnit UnitOf(const GeoCoordSysDescription& system) {
+  if (system.kind == GeoCoordSysDescription::Kind::kGeographic) return LengthUnit::kMetre;
+  const auto isSize = [&](double size) { return std::fabs(system.unit.size - size) < 1e-10; };
+  if (isSize(0.3048)) return LengthUnit::kFoot;
+  return isSize(1200.0 / 3937.0) ? LengthUnit::kUsSurveyFoot : LengthUnit::kMetre;
+}
+
+/// One call of `export geotiff`.
+class GeoTiffExport {
+ public:
+  GeoTiffExport(const GeoTiffOptions& options, const CommandContext& context) : options_(options), context_(context) {}
+
+  /// Looks at everything before anything is made. @return a status.
+  int LookAtInputs() {
+    if (const int status = LookAtWords(); status != kDone) return status;
+    if (const int status = LookAtColors(); status != kDone) return status;
+    if (const int status = LookAtSystem(); status != kDone) return status;
+    if (HasPolygon() && !LoadPolygon(context_, options_.polygon, polygon_)) return kCouldNotBeDone;
+    model_ = OpenWholeForReading(context_, options_.model);
+    if (!model_) return kCouldNotBeDone;
+    if (WouldReplace(options_.model)) {
+      return context_.Misuse("the model would be replaced by its own export", "name another file with -o");
+    }
+    return LookAtModel();
+  }
+
+  int Run() {
+    if (const int status = MakeTable(); status != kDone) return status;
+    if (!target_.Open(options_.output)) return FailWriting(target_.Error());
+    if (const int status = LookAtRoom(); status != kDone) return status;
+    auto owned = std::make_unique<VakGridToGeoTiffProcessor>(block_, !options_.raster, Empty());
+    VakGridToGeoTiffProcessor& job = *owned;
+    Page extents;
+    PolyClipLine* const polygon = HasPolygon() ? &polygon_ : nullptr;
+    // The world file is named after the target, which the job doesn't know.
+    job.SetInitInfo(target_.Path(), table_, FromUtf8(options_.model), polygon, false);
+    job.SetSunIllumination(!options_.sun.empty(), sun_.azimuth, sun_.elevation, sun_.factor);
+    job.SetExtentsPage(&extents);
+    job.SetTellsReaders(true);
+    ProcessThread thread(L"vakdtm export", nullptr, true, nullptr, false);
+    thread.AddProcessor(owned.release(), L"Creating GeoTIFF image...");
+    const int result = thread.DoModal();
+    if (result != ProcessThread::kDone) return FailJob(result, job);
+    if (!IsWholeRead(*model_)) return FailReading(context_, options_.model, *model_);
+    if (options_.worldFile &&
+        !WriteWorldFile(target_.WorldFilePath(), model_->CellSize(), extents.left(), extents.top())) {
+      return FailWriting("the world file: " + WriteErrorText(errno));
+    }
+    if (!target_.Commit()) return FailWriting(target_.Error());
+    Warn(job);
+    return kDone;
+  }
+
+ private:
+  bool HasPolygon() const { return !options_.polygon.empty(); }
+  float Empty() const { return static_cast<float>(options_.empty.value_or(kUsualEmpty)); }
+
+  bool WouldReplace(const std::string& path) const {
+    const std::vector<std::string> names = ImageTarget::Names(options_.output);
+    return std::any_of(names.begin(), names.end(), [&](const std::string& name) { return IsSameFile(name, path); });
+  }
+
+  int LookAtWords() {
+    for (const auto& [path, what] :
+         {std::pair(&options_.polygon, "polygon"), std::pair(&options_.colors, "colour table"),
+          std::pair(&options_.project, "project file")}) {
+      if (path->empty() || !WouldReplace(*path)) continue;
+      return context_.Misuse(std::string("the ") + what + " would be replaced by the export",
+                             "name another file with -o");
+    }
+    std::vector<int> blocks;
+    std::string error;
+    if (!ParseBlockList(options_.block, blocks, error)) {
+      return context_.Misuse("--block: " + error, "name one as in --block VAL");
+    }
+    if (blocks.size() != 1) {
+      return context_.Misuse("--block: an image has one kind of value", "name one as in --block VAL");
+    }
+    block_ = blocks.front();
+    if (options_.worldFile && !ImageTarget::IsTiffName(options_.output)) {
+      return context_.Misuse("--world-file: an image of that name can have none", "let -o end in .tif");
+    }
+    return LookAtEmpty();
+  }
+
+  int LookAtEmpty() const {
+    if (!options_.empty) return kDone;
+    if (!options_.raster) {
+      return context_.Misuse("--empty is for rasters: an empty pixel of colours is transparent",
+                             "give --raster as well, or leave it out");
+    }
+    if (std::fabs(*options_.empty) <= static_cast<double>(std::numeric_limits<float>::max())) return kDone;
+    return context_.Misuse("--empty: beyond the numbers that a raster of 32-bit floats can hold", "give one as -9999");
+  }
+
+  int LookAtColors() {
+    if (!options_.sun.empty()) {
+      if (!ParseNumbers<3>(options_.sun, {&sun_.azimuth, &sun_.elevation, &sun_.factor}, 1)) {
+        return context_.Misuse("--sun: '" + options_.sun + "' is no sun AZ,EL,FACTOR", "give one as 45,45,5");
+      }
+      if (!(sun_.elevation >= 0 && sun_.elevation <= 90)) {
+        return context_.Misuse("--sun: a sun stands from 0 to 90 degrees high", "give one as 45,45,5");
+      }
+    }
+    if (!options_.range.empty()) {
+      range_.emplace();
+      if (!ParseNumbers<2>(options_.range, {&range_->low, &range_->high}, 2)) {
+        return context_.Misuse("--range: '" + options_.range + "' is no range LOW,HIGH", "give one as -20,-5");
+      }
+      if (!(range_->low < range_->high) || !std::isfinite(range_->high - range_->low)) {
+        return context_.Misuse("--range: '" + options_.range + "' doesn't rise", "give the lower end first");
+      }
+    }
+    if (options_.colors.empty() || IsColorMap(options_.colors)) return kDone;
+    if (range_) {
+      return context_.Misuse("--range is for the built-in tables, and " + options_.colors + " is none",
+                             "leave it out, or name one of " + ColorMapList());
+    }
+    FileObject file;
+    if (!file.FileOpen(FromUtf8(options_.colors))) {
+      return context_.Fail(options_.colors, "neither a built-in table of colours nor a file that can be read",
+                           "name a file, or one of " + ColorMapList());
+    }
+    if (!table_.FileOpen(file)) {
+      return context_.Fail("", ToUtf8(table_.LastError()), "give a colour table, or a .cpt file");
+    }
+    if (table_.Classes().empty()) return context_.Fail(options_.colors, "has no colours", "give one that has");
+    return kDone;
+  }
+
+  /// The model's coordinates are those of the system, in its unit, whatever the project shows numbers in.
+  int LookAtSystem() const {
+    ProjectOptions projectOptions;
+    projectOptions.project = options_.project;
+    if (!UseProject(context_, projectOptions, ProjectOptions::UnitsOf::kEverything)) return kCouldNotBeDone;
+    ProjectDefinition project = *GetCurrentProjectDefinition();
+    if (!options_.crs.empty()) {
+      std::wstring error;
+      const auto system = VakGeoCoordSysBase::FromText(FromUtf8(options_.crs), &error);
+      if (!system) return context_.Misuse("--crs: " + ToUtf8(error), "give one as EPSG:25831, as WKT or as LOCAL");
+      project.SetGeoCoordSys(system);
+    }
+    if (project.GetGeoCoordSys() == nullptr) project.SetGeoCoordSys(VakGeoCoordSysBase::MakeLocal());
+    const LengthUnit unit = UnitOf(project.GetGeoCoordSys()->Describe());
+    project.SetUnitCnv(CVakUnitCnv(unit, unit, unit));
+    SetCurrentProjectDefinition(project);
+    return kDone;
+  }
+
+  int LookAtModel() {
+    const auto lacks = [&](int id) { return !model_->HasBlockId(id); };
+    if (lacks(block_)) {
+      return context_.Fail(options_.model, "records no " + BlockLabel(block_),
+                           "ask \"vakdtm info\" which kinds it has");
+    }
+    if (!options_.sun.empty() && !DtmBlockId(block_).IsZ() && block_ != tTIM && lacks(dVAL)) {
+      return context_.Fail(options_.model, "records no VAL, which --sun goes by", "leave --sun out");
+    }
+    if (HasPolygon() && !MeetsModel(context_, options_.polygon, polygon_, *model_)) return kCouldNotBeDone;
+    Page areas;
+    if (!FindExtents(*model_, areas)) {
+      return context_.Fail(options_.model, "has no areas, and an image of none has no extents",
+                           "ask \"vakdtm info\" what it has");
+    }
+    if (HasPolygon()) polygon_.GetExtents(areas);
+    const double cell = model_->CellSize();
+    const double wide = HasPolygon() ? 1 : 0;  // a polygon's last cells are those that its edges lie in
+    columns_ = std::floor(areas.right() / cell) - std::floor(areas.left() / cell) + wide;
+    rows_ = std::floor(areas.top() / cell) - std::floor(areas.bottom() / cell) + wide;
+    return kDone;
+  }
+
+  /// Refuses an image that is surely larger than the room for it: a model may be sparse, and an image has every cell.
+  int LookAtRoom() const {
+    const double samples = columns_ * rows_ * static_cast<double>(kPixelBytes);
+    const double size = (options_.raster ? samples : samples / kBestCompression) + rows_ * kStripBytes;
+    struct statvfs status = {};
+    std::string folder = ToUtf8(target_.Path());
+    folder.erase(folder.rfind('/') + 1);
+    if (statvfs(folder.empty() ? "." : folder.c_str(), &status) != 0) return kDone;
+    const double room = static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
+    if (size <= room) return kDone;
+    return context_.Fail(target_.Name(),
+                         "the image has " + Whole(columns_) + " x " + Whole(rows_) + " pixels and takes " +
+                             Whole(size / 1e9) + " GB at least, with room for " + Whole(room / 1e9),
+                         "make room, or export a part of it with --polygon");
+  }
+
+  /// Makes a built-in table over the range of the model's values.
+  int MakeTable() {
+    if (options_.raster || !table_.Classes().empty()) return kDone;
+    const std::string_view name = options_.colors.empty() ? DefaultColorMap(block_) : options_.colors;
+    double low = 0;
+    double high = 0;
+    if (range_) {
+      low = range_->low;
+      high = range_->high;
+    } else {
+      DtmAccess access(&*model_);
+      const bool found = FindBlockRange(access, block_, StopRequested, low, high);
+      if (StopRequested()) return context_.Stopped("nothing was kept");
+      if (found && block_ == tTIM) {
+        // Times are coloured by their ages in days.
+        const double end = EndOfToday();
+        const double youngest = (end - high) / kSecondsOfDay;
+        high = (end - low) / kSecondsOfDay;
+        low = youngest;
+      }
+    }
+    if (MakeColorTable(name, low, high, table_)) return kDone;
+    return context_.Fail(options_.model, "its values have no range that colours can be laid over", "give --range");
+  }
+
+  int FailJob(int result, const VakGridToGeoTiffProcessor& job) const {
+    if (result == ProcessThread::kStopped || StopRequested()) return context_.Stopped("nothing was kept");
+    if (!IsWholeRead(*model_)) return FailReading(context_, options_.model, *model_);
+    return FailWriting(ToUtf8(job.LastError()));
+  }
+
+  int FailWriting(const std::string& error) const {
+    if (StopRequested()) return context_.Stopped("nothing was kept");
+    if (target_.ReaderGone()) return kCouldNotBeDone;
+    return context_.Fail(target_.Name(), "cannot write: " + (error.empty() ? "no room for all of it" : error),
+                         target_.Remedy());
+  }
+
+  void Warn(const VakGridToGeoTiffProcessor& job) const {
+    if (!job.LastWarning().empty()) {
+      context_.Warn(options_.output, "it has the coordinate system's name alone: " + ToUtf8(job.LastWarning()),
+                    "name another with --crs, or keep a .prj file with it");
+    }
+    if (!options_.sun.empty() && block_ == tTIM) {
+      context_.Warn(options_.output, "times aren't shaded, --sun did nothing", "leave it out");
+    }
+    if (job.PixelsLikeEmpty() > 0) {
+      std::string value;
+      AppendNumber(value, static_cast<double>(Empty()));
+      context_.Warn(options_.output,
+                    Counted(job.PixelsLikeEmpty(), "cell") + " with a value of " + value +
+                        " can't be told from those without one",
+                    "give another --empty");
+    }
+    if (job.PixelsWithValue() > 0) return;
+    if (HasPolygon()) {
+      context_.Warn(options_.polygon,
+                    "the centre of no cell with a " + BlockLabel(block_) + " lies in it, the image is empty",
+                    "check its coordinates");
+    } else {
+      context_.Warn(options_.model, "no cell has a " + BlockLabel(block_) + ", the image is empty", "");
+    }
+  }
+
+  struct Range {
+    double low = 0;
+    double high = 0;
+  };
+
+  const GeoTiffOptions& options_;
+  const CommandContext& context_;
+  int block_ = dVAL;
+  Sun sun_;
+  std::optional<Range> range_;
+  ColorTable table_;  // without classes until it is known
+  PolyClipLine polygon_;
+  ModelFile model_;
+  double columns_ = 0;
+  double rows_ = 0;
+  ImageTarget target_;
+};
+
+int ExportGeoTiff(const GeoTiffOptions& options, const CommandContext& context) {
+  GeoTiffExport work(options, context);
+  const int status = work.LookAtInputs();
+  return status == kDone ? work.Run() : status;
+}
+
+}  // namespace
+
+void AddExportGeoTiffCommand(CLI::App& group, CommandContext& context) {
+  const auto options = std::make_shared<GeoTiffOptions>();
+  CLI::App* const command =
+      AddSubcommand(group, context,
+                    {"export geotiff", "Writes a GeoTIFF image of colours, or a raster of values, which any GIS opens.",
+                     "vakdtm export geotiff harbour.dtm -o harbour.tif --sun 45,45,5 --crs EPSG:25831\n"
+                     "vakdtm export geotiff harbour.dtm -o depths.tif --raster --empty -9999 --world-file"},
+                    [options, &context] { return ExportGeoTiff(*options, context); });
+  Required(AddText(*command, "model", options->model, "MODEL", "Model to read"));
+  Required(AddText(*command, "-o,--output", options->output, "FILE", "File to write; - for standard output"));
+  AddText(*command, "--polygon", options->polygon, "FILE",
+          "Leaves out cells whose centre isn't in a polygon, and ends where it does: GeoJSON, or a text with a vertex "
+          "a line");
+  AddText(*command, "--block", options->block, "NAME", "Kind of value, by mnemonic (default VAL)");
+  CLI::Option* const raster =
+      AddFlag(*command, "--raster", options->raster, "Writes the values, as 32-bit floats, in place of colours");
+  AddNumberIfGiven(*command, "--empty", options->empty,
+                   "Value of a raster's cells without one, recorded as its no-data value (default 9999)");
+  Exclude(AddText(*command, "--colors", options->colors, "TABLE",
+                  "Table of colours: " + ColorMapList() + ", or a file (default: the one that suits the kind)"),
+          raster);
+  Exclude(
+      AddText(*command, "--range", options->range, "LOW,HIGH",
+              "Where the colours of a built-in table begin and end (default: the model's lowest and highest value)"),
+      raster);
+  Exclude(
+      AddText(*command, "--sun", options->sun, "AZ,EL,FACTOR",
+              "Shades by a sun: azimuth and elevation in degrees, and by how much slopes are exaggerated. It stands in "
+              "the nearest of eight directions"),
+      raster);
+  AddText(*command, "--crs", options->crs, "CRS",
+          "The model's coordinate system: EPSG:25831, WKT, a PROJ text, LOCAL (default: the project's, or LOCAL)");
+  AddText(*command, "--project", options->project, "FILE", "Project file with the coordinate system");
+  AddFlag(*command, "--world-file", options->worldFile, "Writes a world file (.tfw) beside the image");
+}
+
+}  // namespace vak

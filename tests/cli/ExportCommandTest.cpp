@@ -478,10 +478,10 @@ TEST_F(ExportCommand, WrongUseIsMisuse) {
   const struct {
     Words words;
     const char* error;
-  } groups[] = {{{"export"}, "one of csv|esri|stream is missing"},
-                {{"export", "dwg"}, "'dwg' is none of csv|esri|stream"},
-                {{"export", "dwg", models_.File("a.dtm"), "-o", "-"}, "'dwg' is none of csv|esri|stream"},
-                {{"export", "--quick", "dwg"}, "'dwg' is none of csv|esri|stream"}};
+  } groups[] = {{{"export"}, "one of csv|esri|stream|geotiff is missing"},
+                {{"export", "dwg"}, "'dwg' is none of csv|esri|stream|geotiff"},
+                {{"export", "dwg", models_.File("a.dtm"), "-o", "-"}, "'dwg' is none of csv|esri|stream|geotiff"},
+                {{"export", "--quick", "dwg"}, "'dwg' is none of csv|esri|stream|geotiff"}};
   for (const auto& c : groups) {
     SCOPED_TRACE(c.error);
     EXPECT_EQ(models_.Run(c.words).status, kUsedWrongly);

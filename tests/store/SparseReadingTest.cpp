@@ -1,6 +1,5 @@
+#include <bit>
 #include <cstdint>
-#include <cstring>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
@@ -24,7 +23,7 @@ using test::OtherWriter;
 using test::TestFolder;
 using test::TestGrid;
 
-bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+bool SameBits(double a, double b) { return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b); }
 
 const GridSettings kAllLetters = {
     .cellSize = 1.0, .areaSize = 8, .blockIds = {dVAL, iNUM, fBKS, cOIL, tTIM, uFCT, dSDV}};

@@ -43,14 +43,16 @@ std::optional<AxisTicks> TryStep(const AxisTicks::Span& span, bool across, doubl
   found.step = step;
   found.across = across;
   std::vector<double> values;
-  const double lowest = std::min(span.start, span.end);
-  const double highest = std::max(span.start, span.end);
+  // An end that is a round number but for the rounding of units is one.
+  const double slack = 1e-9 * std::fabs(span.end - span.start);
+  const double lowest = std::min(span.start, span.end) - slack;
+  const double highest = std::max(span.start, span.end) + slack;
   if (SpreadMultiples(step, 0, lowest, highest, kMostTicks, values) != MultiplesFault::kNone) return std::nullopt;
   if (span.end < span.start) std::reverse(values.begin(), values.end());
   for (const double value : values) {
     AxisTick tick;
     tick.value = value;
-    tick.at = (value - span.start) / (span.end - span.start) * span.length;
+    tick.at = std::clamp((value - span.start) / (span.end - span.start), 0.0, 1.0) * span.length;
     tick.label = TickLabel(value, step);
     tick.size = measure(tick.label, span.fontHeight);
     found.ticks.push_back(tick);
@@ -68,8 +70,7 @@ bool IsAiry(const AxisTicks& found, const AxisTicks::Span& span) {
 
 AxisTicks FindSo(const AxisTicks::Span& span, bool across, const TextMeasure& measure) {
   const double perPixel = std::fabs(span.end - span.start) / span.length;
-  const double spacing = std::min(span.spacing, across ? 2.5 : span.spacing) * span.fontHeight;
-  const double first = RoundStepFrom(std::max(spacing * perPixel, span.smallestStep));
+  const double first = RoundStepFrom(std::max(span.spacing * span.fontHeight * perPixel, span.smallestStep));
   AxisTicks best;
   best.across = across;
   double next = first;
@@ -100,8 +101,12 @@ AxisTicks AxisTicks::Find(const Span& span, const TextMeasure& measure) {
   const double range = std::fabs(span.end - span.start);
   if (span.length > 0 && range > 0 && std::isfinite(range)) {
     found = FindSo(span, span.lie == Lie::kAcross, measure);
-    if (span.lie == Lie::kEither && found.NumLabels() < 2) {
-      const AxisTicks other = FindSo(span, true, measure);
+    // Labels across may stand closer, as close as they must.
+    for (const double spacing : {2.5, 1.6}) {
+      if (span.lie != Lie::kEither || found.NumLabels() >= 2) break;
+      Span closer = span;
+      closer.spacing = std::min(span.spacing, spacing);
+      const AxisTicks other = FindSo(closer, true, measure);
       if (other.NumLabels() > found.NumLabels()) found = other;
     }
   }

@@ -67,6 +67,7 @@ void ContourLabels::Add(const PixelLine& line, const std::wstring& text) {
     label.text = text;
     if (TryPlace(line, lengths, at, width, height, label)) {
       labels_.push_back(label);
+      longest_ = std::max(longest_, std::hypot(width, height));
       at += kPause * fontHeight_;
     } else {
       at += fontHeight_ * 0.5;
@@ -112,8 +113,13 @@ bool ContourLabels::IsFree(const ContourLabel& label) const {
   const double height = std::hypot(label.box[3].x - label.box[0].x, label.box[3].y - label.box[0].y);
   const double clearance = 2 * kClearance * fontHeight_;
   const auto wide = BoxAround(label.centre, dx, dy, width + clearance, height + clearance);
-  return std::all_of(labels_.begin(), labels_.end(),
-                     [&](const ContourLabel& other) { return AreApart(wide, other.box); });
+  // Most lie far away: so far that not even the ends of the longest would meet.
+  const double reach = std::hypot(width + clearance, height + clearance) / 2 + longest_ / 2;
+  return std::all_of(labels_.begin(), labels_.end(), [&](const ContourLabel& other) {
+    const double x = other.centre.x - label.centre.x;
+    const double y = other.centre.y - label.centre.y;
+    return x * x + y * y > reach * reach || AreApart(wide, other.box);
+  });
 }
 
 }  // namespace vak

@@ -39,6 +39,7 @@ class ContourLabels {
   int fontHeight_;
   const TextMeasure& measure_;
   std::vector<ContourLabel> labels_;
+  double longest_ = 0;  // from corner to corner
 };
 
 }  // namespace vak

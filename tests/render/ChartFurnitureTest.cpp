@@ -20,7 +20,6 @@ using test::RecordingDevice;
 using testing::Contains;
 using testing::Each;
 using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
 using Lines = std::vector<std::string>;
 

@@ -5,6 +5,7 @@
 
 #include "vakdtm/services/files/FileObject.h"
 #include "vakdtm/services/geodesy/ProjectDefinition.h"
+#include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
 
 #include "support/TestFolder.h"
 
@@ -112,6 +113,45 @@ TEST(ProjectDefinition, SavedOpensAsAnEqualOneBesideWhatElseIsThere) {
   std::wstring name;
   EXPECT_TRUE(file.GetString(L"VESSEL", L"Name", name));
   EXPECT_EQ(name, L"Tide");
+}
+
+TEST(ProjectDefinition, CoordinateSystemIsSavedAndReadBack) {
+  EXPECT_EQ(ProjectDefinition().GetGeoCoordSys(), nullptr);
+  const ProjectDefinition read = Read("[GEODESY]\nCoordinate System=EPSG:28992\n");
+  ASSERT_NE(read.GetGeoCoordSys(), nullptr);
+  EXPECT_EQ(read.GetGeoCoordSys()->Describe().system.code, 28992);
+  EXPECT_FALSE(read == ProjectDefinition());
+  EXPECT_EQ(Read("[UNITS]\nSystem Units=Metre\n").GetGeoCoordSys(), nullptr);
+  EXPECT_EQ(ErrorOf("[UNITS]\n[GEODESY]\nCoordinate System=EPSG:99999\n"),
+            L"Coordinate System: 'EPSG:99999' is no coordinate system: crs not found");
+  for (const std::wstring text :
+       {L"LOCAL:Berth 7", L"EPSG:28992+5709", L"+proj=utm +zone=31 +ellps=intl",
+        L"GEOGCS[\"a\",\n  DATUM[\"b\",SPHEROID[\"c\",6378137,298]],\n  PRIMEM[\"Greenwich\",0],"
+        L"UNIT[\"degree\",0.0174532925199433]]"}) {
+    ProjectDefinition project;
+    project.SetGeoCoordSys(VakGeoCoordSysBase::FromText(text));
+    ASSERT_NE(project.GetGeoCoordSys(), nullptr) << testing::PrintToString(text);
+    FileObject file;
+    ASSERT_TRUE(project.FileSave(file));
+    ProjectDefinition again;
+    ASSERT_TRUE(again.FileOpen(file));
+    EXPECT_EQ(again, project);
+    project.SetGeoCoordSys(nullptr);
+    ASSERT_TRUE(project.FileSave(file) && again.FileOpen(file));
+    EXPECT_EQ(again.GetGeoCoordSys(), nullptr) << "none is saved as none";
+  }
+}
+
+TEST(ProjectDefinition, AttributesReadAsTheyAreSaved) {
+  const ProjectDefinition project = Read("[UNITS]\nSystem Units=ftUS\n[GEODESY]\nCoordinate System=LOCAL\n");
+  std::wstring value = L"as it was";
+  EXPECT_FALSE(project.GetAttribute(UNITS_SECTION, L"No Units", value));
+  EXPECT_FALSE(project.GetAttribute(L"NO SECTION", L"System Units", value));
+  EXPECT_EQ(value, L"as it was");
+  EXPECT_TRUE(project.GetAttribute(UNITS_SECTION, L"System Units", value));
+  EXPECT_EQ(value, L"US Survey Foot");
+  EXPECT_TRUE(project.GetAttribute(GEODESY_SECTION, L"Coordinate System", value));
+  EXPECT_EQ(value, L"LOCAL");
 }
 
 }  // namespace

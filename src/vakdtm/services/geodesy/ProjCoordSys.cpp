@@ -177,7 +177,7 @@ std::shared_ptr<ProjCoordSys> ProjCoordSys::FromText(const std::wstring& text, s
     error = Quoted(given) + L" is no coordinate system, but something else of geodesy";
     return nullptr;
   }
-  if (IsVagueName(given, system.get())) {
+  if (IsVagueName(projText, system.get())) {
     error = Quoted(given) + L" is no coordinate system";
     return nullptr;
   }

@@ -5,6 +5,8 @@ Call: DemoTest.py COMMAND
 
 import math
 import pathlib
+import sqlite3
+import struct
 import subprocess
 import sys
 import tempfile
@@ -106,6 +108,42 @@ class Demo(unittest.TestCase):
         info = (self.folder / "info.txt").read_text(encoding="utf-8")
         self.assertIn(info, self.output)
         self.assertRegex(info, "VAL")
+
+    def test_the_image_has_a_value_for_every_cell(self):
+        """Uncompressed, one row a strip, from the top: read here without a library."""
+        image = (self.folder / "depths.tif").read_bytes()
+        self.assertEqual(image[:4], b"II*\0")
+        start = struct.unpack_from("<I", image, 4)[0]
+        tags = {}
+        for entry in range(struct.unpack_from("<H", image, start)[0]):
+            tag, kind, count, value = struct.unpack_from("<HHII", image, start + 2 + 12 * entry)
+            size, code = {3: (2, "H"), 4: (4, "I"), 12: (8, "d")}.get(kind, (1, "B"))
+            place = value if count * size > 4 else start + 2 + 12 * entry + 8
+            tags[tag] = struct.unpack_from(f"<{count}{code}", image, place)
+        width, height, strips, tie = tags[256][0], tags[257][0], tags[273], tags[33922]
+        self.assertEqual(tags[33550][:2], (1, 1))
+        found = 0
+        for row in range(height):
+            values = struct.unpack_from(f"<{width}f", image, strips[row])
+            for col, value in enumerate(values):
+                if value == 9999:
+                    continue
+                cell = math.floor(tie[3]) + col, math.floor(tie[4]) - 1 - row
+                self.assertEqual(value, struct.unpack("<f", struct.pack("<f", self.field(cell, 0)))[0])
+                found += 1
+        self.assertEqual(found, self.lines)
+
+    def test_the_contours_are_a_table_of_lines(self):
+        with sqlite3.connect(self.folder / "contours.gpkg") as database:
+            table = database.execute("select table_name from gpkg_contents").fetchone()[0]
+            levels = {level for (level,) in database.execute(f'select level from "{table}"')}
+        self.assertGreater(len(levels), 5)
+        self.assertEqual({level % 1 for level in levels}, {0})
+
+    def test_the_picture_is_as_wide_as_asked_for(self):
+        picture = (self.folder / "survey.png").read_bytes()
+        self.assertEqual(picture[:8], b"\x89PNG\r\n\x1a\n")
+        self.assertEqual(struct.unpack_from(">I", picture, 16)[0], 800)
 
     def test_the_model_begins_with_its_magic(self):
         self.assertEqual((self.folder / "demo.dtm").read_bytes()[:7], b"VAK4100")

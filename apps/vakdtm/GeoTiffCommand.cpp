@@ -67,6 +67,11 @@ struct Sun {
   double factor = 5;
 };
 
+struct Range {
+  double low = 0;
+  double high = 0;
+};
+
 /// Reads "a,b,c" into the numbers, in order; what isn't there stays as it is. @return false for anything else.
 template <std::size_t Count>
 bool ParseNumbers(const std::string& text, const std::array<double*, Count>& numbers, std::size_t atLeast) {
@@ -198,7 +203,7 @@ class GeoTiffExport {
       if (!ParseNumbers<3>(options_.sun, {&sun_.azimuth, &sun_.elevation, &sun_.factor}, 1)) {
         return context_.Misuse("--sun: '" + options_.sun + "' is no sun AZ,EL,FACTOR", "give one as 45,45,5");
       }
-      if (!(sun_.elevation >= 0 && sun_.elevation <= 90)) {
+      if (sun_.elevation < 0 || sun_.elevation > 90) {
         return context_.Misuse("--sun: a sun stands from 0 to 90 degrees high", "give one as 45,45,5");
       }
     }
@@ -349,11 +354,6 @@ class GeoTiffExport {
       context_.Warn(options_.model, "no cell has a " + BlockLabel(block_) + ", the image is empty", "");
     }
   }
-
-  struct Range {
-    double low = 0;
-    double high = 0;
-  };
 
   const GeoTiffOptions& options_;
   const CommandContext& context_;

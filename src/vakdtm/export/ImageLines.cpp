@@ -135,7 +135,8 @@ bool ImageLines::FindSlope(std::size_t pixel, double height, double& slope) cons
   const SunStep& step = kSunSteps[static_cast<std::size_t>(rules_.sunStep)];
   const auto neighbour = [&](int side) {
     const std::size_t row = static_cast<std::size_t>(static_cast<int>(kOwn) - side * step.rows);
-    return neighbours_[row][static_cast<std::size_t>(static_cast<std::ptrdiff_t>(pixel) + side * step.cols)];
+    const std::ptrdiff_t col = static_cast<std::ptrdiff_t>(pixel) + std::ptrdiff_t{side} * step.cols;
+    return neighbours_[row][static_cast<std::size_t>(col)];
   };
   if (const double sunSide = neighbour(1); !IsEmptyValue(sunSide)) {
     slope = (height - sunSide) * rules_.strength / rules_.sunDistance;

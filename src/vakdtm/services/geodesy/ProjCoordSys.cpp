@@ -199,7 +199,7 @@ bool ProjCoordSys::GetProjectionName(std::wstring& name) const {
 bool ProjCoordSys::ConvertToWGS84(double x, double y, double z, double& latitude, double& longitude, double& height,
                                   int /*flags*/) const {
   if (!std::isfinite(x) || !std::isfinite(y) || !std::isfinite(z)) return false;
-  thread_local TransformationsOfThread transformations;
+  static thread_local TransformationsOfThread transformations;
   PJ* const way = transformations.Get(number_, projText_);
   if (way == nullptr) return false;
   const PJ_COORD at = proj_trans(way, PJ_FWD, proj_coord(x, y, z, HUGE_VAL));

@@ -1,7 +1,7 @@
 #include "vakdtm/services/geodesy/ProjDescription.h"
 
 #include <array>
-#include <cstdlib>
+#include <charconv>
 #include <cstring>
 #include <memory>
 #include <numbers>
@@ -27,7 +27,9 @@ std::wstring Text(const char* text) { return text != nullptr ? FromUtf8(text) : 
 /// @return 0 for what isn't in the EPSG register.
 int EpsgCode(const char* authority, const char* code) {
   if (authority == nullptr || code == nullptr || std::strcmp(authority, "EPSG") != 0) return 0;
-  return std::atoi(code);  // NOLINT(bugprone-unchecked-string-to-number-conversion): the register has numbers alone
+  int number = 0;
+  std::from_chars(code, code + std::strlen(code), number);
+  return number;
 }
 
 GeoNameAndCode NameAndCode(const PJ* object) {

@@ -331,7 +331,7 @@ class GeoTiffExport {
 
   void Warn(const VakGridToGeoTiffProcessor& job) const {
     if (!job.LastWarning().empty()) {
-      context_.Warn(options_.output, "it has the coordinate system's name alone: " + ToUtf8(job.LastWarning()),
+      context_.Warn(options_.output, "it lacks a part of its coordinate system: " + ToUtf8(job.LastWarning()),
                     "name another with --crs, or keep a .prj file with it");
     }
     if (!options_.sun.empty() && block_ == tTIM) {

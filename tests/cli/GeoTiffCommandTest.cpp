@@ -207,7 +207,7 @@ TEST_F(GeoTiffCommand, SystemThatTheFormatLacksIsAName) {
   models_.Make("a.dtm", kCells);
   const CommandResult result = Export({"--crs", "ESRI:54009", "-o", models_.File("a.tif")});
   EXPECT_EQ(result.status, kDone);
-  EXPECT_THAT(result.err, HasSubstr("it has the coordinate system's name alone: the format can't express the "
+  EXPECT_THAT(result.err, HasSubstr("it lacks a part of its coordinate system: the format can't express the "
                                     "projection 'Mollweide'"));
   EXPECT_EQ(Image().KeyText(1026), "World_Mollweide");
 }

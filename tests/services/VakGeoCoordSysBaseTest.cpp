@@ -4,8 +4,12 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <sys/stat.h>
 
 #include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
+#include "vakdtm/services/text/Utf8.h"
+
+#include "support/TestFolder.h"
 
 namespace vak {
 namespace {
@@ -70,6 +74,16 @@ TEST(VakGeoCoordSysBase, WhatIsNoneIsSaidWhy) {
       {L"EPSG:4978", L"'EPSG:4978' is an earth-centred system"},
       {L"EPSG:5709", L"'EPSG:5709' is a system of heights alone"},
       {L"foo", L"'foo' is no coordinate system"},
+      {L"99999", L"'99999' is no coordinate system: crs not found"},
+      {L"EPSG:2053", L"'EPSG:2053' is a system whose axes point west and south, where x of a model goes east"},
+      {L"EPSG:5513", L"axes point south and west"},
+      {L"EPSG:2218", L"axes point north and west"},
+      {L"+proj=tmerc +lon_0=9 +x_0=5 +datum=WGS84 +axis=wnu", L"axes point west and north"},
+      {L"+proj=longlat +datum=WGS84 +axis=wnu", L"axes point west and north"},
+      {L"ENGCRS[\"quay\",EDATUM[\"post\"],CS[Cartesian,2],AXIS[\"x\",west],AXIS[\"y\",north],LENGTHUNIT[\"metre\",1]]",
+       L"axes point west and north"},
+      {L"+proj=utm +zone=32 +type=crs +step", L"is no coordinate system, but steps of a conversion"},
+      {L"+proj=pipeline +step +proj=utm +zone=32", L"steps of a conversion"},
       {L"LOCALLY", L"'LOCALLY' is no coordinate system"},
       {L"+proj=foo", L"Unknown projection"},
       {L"PROJCS[", L"'PROJCS[' is no coordinate system"},
@@ -81,6 +95,124 @@ TEST(VakGeoCoordSysBase, WhatIsNoneIsSaidWhy) {
       {L"EPSG:\n" + std::wstring(500, L'9'), L"...' is no coordinate system"},
   };
   for (const auto& c : cases) EXPECT_THAT(ErrorOf(c.text), HasSubstr(c.error));
+}
+
+TEST(VakGeoCoordSysBase, TextsThatNameFilesAreRefusedAndOpenNone) {
+  const test::TestFolder folder;
+  const std::string pipe = folder.File("pipe");  // who opens it waits for ever
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const std::string wkt = "BASEGEOGCRS[\"b\",DATUM[\"d\",ELLIPSOID[\"e\",6378137,298]]]";
+  const std::string json = R"({"type":"BoundCRS","source_crs":{"type":"GeographicCRS","name":"s","datum":
+    {"type":"GeodeticReferenceFrame","name":"d","ellipsoid":{"name":"e","semi_major_axis":6378388,
+    "inverse_flattening":297}},"coordinate_system":{"subtype":"ellipsoidal","axis":[{"name":"Longitude",
+    "abbreviation":"lon","direction":"east","unit":"degree"},{"name":"Latitude","abbreviation":"lat",
+    "direction":"north","unit":"degree"}]}},"target_crs":{"type":"GeographicCRS","name":"WGS 84","datum":
+    {"type":"GeodeticReferenceFrame","name":"World Geodetic System 1984","ellipsoid":{"name":"WGS 84",
+    "semi_major_axis":6378137,"inverse_flattening":298.257223563}},"coordinate_system":{"subtype":"ellipsoidal",
+    "axis":[{"name":"Latitude","abbreviation":"lat","direction":"north","unit":"degree"},{"name":"Longitude",
+    "abbreviation":"lon","direction":"east","unit":"degree"}]}},"transformation":{"name":"t","method":
+    {"name":"NTv2","id":{"authority":"EPSG","code":9615}},"parameters":[{"name":
+    "Latitude and longitude difference file","value":")" +
+                           pipe + R"(","id":{"authority":"EPSG","code":8656}}]}})";
+  for (const std::string& text :
+       {"+proj=utm +zone=32 +ellps=intl +nadgrids=" + pipe, "+proj=utm +zone=32 +nadgrids=@null," + pipe,
+        "+proj=utm +zone=32 +datum=WGS84 +geoidgrids=" + pipe, "+proj=hgridshift +grids=" + pipe,
+        "+init=" + pipe + ":x", "init=" + pipe + ":1 +type=crs", "+proj=utm +zone=32 +init=" + pipe + ":5",
+        std::string("+proj=utm +zone=32 +datum=WGS84 +geoidgrids=egm96_15.gtx"),
+        "PROJCRS[\"a\"," + wkt + ",CONVERSION[\"c\",METHOD[\"PROJ hgridshift grids=" + pipe +
+            "\"]],CS[Cartesian,2],AXIS[\"x\",east],AXIS[\"y\",north],UNIT[\"metre\",1]]",
+        json}) {
+    EXPECT_THAT(ErrorOf(FromUtf8(text)), HasSubstr(L"names a file, and systems are read from their texts alone"));
+  }
+  EXPECT_NE(Make(L"+proj=utm +zone=32 +ellps=GRS80 +nadgrids=@null"), nullptr) << "names none";
+  EXPECT_NE(Make(L"+init=EPSG:28992 +type=crs"), nullptr) << "the register";
+}
+
+TEST(VakGeoCoordSysBase, NumberCountsOnlyForWhatTheRegisterHasUnderIt) {
+  const auto text = [](const std::string& meridian, const std::string& flattening, const std::string& foot) {
+    return FromUtf8(
+        "PROJCRS[\"WGS 84 / UTM zone 14N\",BASEGEOGCRS[\"WGS 84\",DATUM[\"World Geodetic System 1984\","
+        "ELLIPSOID[\"WGS 84\",6378137," +
+        flattening +
+        ",LENGTHUNIT[\"metre\",1],ID[\"EPSG\",7030]],"
+        "ID[\"EPSG\",6326]],ID[\"EPSG\",4326]],CONVERSION[\"UTM zone 14N\",METHOD[\"Transverse Mercator\","
+        "ID[\"EPSG\",9807]],PARAMETER[\"Latitude of natural origin\",0],PARAMETER[\"Longitude of natural "
+        "origin\"," +
+        meridian +
+        "],PARAMETER[\"Scale factor at natural origin\",0.9996],PARAMETER[\"False "
+        "easting\",500000],PARAMETER[\"False northing\",0]],CS[Cartesian,2],AXIS[\"E\",east],AXIS[\"N\","
+        "north],LENGTHUNIT[\"metre\"," +
+        foot + ",ID[\"EPSG\",9001]],ID[\"EPSG\",32614]]");
+  };
+  const struct {
+    std::string meridian;
+    std::string flattening;
+    std::string metre;
+    int system;
+    int geographic;
+    int ellipsoid;
+    int unit;
+  } cases[] = {{"-99", "298.257223563", "1", 32614, 4326, 7030, 9001},
+               {"-97", "298.257223563", "1", 0, 4326, 7030, 9001},
+               {"-99", "297", "1", 0, 0, 0, 9001},
+               {"-99", "298.257223563", "0.5", 0, 4326, 7030, 0}};
+  for (const auto& c : cases) {
+    const GeoCoordSysDescription read = Make(text(c.meridian, c.flattening, c.metre))->Describe();
+    SCOPED_TRACE(c.meridian + " " + c.flattening + " " + c.metre);
+    EXPECT_EQ(read.system.code, c.system);
+    EXPECT_EQ(read.geographic.code, c.geographic);
+    EXPECT_EQ(read.ellipsoid.code, c.ellipsoid);
+    EXPECT_EQ(read.unit.code, c.unit);
+  }
+}
+
+TEST(VakGeoCoordSysBase, PlacesOutsideOfTheGlobeAreNone) {
+  const struct {
+    const wchar_t* system;
+    double x;
+    double y;
+    bool isPlace;
+    double longitude;
+  } cases[] = {{L"EPSG:4326", 5, 90, true, 5},      {L"EPSG:4326", 5, -90, true, 5},
+               {L"EPSG:4326", 5, 90.001, false, 0}, {L"EPSG:4326", 5, -95, false, 0},
+               {L"EPSG:4326", 190, 50, true, -170}, {L"EPSG:4326", 360, 50, true, 0},
+               {L"EPSG:4326", 361, 50, false, 0},   {L"EPSG:4326", -361, 50, false, 0},
+               {L"EPSG:4326", 5e5, 5e6, false, 0},  {L"EPSG:4807", 0, 99, true, 2.3365},
+               {L"EPSG:4807", 0, 101, false, 0},    {L"+proj=eqc +datum=WGS84", 0, 5e7, false, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.system) + " " + std::to_string(c.x) + " " + std::to_string(c.y));
+    double latitude = -1;
+    double longitude = -1;
+    double height = -1;
+    EXPECT_EQ(Make(c.system)->ConvertToWGS84(c.x, c.y, 0, latitude, longitude, height, 0), c.isPlace);
+    if (c.isPlace) {
+      EXPECT_NEAR(longitude, c.longitude, 0.05);
+    } else {
+      EXPECT_TRUE(latitude == -1 && longitude == -1 && height == -1);
+    }
+    EXPECT_LE(std::fabs(latitude), 90);
+  }
+}
+
+TEST(VakGeoCoordSysBase, OrderOfTheSystemsOwnAxesMakesNoDifference) {
+  const struct {
+    const wchar_t* system;
+    double x;
+    double y;
+    double latitude;
+    double longitude;
+  } cases[] = {{L"EPSG:31467", 3500000, 5400000, 48.73, 9.0},  // north, then east
+               {L"EPSG:32661", 2000000, 1000000, 81.0, 0.0},   // both to the south, northing first
+               {L"EPSG:5041", 2000000, 1000000, 81.0, 0.0},    // the same, easting first
+               {L"EPSG:3031", 1000000, 0, -80.8, 90.0}};
+  for (const auto& c : cases) {
+    double latitude = 0;
+    double longitude = 0;
+    double height = 0;
+    ASSERT_TRUE(Make(c.system)->ConvertToWGS84(c.x, c.y, 0, latitude, longitude, height, 0)) << c.system;
+    EXPECT_NEAR(latitude, c.latitude, 0.1) << testing::PrintToString(c.system);
+    EXPECT_NEAR(longitude, c.longitude, 0.1) << testing::PrintToString(c.system);
+  }
 }
 
 TEST(VakGeoCoordSysBase, HeightsGoThroughTheShiftOfTheDatum) {
@@ -158,8 +290,10 @@ TEST(VakGeoCoordSysBase, LocalSystemHasNoPlaceOnTheEarth) {
     std::wstring text;
     std::wstring definition;
     std::wstring name;
-  } cases[] = {
-      {L"LOCAL", L"LOCAL", L"Local"}, {L"local", L"LOCAL", L"Local"}, {L"Local:Berth 7", L"LOCAL:Berth 7", L"Berth 7"}};
+  } cases[] = {{L" LOCAL\n", L"LOCAL", L"Local"},
+               {L"LOCAL", L"LOCAL", L"Local"},
+               {L"local", L"LOCAL", L"Local"},
+               {L"Local:Berth 7", L"LOCAL:Berth 7", L"Berth 7"}};
   for (const auto& c : cases) {
     const auto system = Make(c.text);
     EXPECT_EQ(system->GetDefinition(), c.definition);

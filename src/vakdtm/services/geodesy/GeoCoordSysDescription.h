@@ -5,7 +5,8 @@
 
 namespace vak {
 
-/// A thing of geodesy by its name and its number in the EPSG register; 0 when it isn't in there.
+/// A thing of geodesy by its name and its number in the EPSG register; 0 when it isn't in there. What has a number is
+/// what the register has under it, whatever a text gave to it.
 struct GeoNameAndCode {
   std::wstring name;
   int code = 0;
@@ -59,6 +60,7 @@ struct GeoCoordSysDescription {
   GeoNameAndCode vertical;
   GeoNameAndCode verticalDatum;
   GeoUnit verticalUnit;
+  bool verticalIsDown = false;  ///< whether they are depths
 };
 
 }  // namespace vak

@@ -1,6 +1,7 @@
 #include "vakdtm/services/geodesy/LocalCoordSys.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <string_view>
 
 namespace vak {
@@ -19,7 +20,11 @@ bool BeginsLocal(const std::wstring& text) {
 
 }  // namespace
 
-std::shared_ptr<LocalCoordSys> LocalCoordSys::FromText(const std::wstring& text) {
+std::shared_ptr<LocalCoordSys> LocalCoordSys::FromText(const std::wstring& given) {
+  constexpr const wchar_t* kBlanks = L" \t\r\n";
+  const std::size_t begin = given.find_first_not_of(kBlanks);
+  if (begin == std::wstring::npos) return nullptr;
+  const std::wstring text = given.substr(begin, given.find_last_not_of(kBlanks) - begin + 1);
   if (!BeginsLocal(text)) return nullptr;
   if (text.size() == kPrefix.size()) return std::make_shared<LocalCoordSys>(std::wstring());
   if (text[kPrefix.size()] != L':') return nullptr;

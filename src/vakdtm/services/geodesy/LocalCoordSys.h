@@ -14,8 +14,9 @@ class LocalCoordSys final : public VakGeoCoordSysBase {
   /// @param name  of the system; empty: it is called "Local".
   explicit LocalCoordSys(std::wstring name) : name_(std::move(name)) {}
 
-  /// @param text  "LOCAL" or "LOCAL:NAME", in capitals or not. @return null for any other.
-  static std::shared_ptr<LocalCoordSys> FromText(const std::wstring& text);
+  /// @param given  "LOCAL" or "LOCAL:NAME", in capitals or not, with blanks round it or not. @return null for any
+  /// other.
+  static std::shared_ptr<LocalCoordSys> FromText(const std::wstring& given);
 
   std::wstring GetDefinition() const override;
   /// Has none.

@@ -5,10 +5,12 @@
 #include <cmath>
 #include <list>
 #include <memory>
+#include <numbers>
 #include <proj.h>
 #include <proj_experimental.h>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include "vakdtm/services/geodesy/ProjDescription.h"
 #include "vakdtm/services/text/Utf8.h"
@@ -23,6 +25,18 @@ using PjOwner = std::unique_ptr<PJ, DestroyPj>;
 
 /// Longitude, latitude in degrees and height above the ellipsoid.
 constexpr const char* kWgs84 = "EPSG:4979";
+
+// Degrees.
+constexpr double kPole = 90;
+constexpr double kHalfCircle = 180;
+constexpr double kRounding = 1e-9;  // some 0.1 mm
+
+/// Whether longitude and latitude are such, in a unit of so many radians. PROJ takes anything for an angle.
+bool IsOnGlobe(double longitude, double latitude, double radians) {
+  const double degrees = radians * kHalfCircle / std::numbers::pi;
+  return std::fabs(latitude * degrees) <= kPole + kRounding &&
+         std::fabs(longitude * degrees) <= 2 * kHalfCircle + kRounding;
+}
 
 /// PROJ as one thread has it: silent, and without the network.
 class ProjContext {
@@ -139,6 +153,48 @@ bool IsVagueName(const std::string& text, const PJ* system) {
   return text.find_first_of(":=[{+") == std::string::npos && !SameLetters(text, proj_get_name(system));
 }
 
+/// The register by the name that older programs open as a file, and a number.
+bool IsRegisterInit(std::string_view value) {
+  const std::size_t end = std::min(value.find_first_of(" \t\r\n+\"]}"), value.size());
+  constexpr std::string_view kRegister = "epsg:";
+  return end > kRegister.size() && SameLetters(value.substr(0, kRegister.size()), kRegister) &&
+         IsNumber(std::string(value.substr(kRegister.size(), end - kRegister.size())));
+}
+
+/// Whether a parameter names the file that there never is, as web maps have it.
+bool IsNoFile(std::string_view parameter) {
+  constexpr std::string_view kGrids = "grids=";
+  constexpr std::string_view kNone = "@null";
+  constexpr std::string_view kBetween = "\",\"";  // the name of a parameter and its text
+  std::size_t value = kGrids.size();
+  if (!parameter.starts_with(kGrids)) {
+    const std::size_t end = parameter.find(kBetween);
+    if (end == std::string_view::npos) return false;
+    value = end + kBetween.size();
+  }
+  const std::string_view text = parameter.substr(value);
+  if (!text.starts_with(kNone)) return false;
+  return text.size() == kNone.size() || text[kNone.size()] == ' ' || text[kNone.size()] == '"';
+}
+
+/// Texts come from files of others, and PROJ opens whatever they name, some while it reads them: a pipe would never
+/// end.
+/// @param text  as it was given, and as PROJ has read it, since there are several forms in which it can be said.
+bool NamesFile(std::string_view text) {
+  for (const std::string_view key : {"init=", "PARAMETERFILE[", "grids=", "file=", "model=", "catalog="}) {
+    for (std::size_t at = text.find(key); at != std::string_view::npos; at = text.find(key, at + 1)) {
+      const std::string_view parameter = text.substr(at);
+      if (!IsNoFile(parameter) && !(key == "init=" && IsRegisterInit(parameter.substr(key.size())))) return true;
+    }
+  }
+  return false;
+}
+
+/// What PROJ reads of a text but doesn't heed.
+bool HasSteps(std::string_view text) {
+  return text.find("+step") != std::string_view::npos || text.find("proj=pipeline") != std::string_view::npos;
+}
+
 /// The beginning of a long text, in one line, for a message.
 std::wstring Quoted(const std::string& text) {
   constexpr std::size_t kMost = 60;
@@ -165,6 +221,14 @@ std::shared_ptr<ProjCoordSys> ProjCoordSys::FromText(const std::wstring& text, s
     error = Quoted(given) + L" is no coordinate system";
     return nullptr;
   }
+  if (NamesFile(given)) {
+    error = Quoted(given) + L" names a file, and systems are read from their texts alone";
+    return nullptr;
+  }
+  if (HasSteps(given)) {
+    error = Quoted(given) + L" is no coordinate system, but steps of a conversion";
+    return nullptr;
+  }
   ProjContext context;
   const std::string projText = TextForProj(given);
   const PjOwner system(proj_create(context.Get(), projText.c_str()));
@@ -179,6 +243,11 @@ std::shared_ptr<ProjCoordSys> ProjCoordSys::FromText(const std::wstring& text, s
   }
   if (IsVagueName(projText, system.get())) {
     error = Quoted(given) + L" is no coordinate system";
+    return nullptr;
+  }
+  const char* const wkt = proj_as_wkt(context.Get(), system.get(), PJ_WKT2_2019, nullptr);
+  if (wkt != nullptr && NamesFile(wkt)) {
+    error = Quoted(given) + L" names a file, and systems are read from their texts alone";
     return nullptr;
   }
   GeoCoordSysDescription description;
@@ -199,16 +268,20 @@ bool ProjCoordSys::GetProjectionName(std::wstring& name) const {
 bool ProjCoordSys::ConvertToWGS84(double x, double y, double z, double& latitude, double& longitude, double& height,
                                   int /*flags*/) const {
   if (!std::isfinite(x) || !std::isfinite(y) || !std::isfinite(z)) return false;
+  if (description_.kind == GeoCoordSysDescription::Kind::kGeographic && !IsOnGlobe(x, y, description_.unit.size)) {
+    return false;
+  }
   static thread_local TransformationsOfThread transformations;
   PJ* const way = transformations.Get(number_, projText_);
   if (way == nullptr) return false;
   const PJ_COORD at = proj_trans(way, PJ_FWD, proj_coord(x, y, z, HUGE_VAL));
-  if (!std::isfinite(at.xyz.x) || !std::isfinite(at.xyz.y) || !std::isfinite(at.xyz.z)) {
+  if (!std::isfinite(at.xyz.x) || !std::isfinite(at.xyz.y) || !std::isfinite(at.xyz.z) ||
+      std::fabs(at.xyz.y) > kPole + kRounding) {
     proj_errno_reset(way);
     return false;
   }
-  longitude = at.xyz.x;
-  latitude = at.xyz.y;
+  longitude = std::fabs(at.xyz.x) > kHalfCircle ? std::remainder(at.xyz.x, 2 * kHalfCircle) : at.xyz.x;
+  latitude = std::clamp(at.xyz.y, -kPole, kPole);
   height = at.xyz.z;
   return true;
 }

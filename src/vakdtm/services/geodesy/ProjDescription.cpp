@@ -2,11 +2,16 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <numbers>
 #include <proj.h>
+#include <string>
 #include <string_view>
+#include <system_error>
+#include <utility>
 
 #include "vakdtm/services/text/Utf8.h"
 
@@ -20,6 +25,9 @@ struct DestroyPj {
 };
 using PjOwner = std::unique_ptr<PJ, DestroyPj>;
 
+/// By how much of itself a unit's size may differ from the register's, which rounds some.
+constexpr double kSameUnit = 1e-9;
+
 constexpr double kDegreesInRadian = 180.0 / std::numbers::pi;
 
 std::wstring Text(const char* text) { return text != nullptr ? FromUtf8(text) : std::wstring(); }
@@ -27,19 +35,40 @@ std::wstring Text(const char* text) { return text != nullptr ? FromUtf8(text) : 
 /// @return 0 for what isn't in the EPSG register.
 int EpsgCode(const char* authority, const char* code) {
   if (authority == nullptr || code == nullptr || std::strcmp(authority, "EPSG") != 0) return 0;
+  const char* const end = code + std::strlen(code);
   int number = 0;
-  std::from_chars(code, code + std::strlen(code), number);
-  return number;
-}
-
-GeoNameAndCode NameAndCode(const PJ* object) {
-  if (object == nullptr) return {};
-  return {Text(proj_get_name(object)), EpsgCode(proj_get_id_auth_name(object, 0), proj_get_id_code(object, 0))};
+  const auto [last, fault] = std::from_chars(code, end, number);
+  return fault == std::errc() && last == end && number > 0 ? number : 0;
 }
 
 bool IsGeographic(const PJ* system) {
   const PJ_TYPE type = proj_get_type(system);
   return type == PJ_TYPE_GEOGRAPHIC_2D_CRS || type == PJ_TYPE_GEOGRAPHIC_3D_CRS;
+}
+
+/// In how far things have to agree: which of longitude and latitude comes first makes no difference to models.
+PJ_COMPARISON_CRITERION Criterion(const PJ* object) {
+  return IsGeographic(object) ? PJ_COMP_EQUIVALENT_EXCEPT_AXIS_ORDER_GEOGCRS : PJ_COMP_EQUIVALENT;
+}
+
+/// Where the two axes of a plane go, in PROJ's words.
+struct AxisDirections {
+  std::string first;
+  std::string second;
+
+  bool Are(std::string_view a, std::string_view b) const { return first == a && second == b; }
+};
+
+/// Whether coordinates of a plane, once the one to the east comes first, go to the east and to the north.
+bool GoEastAndNorth(const AxisDirections& axes, Kind kind) {
+  if (axes.Are("east", "north") || axes.Are("north", "east")) return true;
+  // At a pole both axes leave it to the same side, and PROJ tells by their names which one is the easting.
+  if (kind == Kind::kProjected) return axes.Are("north", "north") || axes.Are("south", "south");
+  if (kind != Kind::kLocal) return false;
+  const auto isOpen = [](const std::string& axis) {
+    return axis != "west" && axis != "south" && axis != "down" && axis != "displayLeft" && axis != "displayDown";
+  };
+  return axes.first != axes.second && isOpen(axes.first) && isOpen(axes.second);
 }
 
 /// Takes a system apart, piece by piece.
@@ -56,7 +85,7 @@ class Describer {
     if (!plane || !heights) return Refuse(L"a compound with a part missing", fault);
     const PjOwner plainPlane = Unbound(plane.get());
     if (!DescribePlane(plainPlane.get(), fault)) return false;
-    DescribeHeights(Unbound(heights.get()).get());
+    DescribeHeights(Unbound(heights.get()));
     return true;
   }
 
@@ -78,11 +107,57 @@ class Describer {
     return PjOwner(proj_get_source_crs(context_, system));
   }
 
+  /// Whether a thing is what the register has under a number.
+  bool IsRegistered(const PJ* object, int code, std::initializer_list<PJ_CATEGORY> categories) {
+    for (const PJ_CATEGORY category : categories) {
+      const PjOwner found(
+          proj_create_from_database(context_, "EPSG", std::to_string(code).c_str(), category, 0, nullptr));
+      if (found && proj_is_equivalent_to_with_ctx(context_, object, found.get(), Criterion(object)) != 0) return true;
+    }
+    return false;
+  }
+
+  /// A text may give a number to what it defines otherwise than the register does: such a number doesn't count.
+  GeoNameAndCode NameAndCode(const PJ* object, std::initializer_list<PJ_CATEGORY> categories) {
+    if (object == nullptr) return {};
+    GeoNameAndCode read{Text(proj_get_name(object)),
+                        EpsgCode(proj_get_id_auth_name(object, 0), proj_get_id_code(object, 0))};
+    if (read.code != 0 && !IsRegistered(object, read.code, categories)) read.code = 0;
+    return read;
+  }
+
+  /// A system's name and number, the latter found by what it is made of where it doesn't say it.
+  GeoNameAndCode SystemNameAndCode(const PJ* system) {
+    GeoNameAndCode read = NameAndCode(system, {PJ_CATEGORY_CRS});
+    if (read.code == 0) read.code = FindCode(system);
+    return read;
+  }
+
+  GeoNameAndCode DatumNameAndCode(const PJ* system) {
+    PjOwner datum(proj_crs_get_datum_ensemble(context_, system));
+    if (!datum) datum.reset(proj_crs_get_datum(context_, system));
+    return NameAndCode(datum.get(), {PJ_CATEGORY_DATUM, PJ_CATEGORY_DATUM_ENSEMBLE});
+  }
+
+  bool LookAtAxes(const PJ* plane, std::wstring& fault) {
+    const PjOwner axes(proj_crs_get_coordinate_system(context_, plane));
+    const auto direction = [&](int axis) -> std::string {
+      const char* text = nullptr;
+      const bool has = axes && proj_cs_get_axis_info(context_, axes.get(), axis, nullptr, nullptr, &text, nullptr,
+                                                     nullptr, nullptr, nullptr) != 0;
+      return has && text != nullptr ? text : "";
+    };
+    const AxisDirections found{direction(0), direction(1)};
+    if (GoEastAndNorth(found, to_.kind)) return true;
+    fault = L"a system whose axes point " + FromUtf8(found.first) + L" and " + FromUtf8(found.second) +
+            L", where x of a model goes east and y north";
+    return false;
+  }
+
   bool DescribePlane(const PJ* plane, std::wstring& fault) {
     switch (proj_get_type(plane)) {
       case PJ_TYPE_PROJECTED_CRS:
         to_.kind = Kind::kProjected;
-        DescribeProjection(plane);
         break;
       case PJ_TYPE_GEOGRAPHIC_2D_CRS:
       case PJ_TYPE_GEOGRAPHIC_3D_CRS:
@@ -98,25 +173,32 @@ class Describer {
       default:
         return Refuse(L"no system of coordinates in the plane", fault);
     }
-    to_.system = NameAndCode(plane);
-    if (to_.system.code == 0 && to_.kind != Kind::kLocal) to_.system.code = FindCode(plane);
+    if (!LookAtAxes(plane, fault)) return false;
+    if (to_.kind == Kind::kProjected) DescribeProjection(plane);
+    to_.system = to_.kind == Kind::kLocal ? NameAndCode(plane, {PJ_CATEGORY_CRS}) : SystemNameAndCode(plane);
     to_.isSolid = proj_get_type(plane) == PJ_TYPE_GEOGRAPHIC_3D_CRS;
     to_.unit = UnitOfAxis(plane);
     if (to_.kind != Kind::kLocal) DescribeGeographic(plane);
     return true;
   }
 
+  /// Puts the register's system in the place of the same one: it has the numbers of its parts, which a text may lack.
+  void TakeRegistered(PjOwner& system, int code) {
+    if (code == 0) return;
+    PjOwner registered(
+        proj_create_from_database(context_, "EPSG", std::to_string(code).c_str(), PJ_CATEGORY_CRS, 0, nullptr));
+    if (registered) system = std::move(registered);
+  }
+
   void DescribeGeographic(const PJ* plane) {
-    const PjOwner geographic(proj_crs_get_geodetic_crs(context_, plane));
+    PjOwner geographic(proj_crs_get_geodetic_crs(context_, plane));
     if (!geographic) return;
-    to_.geographic = NameAndCode(geographic.get());
-    if (to_.geographic.code == 0) to_.geographic.code = FindCode(geographic.get());
+    to_.geographic = SystemNameAndCode(geographic.get());
+    TakeRegistered(geographic, to_.geographic.code);
     to_.angularUnit = UnitOfAxis(geographic.get());
-    PjOwner datum(proj_crs_get_datum_ensemble(context_, geographic.get()));
-    if (!datum) datum.reset(proj_crs_get_datum(context_, geographic.get()));
-    to_.datum = NameAndCode(datum.get());
+    to_.datum = DatumNameAndCode(geographic.get());
     const PjOwner ellipsoid(proj_get_ellipsoid(context_, geographic.get()));
-    to_.ellipsoid = NameAndCode(ellipsoid.get());
+    to_.ellipsoid = NameAndCode(ellipsoid.get(), {PJ_CATEGORY_ELLIPSOID});
     if (ellipsoid) {
       double semiMinor = 0;
       int computed = 0;
@@ -124,7 +206,7 @@ class Describer {
                                     &to_.inverseFlattening);
     }
     const PjOwner meridian(proj_get_prime_meridian(context_, geographic.get()));
-    to_.primeMeridian = NameAndCode(meridian.get());
+    to_.primeMeridian = NameAndCode(meridian.get(), {PJ_CATEGORY_PRIME_MERIDIAN});
     double factor = 0;
     const char* unit = nullptr;
     if (meridian && proj_prime_meridian_get_parameters(context_, meridian.get(), &to_.primeMeridianLongitude, &factor,
@@ -136,7 +218,7 @@ class Describer {
   void DescribeProjection(const PJ* plane) {
     const PjOwner projection(proj_crs_get_coordoperation(context_, plane));
     if (!projection) return;
-    to_.projection = NameAndCode(projection.get());
+    to_.projection = NameAndCode(projection.get(), {PJ_CATEGORY_COORDINATE_OPERATION});
     const char* name = nullptr;
     const char* authority = nullptr;
     const char* code = nullptr;
@@ -170,13 +252,18 @@ class Describer {
     }
   }
 
-  void DescribeHeights(const PJ* heights) {
+  void DescribeHeights(PjOwner heights) {
     to_.hasVertical = true;
-    to_.vertical = NameAndCode(heights);
-    PjOwner datum(proj_crs_get_datum_ensemble(context_, heights));
-    if (!datum) datum.reset(proj_crs_get_datum(context_, heights));
-    to_.verticalDatum = NameAndCode(datum.get());
-    to_.verticalUnit = UnitOfAxis(heights);
+    to_.vertical = SystemNameAndCode(heights.get());
+    TakeRegistered(heights, to_.vertical.code);
+    to_.verticalDatum = DatumNameAndCode(heights.get());
+    to_.verticalUnit = UnitOfAxis(heights.get());
+    const PjOwner axes(proj_crs_get_coordinate_system(context_, heights.get()));
+    const char* direction = nullptr;
+    to_.verticalIsDown = axes &&
+                         proj_cs_get_axis_info(context_, axes.get(), 0, nullptr, nullptr, &direction, nullptr, nullptr,
+                                               nullptr, nullptr) != 0 &&
+                         direction != nullptr && std::strcmp(direction, "down") == 0;
   }
 
   /// What is given in degrees stays as it is, to the last bit.
@@ -197,8 +284,14 @@ class Describer {
     }
     GeoUnit unit;
     unit.name = Text(name);
-    unit.code = EpsgCode(authority, code);
     unit.size = size;
+    unit.code = EpsgCode(authority, code);
+    double registered = 0;
+    if (unit.code != 0 &&
+        (proj_uom_get_info_from_database(context_, authority, code, nullptr, &registered, nullptr) == 0 ||
+         std::fabs(registered - size) > kSameUnit * std::fabs(size))) {
+      unit.code = 0;
+    }
     return unit;
   }
 
@@ -211,9 +304,8 @@ class Describer {
       const PjOwner candidate(proj_list_get(context_, found, index));
       // The register's systems that are out of use have the same parameters as the one that took their place.
       if (!candidate || proj_is_deprecated(candidate.get()) != 0) continue;
-      const auto criterion = IsGeographic(system) ? PJ_COMP_EQUIVALENT_EXCEPT_AXIS_ORDER_GEOGCRS : PJ_COMP_EQUIVALENT;
-      if (proj_is_equivalent_to_with_ctx(context_, system, candidate.get(), criterion) != 0) {
-        code = NameAndCode(candidate.get()).code;
+      if (proj_is_equivalent_to_with_ctx(context_, system, candidate.get(), Criterion(system)) != 0) {
+        code = EpsgCode(proj_get_id_auth_name(candidate.get(), 0), proj_get_id_code(candidate.get(), 0));
       }
     }
     proj_list_destroy(found);

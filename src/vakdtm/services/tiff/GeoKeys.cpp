@@ -7,6 +7,7 @@
 #include <geovalues.h>
 #include <numbers>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "vakdtm/services/geodesy/GeoCoordSysDescription.h"
@@ -23,6 +24,8 @@ bool IsCode(int code) { return code > 0 && code < KvUserDefined; }
 constexpr double kRadiansInDegree = std::numbers::pi / 180;
 
 int CodeOr(int code, int otherwise) { return IsCode(code) ? code : otherwise; }
+
+constexpr double kMetresInFathom = 1.8288;
 
 struct NamedUnit {
   std::wstring_view name;
@@ -65,10 +68,22 @@ GeoUnit LinearUnit(const GeoCoordSysDescription& system, const std::wstring& nam
   return unit;
 }
 
-/// The number of an angle's unit, also where the system came without it.
+struct SizedUnit {
+  int code;
+  double size;
+};
+
+constexpr std::array kAngles{SizedUnit{Angular_Degree, kRadiansInDegree},
+                             SizedUnit{Angular_Grad, std::numbers::pi / 200}, SizedUnit{Angular_Radian, 1.0},
+                             SizedUnit{Angular_Arc_Minute, kRadiansInDegree / 60},
+                             SizedUnit{Angular_Arc_Second, kRadiansInDegree / 3600}};
+
+/// The number of an angle's unit, also where the system came without it: readers take one without for degrees.
 int AngleCode(const GeoUnit& unit) {
   if (IsCode(unit.code)) return unit.code;
-  return SameSize(kRadiansInDegree, unit.size) ? Angular_Degree : KvUserDefined;
+  const auto* const found = std::find_if(kAngles.begin(), kAngles.end(),
+                                         [&](const SizedUnit& each) { return SameSize(each.size, unit.size); });
+  return found != kAngles.end() ? found->code : KvUserDefined;
 }
 
 // ---- methods of projection
@@ -140,9 +155,11 @@ const std::vector<ParameterKey>& Centre() {
   return keys;
 }
 
-/// Of cones with two standard parallels, as the register has their origin.
+/// Of cones with two standard parallels, by either of the names that the register has for their origin.
 const std::vector<ParameterKey>& FalseOriginAsNatural() {
-  static const std::vector<ParameterKey> keys{{8821, ProjNatOriginLatGeoKey}, {8822, ProjNatOriginLongGeoKey},
+  static const std::vector<ParameterKey> keys{{8801, ProjNatOriginLatGeoKey}, {8802, ProjNatOriginLongGeoKey},
+                                              {8806, ProjFalseEastingGeoKey}, {8807, ProjFalseNorthingGeoKey},
+                                              {8821, ProjNatOriginLatGeoKey}, {8822, ProjNatOriginLongGeoKey},
                                               {8823, ProjStdParallel1GeoKey}, {8824, ProjStdParallel2GeoKey},
                                               {8826, ProjFalseEastingGeoKey}, {8827, ProjFalseNorthingGeoKey}};
   return keys;
@@ -163,6 +180,11 @@ const std::vector<Method>& Methods() {
                                                   {8802, ProjCenterLongGeoKey},
                                                   {8806, ProjFalseEastingGeoKey},
                                                   {8807, ProjFalseNorthingGeoKey}};
+  static const std::vector<ParameterKey> stereographic{{8801, ProjCenterLatGeoKey},
+                                                       {8802, ProjCenterLongGeoKey},
+                                                       {8805, ProjScaleAtNatOriginGeoKey},
+                                                       {8806, ProjFalseEastingGeoKey},
+                                                       {8807, ProjFalseNorthingGeoKey}};
   static const std::vector<ParameterKey> world{
       {8802, ProjCenterLongGeoKey}, {8806, ProjFalseEastingGeoKey}, {8807, ProjFalseNorthingGeoKey}};
   static const std::vector<ParameterKey> cone{
@@ -175,11 +197,13 @@ const std::vector<Method>& Methods() {
       {8807, ProjFalseNorthingGeoKey}};
   static const std::vector<Method> methods{
       {9807, L"Transverse Mercator", CT_TransverseMercator, NaturalOrigin()},
-      {9808, L"Transverse Mercator (South Orientated)", CT_TransvMercator_SouthOrientated, NaturalOrigin()},
       {9804, L"Mercator (variant A)", CT_Mercator, NaturalOrigin()},
       {9805, L"Mercator (variant B)", CT_Mercator, parallel},
       {9801, L"Lambert Conic Conformal (1SP)", CT_LambertConfConic_1SP, NaturalOrigin()},
       {9802, L"Lambert Conic Conformal (2SP)", CT_LambertConfConic_2SP, cone},
+      // The same as the one above, but for a factor that has no key.
+      {1051, L"Lambert Conic Conformal (2SP Michigan)", CT_LambertConfConic_2SP, cone},
+      {0, L"Stereographic", CT_Stereographic, stereographic},
       {9809, L"Oblique Stereographic", CT_ObliqueStereographic, NaturalOrigin()},
       {9812, L"Hotine Oblique Mercator (variant A)", CT_ObliqueMercator, oblique},
       {9815, L"Hotine Oblique Mercator (variant B)", CT_HotineObliqueMercatorAzimuthCenter, oblique},
@@ -189,6 +213,8 @@ const std::vector<Method>& Methods() {
       {1119, L"Equidistant Conic", CT_EquidistantConic, FalseOriginAsNatural()},
       {9820, L"Lambert Azimuthal Equal Area", CT_LambertAzimEqualArea, Centre()},
       {0, L"Azimuthal Equidistant", CT_AzimuthalEquidistant, Centre()},
+      {9832, L"Modified Azimuthal Equidistant", CT_AzimuthalEquidistant, Centre()},
+      {0, L"Miller Cylindrical", CT_MillerCylindrical, Centre()},
       {9806, L"Cassini-Soldner", CT_CassiniSoldner, NaturalOrigin()},
       {9818, L"American Polyconic", CT_Polyconic, NaturalOrigin()},
       {9811, L"New Zealand Map Grid", CT_NewZealandMapGrid, NaturalOrigin()},
@@ -253,9 +279,14 @@ GeoUnit Degree() {
   return degree;
 }
 
-/// The pieces of a geographic system that the register doesn't have.
-void AddGeographicPieces(const GeoCoordSysDescription& system, const GeoUnit& angle, GeoKeys& keys) {
-  keys.numbers[GeographicTypeGeoKey] = KvUserDefined;
+/// The unit of the keys that are angles.
+GeoUnit AngularUnit(const GeoCoordSysDescription& system) {
+  // A projection's angles are in it too: always degrees.
+  return system.kind == Kind::kGeographic ? system.angularUnit : Degree();
+}
+
+/// The pieces of a geographic system: readers don't find all of the register's by their numbers.
+void AddGeographicPieces(const GeoCoordSysDescription& system, GeoKeys& keys) {
   // In this form readers find the names again.
   keys.texts[GeogCitationGeoKey] =
       "GCS Name = " + KeyText(system.geographic.name) + "|Datum = " + KeyText(system.datum.name) +
@@ -268,12 +299,8 @@ void AddGeographicPieces(const GeoCoordSysDescription& system, const GeoUnit& an
   } else {
     keys.reals[GeogSemiMinorAxisGeoKey] = {system.semiMajorAxis};
   }
-  if (IsCode(system.primeMeridian.code)) {
-    keys.numbers[GeogPrimeMeridianGeoKey] = system.primeMeridian.code;
-  } else {
-    keys.numbers[GeogPrimeMeridianGeoKey] = KvUserDefined;
-  }
-  const double degrees = angle.size / Degree().size;
+  keys.numbers[GeogPrimeMeridianGeoKey] = CodeOr(system.primeMeridian.code, KvUserDefined);
+  const double degrees = AngularUnit(system).size / Degree().size;
   keys.reals[GeogPrimeMeridianLongGeoKey] = {system.primeMeridianLongitude / degrees};
   if (!system.toWgs84.empty()) keys.reals[GeogTOWGS84GeoKey] = system.toWgs84;
 }
@@ -283,72 +310,108 @@ void AddLinearUnit(const GeoUnit& unit, GeoKeys& keys) {
   if (!IsCode(unit.code)) keys.reals[ProjLinearUnitSizeGeoKey] = {unit.size};
 }
 
-void AddHeights(const GeoCoordSysDescription& system, GeoKeys& keys) {
-  if (!system.hasVertical) return;
-  keys.revised = true;
-  keys.numbers[VerticalCSTypeGeoKey] = CodeOr(system.vertical.code, KvUserDefined);
-  keys.texts[VerticalCitationGeoKey] = KeyText(system.vertical.name);
-  keys.numbers[VerticalDatumGeoKey] = CodeOr(system.verticalDatum.code, KvUserDefined);
-  const GeoUnit unit = WithCode(system.verticalUnit);
-  if (IsCode(unit.code)) keys.numbers[VerticalUnitsGeoKey] = unit.code;
+/// @return false when the format can't say what heights they are; the keys have none then.
+bool AddHeights(const GeoCoordSysDescription& system, GeoKeys& keys, std::wstring& fault) {
+  if (!system.hasVertical) return true;
+  GeoUnit unit = WithCode(system.verticalUnit);
+  if (unit.code == 0 && SameSize(unit.size, kMetresInFathom)) unit.code = Linear_Fathom;
+  const bool known = IsCode(system.vertical.code);
+  // Keys have no place for a datum's name, for a unit's size, nor for which way heights go.
+  if (!known && !IsCode(system.verticalDatum.code)) {
+    fault = L"the heights: '" + system.verticalDatum.name + L"' isn't in the EPSG register";
+  } else if (!known && !IsCode(unit.code)) {
+    fault = L"the heights: their unit '" + system.verticalUnit.name + L"' isn't in the EPSG register";
+  } else if (!known && system.verticalIsDown) {
+    fault = L"the heights: they are depths that aren't in the EPSG register";
+  } else {
+    keys.revised = true;
+    keys.numbers[VerticalCSTypeGeoKey] = CodeOr(system.vertical.code, KvUserDefined);
+    keys.texts[VerticalCitationGeoKey] = KeyText(system.vertical.name);
+    keys.numbers[VerticalDatumGeoKey] = CodeOr(system.verticalDatum.code, KvUserDefined);
+    if (IsCode(unit.code)) keys.numbers[VerticalUnitsGeoKey] = unit.code;
+    return true;
+  }
+  keys.texts[GTCitationGeoKey] = KeyText(system.system.name);
+  return false;
+}
+
+/// What is said of any system.
+GeoKeys NameAlone(const GeoCoordSysDescription& system) {
+  GeoKeys keys;
+  keys.numbers[GTModelTypeGeoKey] = KvUserDefined;
+  keys.numbers[GTRasterTypeGeoKey] = RasterPixelIsArea;
+  keys.texts[GTCitationGeoKey] = KeyText(system.name);
+  return keys;
+}
+
+/// The projection with its parameters, in a unit that the system itself needn't have.
+/// @return false when the format has no such projection; the keys are unchanged then.
+bool AddOwnProjection(const GeoCoordSysDescription& system, const GeoUnit& unit, GeoKeys& keys, std::wstring& fault) {
+  const Method* const method = FindMethod(system.method);
+  if (method == nullptr) {
+    fault = L"the projection '" + system.method.name + L"'";
+    return false;
+  }
+  GeoKeys own = keys;
+  if (!AddParameters(system, *method, unit, own, fault)) return false;
+  own.numbers[ProjectedCSTypeGeoKey] = KvUserDefined;
+  own.numbers[ProjectionGeoKey] = KvUserDefined;
+  own.numbers[ProjCoordTransGeoKey] = method->transformation;
+  own.texts[PCSCitationGeoKey] = KeyText(system.system.name);
+  AddGeographicPieces(system, own);
+  if (IsCode(own.numbers[GeographicTypeGeoKey])) own.texts[GeogCitationGeoKey] = KeyText(system.geographic.name);
+  keys = std::move(own);
+  return true;
 }
 
 }  // namespace
 
-void AddGeographicKeys(const GeoCoordSysDescription& system, GeoKeys& keys) {
-  keys.texts[GTCitationGeoKey] = KeyText(system.name);
-  keys.numbers[GTRasterTypeGeoKey] = RasterPixelIsArea;
-  if (system.kind == Kind::kLocal) {
-    keys.numbers[GTModelTypeGeoKey] = KvUserDefined;
-    return;
-  }
-  keys.revised |= system.isSolid;
+GeoKeys GeographicKeys(const GeoCoordSysDescription& system) {
+  GeoKeys keys = NameAlone(system);
+  if (system.kind == Kind::kLocal) return keys;
+  keys.revised = system.isSolid;
   keys.numbers[GTModelTypeGeoKey] = system.kind == Kind::kProjected ? ModelTypeProjected : ModelTypeGeographic;
-  // A projection's angles are in the unit that is named here: always degrees.
-  const GeoUnit angle = system.kind == Kind::kGeographic ? system.angularUnit : Degree();
-  AddAngularUnit(angle, keys);
+  AddAngularUnit(AngularUnit(system), keys);
   if (IsCode(system.geographic.code) && system.toWgs84.empty()) {
     keys.numbers[GeographicTypeGeoKey] = system.geographic.code;
     keys.texts[GeogCitationGeoKey] = KeyText(system.geographic.name);
-    return;
+    return keys;
   }
-  AddGeographicPieces(system, angle, keys);
+  keys.numbers[GeographicTypeGeoKey] = KvUserDefined;
+  AddGeographicPieces(system, keys);
+  return keys;
 }
 
-bool AddProjectionKeys(const GeoCoordSysDescription& system, const std::wstring& units, GeoKeys& keys,
-                       std::wstring& fault) {
+bool MakeGeoKeys(const GeoCoordSysDescription& system, const std::wstring& units, GeoKeys& keys, std::wstring& fault) {
   if (system.kind == Kind::kGeographic) {
-    AddHeights(system, keys);
-    return true;
+    keys = GeographicKeys(system);
+    return AddHeights(system, keys, fault);
   }
   const GeoUnit unit = LinearUnit(system, units);
-  AddLinearUnit(unit, keys);
-  if (system.kind == Kind::kLocal) return true;
-  AddHeights(system, keys);
+  GeoKeys made = NameAlone(system);
+  AddLinearUnit(unit, made);
+  if (system.kind == Kind::kLocal) {
+    keys = std::move(made);
+    return true;
+  }
   if (IsCode(system.system.code) && system.toWgs84.empty() && SameSize(unit.size, system.unit.size)) {
-    keys.numbers[ProjectedCSTypeGeoKey] = system.system.code;
-    // The number says it all: readers that find the pieces as well put the system together from them.
-    keys.numbers.erase(GeographicTypeGeoKey);
-    return true;
+    // The number says it all: readers that find pieces as well put the system together from them.
+    made.numbers[GTModelTypeGeoKey] = ModelTypeProjected;
+    made.numbers[ProjectedCSTypeGeoKey] = system.system.code;
+    made.texts[GeogCitationGeoKey] = KeyText(system.geographic.name);
+    AddAngularUnit(Degree(), made);
+    made.revised = system.isSolid;
+    keys = std::move(made);
+    return AddHeights(system, keys, fault);
   }
-  const Method* const method = FindMethod(system.method);
-  GeoKeys own = keys;
-  own.numbers[ProjectedCSTypeGeoKey] = KvUserDefined;
-  own.numbers[ProjectionGeoKey] = KvUserDefined;
-  own.texts[PCSCitationGeoKey] = KeyText(system.system.name);
-  if (method != nullptr) own.numbers[ProjCoordTransGeoKey] = method->transformation;
-  if (method == nullptr) fault = L"the projection '" + system.method.name + L"'";
-  if (method != nullptr && AddParameters(system, *method, unit, own, fault)) {
-    keys = std::move(own);
-    return true;
+  GeoKeys own = GeographicKeys(system);
+  AddLinearUnit(unit, own);
+  if (!AddOwnProjection(system, unit, own, fault)) {
+    keys = std::move(made);
+    return false;
   }
-  GeoKeys nameOnly;
-  nameOnly.numbers[GTModelTypeGeoKey] = KvUserDefined;
-  nameOnly.numbers[GTRasterTypeGeoKey] = RasterPixelIsArea;
-  nameOnly.texts[GTCitationGeoKey] = keys.texts[GTCitationGeoKey];
-  AddLinearUnit(unit, nameOnly);
-  keys = std::move(nameOnly);
-  return false;
+  keys = std::move(own);
+  return AddHeights(system, keys, fault);
 }
 
 }  // namespace vak

@@ -19,15 +19,16 @@ struct GeoKeys {
   bool operator==(const GeoKeys&) const = default;
 };
 
-/// Adds what kind a system is, its name, and the geographic system that it stands on. It always can.
-void AddGeographicKeys(const GeoCoordSysDescription& system, GeoKeys& keys);
+/// The keys that say what kind a system is, its name, and the geographic system that it stands on. There always are.
+GeoKeys GeographicKeys(const GeoCoordSysDescription& system);
 
-/// Adds the system's plane and its heights.
+/// Makes all keys of a system: those above, its plane and its heights.
 /// @param units  the name of the unit that x and y have: "Metre", "Foot" or "US Survey Foot". Any other counts as the
 ///               system's own, as do all for a system that is in none of these.
+/// @param keys   gets them, in place of what was in it.
 /// @param fault  gets, on false, what the format can't say of the system.
-/// @return false when it can't express the projection. The keys are then those of a system that has a name alone.
-bool AddProjectionKeys(const GeoCoordSysDescription& system, const std::wstring& units, GeoKeys& keys,
-                       std::wstring& fault);
+/// @return false when it can't express the projection, where the keys are those of a system that has a name alone, or
+/// the heights, where they are those of the plane.
+bool MakeGeoKeys(const GeoCoordSysDescription& system, const std::wstring& units, GeoKeys& keys, std::wstring& fault);
 
 }  // namespace vak

@@ -1,10 +1,12 @@
 #include "vakdtm/services/tiff/GeoTiffFile.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <geotiffio.h>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -65,6 +67,45 @@ int DropWarning(TIFF* /*image*/, void* /*reasons*/, const char* /*module*/, cons
 /// What the library of the keys has to say about them, which its answers tell too.
 void DropKeyMessage(gtiff* /*keys*/, int /*level*/, const char* /*format*/, ...) {}
 
+/// A field of one whole number, and which ones it takes.
+struct NumberField {
+  unsigned tag;
+  int least;
+  int most;
+};
+
+constexpr int kMostOfShort = 65535;
+
+/// The library reads as many arguments as a field has, of the type that it has: others would be read from nowhere.
+constexpr std::array kNumberFields{NumberField{TIFFTAG_SUBFILETYPE, 0, 7},
+                                   NumberField{TIFFTAG_IMAGEWIDTH, 1, std::numeric_limits<int>::max()},
+                                   NumberField{TIFFTAG_IMAGELENGTH, 1, std::numeric_limits<int>::max()},
+                                   NumberField{TIFFTAG_BITSPERSAMPLE, 1, 64},
+                                   NumberField{TIFFTAG_COMPRESSION, 1, kMostOfShort},
+                                   NumberField{TIFFTAG_PHOTOMETRIC, 0, kMostOfShort},
+                                   NumberField{TIFFTAG_THRESHHOLDING, 1, 3},
+                                   NumberField{TIFFTAG_FILLORDER, 1, 2},
+                                   NumberField{TIFFTAG_ORIENTATION, 1, 8},
+                                   NumberField{TIFFTAG_SAMPLESPERPIXEL, 1, kMostOfShort},
+                                   NumberField{TIFFTAG_ROWSPERSTRIP, 1, std::numeric_limits<int>::max()},
+                                   NumberField{TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG, PLANARCONFIG_CONTIG},
+                                   NumberField{TIFFTAG_RESOLUTIONUNIT, 1, 3},
+                                   NumberField{TIFFTAG_PREDICTOR, 1, 3},
+                                   NumberField{TIFFTAG_SAMPLEFORMAT, 1, 6}};
+
+/// Whether a field takes a number, else why it doesn't.
+std::wstring FaultOfField(TIFF* image, unsigned tag, int value) {
+  const auto* const found = std::find_if(kNumberFields.begin(), kNumberFields.end(),
+                                         [&](const NumberField& each) { return each.tag == tag; });
+  // A method of compression brings fields of its own.
+  if (found == kNumberFields.end() || TIFFFindField(image, tag, TIFF_ANY) == nullptr) {
+    return L"field " + std::to_wstring(tag) + L" isn't one of a single whole number";
+  }
+  const bool taken = value >= found->least && value <= found->most;
+  if (taken && (tag != TIFFTAG_COMPRESSION || TIFFIsCODECConfigured(static_cast<std::uint16_t>(value)) != 0)) return {};
+  return L"field " + std::to_wstring(tag) + L" can't be " + std::to_wstring(value);
+}
+
 struct FreeOptions {
   void operator()(TIFFOpenOptions* options) const { TIFFOpenOptionsFree(options); }
 };
@@ -119,7 +160,9 @@ struct GeoTiffFile::Image {
   TIFF* tiff = nullptr;
   GeoKeys keys;
   bool hasKeys = false;
-  bool failed = false;  // something of it couldn't be written
+  std::wstring keyFault;       // what the keys can't say of the system
+  bool failed = false;         // something of it couldn't be written
+  std::uint32_t rowsDone = 0;  // scan lines written, from the top
 
   Image() = default;
   Image(const Image&) = delete;
@@ -134,12 +177,25 @@ struct GeoTiffFile::Image {
 
   bool Close() {
     if (tiff == nullptr) return !failed;
+    LookAtRows();
     if (hasKeys && !Note(WriteKeys(tiff, keys))) reasons.Note(L"the coordinate system couldn't be written");
     errno = 0;
     // Closing alone wouldn't tell whether the rest could be written.
     Note(TIFFFlush(tiff) != 0);
     XTIFFClose(std::exchange(tiff, nullptr));
     return !failed;
+  }
+
+  std::uint32_t Rows() const {
+    std::uint32_t rows = 0;
+    return TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &rows) != 0 ? rows : 0;
+  }
+
+  /// An image without all of its lines can't be opened, or is short.
+  void LookAtRows() {
+    const std::uint32_t rows = Rows();
+    if (Note(rows > 0 && rowsDone == rows)) return;
+    reasons.Note(std::to_wstring(rowsDone) + L" of " + std::to_wstring(rows) + L" lines of the image were written");
   }
 };
 
@@ -155,15 +211,25 @@ tiff* GeoTiffFile::CreateNewGeoTiffFile(const wchar_t* path) {
 
 int GeoTiffFile::ExtTIFFSetField(unsigned tag, int value) {
   if (!image_ || image_->tiff == nullptr) return 0;
+  if (const std::wstring fault = FaultOfField(image_->tiff, tag, value); !fault.empty()) {
+    image_->reasons.Note(fault);
+    return image_->Note(false) ? 1 : 0;
+  }
   errno = 0;
   return image_->Note(TIFFSetField(image_->tiff, tag, value) != 0) ? 1 : 0;
 }
 
 int GeoTiffFile::ExtTIFFWriteScanline(void* buffer, unsigned long row, unsigned short sample) {
   if (!image_ || image_->tiff == nullptr) return -1;
+  if (row != image_->rowsDone || row >= image_->Rows()) {
+    image_->reasons.Note(L"line " + std::to_wstring(row) + L" of the image isn't the next one of its " +
+                         std::to_wstring(image_->Rows()));
+    image_->Note(false);
+    return -1;
+  }
   errno = 0;
-  const int written = TIFFWriteScanline(image_->tiff, buffer, static_cast<std::uint32_t>(row), sample);
-  image_->Note(written >= 0);
+  const int written = TIFFWriteScanline(image_->tiff, buffer, image_->rowsDone, sample);
+  if (image_->Note(written >= 0)) ++image_->rowsDone;
   return written;
 }
 
@@ -182,17 +248,19 @@ bool GeoTiffFile::SetAlpha() {
 
 bool GeoTiffFile::SetGeographicGeoKeys(VakGeoCoordSysBase* system) {
   if (!image_ || image_->tiff == nullptr || system == nullptr) return false;
-  AddGeographicKeys(system->Describe(), image_->keys);
+  image_->keys = GeographicKeys(system->Describe());
+  image_->keyFault.clear();
   image_->hasKeys = true;
   return true;
 }
 
 bool GeoTiffFile::SetProjectionGeoKeys(VakGeoCoordSysBase* system, std::wstring& units) {
   if (!image_ || image_->tiff == nullptr || system == nullptr) return false;
+  image_->keyFault.clear();
   image_->hasKeys = true;
   std::wstring fault;
-  if (AddProjectionKeys(system->Describe(), units, image_->keys, fault)) return true;
-  image_->reasons.Note(L"the format can't express " + fault);
+  if (MakeGeoKeys(system->Describe(), units, image_->keys, fault)) return true;
+  image_->keyFault = L"the format can't express " + fault;
   return false;
 }
 
@@ -216,7 +284,8 @@ bool GeoTiffFile::Close() {
 
 const std::wstring& GeoTiffFile::LastError() const {
   static const std::wstring none;
-  return image_ ? image_->reasons.first : none;
+  if (!image_) return none;
+  return image_->reasons.first.empty() ? image_->keyFault : image_->reasons.first;
 }
 
 }  // namespace vak

@@ -157,6 +157,68 @@ TEST(GeoTiffFile, FailuresAreToldAndNeverPrinted) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
+TEST(GeoTiffFile, LinesComeOneBehindTheOtherAndAllOfThem) {
+  const TestFolder folder;
+  const struct {
+    std::vector<unsigned long> rows;
+    int good;  // how many of them
+    std::wstring error;
+  } cases[] = {{{0, 1}, 2, L""},
+               {{}, 0, L"0 of 2 lines of the image were written"},
+               {{0}, 1, L"1 of 2 lines of the image were written"},
+               {{1}, 0, L"line 1 of the image isn't the next one of its 2"},
+               {{0, 0}, 1, L"line 0 of the image isn't the next one of its 2"},
+               {{0, 1, 2}, 2, L"line 2 of the image isn't the next one of its 2"},
+               {{0, 1UL << 32}, 1, L"line 4294967296 of the image isn't the next one of its 2"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.rows));
+    SmallImage image(folder.WideFile("a.tif"));
+    int good = 0;
+    for (const unsigned long row : c.rows) {
+      float line[] = {1, 7};
+      good += image.File().ExtTIFFWriteScanline(line, row, 4) >= 0 ? 1 : 0;
+    }
+    EXPECT_EQ(good, c.good);
+    EXPECT_EQ(image.File().Close(), c.error.empty());
+    EXPECT_EQ(image.File().LastError(), c.error);
+  }
+}
+
+TEST(GeoTiffFile, FieldsOfOtherFormsAndNumbersOutOfRangeAreRefused) {
+  const TestFolder folder;
+  const struct {
+    unsigned tag;
+    int value;
+  } cases[] = {{34735, 1}, {34736, 1}, {34737, 1}, {33550, 1}, {33922, 1}, {42113, 1}, {305, 1},  {306, 1},  {320, 1},
+               {330, 1},   {282, 1},   {338, 1},   {273, 1},   {322, 16},  {0, 1},     {256, 0},  {256, -1}, {257, 0},
+               {257, -1},  {258, -5},  {258, 0},   {259, -1},  {259, 999}, {277, 0},   {278, -1}, {284, 2},  {339, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.tag) + " " + std::to_string(c.value));
+    SmallImage image(folder.WideFile("a.tif"));
+    EXPECT_EQ(image.File().ExtTIFFSetField(c.tag, c.value), 0);
+    EXPECT_NE(image.File().LastError().find(L"field " + std::to_wstring(c.tag)), std::wstring::npos);
+    EXPECT_FALSE(image.File().Close());
+  }
+}
+
+TEST(GeoTiffFile, KeysOfOneSystemTakeThePlaceOfAnothers) {
+  const TestFolder folder;
+  const auto plane = VakGeoCoordSysBase::FromText(L"EPSG:32614");
+  const auto globe = VakGeoCoordSysBase::FromText(L"EPSG:4326");
+  const auto odd = VakGeoCoordSysBase::FromText(L"ESRI:54009");
+  std::wstring units;
+  SmallImage image(folder.WideFile("a.tif"));
+  image.WriteLines();
+  EXPECT_TRUE(image.File().SetProjectionGeoKeys(plane.get(), units)) << "without what it stands on before";
+  EXPECT_FALSE(image.File().SetProjectionGeoKeys(odd.get(), units));
+  EXPECT_NE(image.File().LastError(), L"");
+  EXPECT_TRUE(image.File().SetGeographicGeoKeys(globe.get()) && image.File().SetProjectionGeoKeys(globe.get(), units));
+  EXPECT_EQ(image.File().LastError(), L"");
+  EXPECT_TRUE(image.File().Close());
+  EXPECT_EQ(TiffImage(folder.File("a.tif")).Keys(),
+            (std::map<int, int>{{1024, 2}, {1025, 1}, {2048, 4326}, {2054, 9122}}));
+}
+
 TEST(GeoTiffFile, WhatMayPassFourGigabytesIsABigTiff) {
   const TestFolder folder;
   const struct {
@@ -217,6 +279,16 @@ TEST(GeoTiffFileInGdal, IsInTheSystemOfItsNumber) {
     texts.push_back(std::string("EPSG:") + code);
   }
   EXPECT_EQ(WronglyRead(texts), "");
+}
+
+TEST(GeoTiffFileInGdal, ProjectionOfItsOwnKeepsTheDatumOfItsBase) {
+  EXPECT_EQ(WronglyRead({"+proj=tmerc +lat_0=48 +lon_0=11 +k=0.997 +x_0=1100 +y_0=2200 +datum=NAD27",
+                         "+proj=stere +lat_0=52 +lon_0=5 +k=0.9999 +x_0=1100 +y_0=2200 +datum=NAD83",
+                         "+proj=eqdc +lat_1=29 +lat_2=45 +lat_0=37 +lon_0=-96 +x_0=1100 +y_0=2200 +datum=NAD83",
+                         "+proj=aeqd +lat_0=52 +lon_0=10 +x_0=1100 +y_0=2200 +datum=WGS84",
+                         "+proj=mill +lon_0=10 +x_0=1100 +y_0=2200 +datum=WGS84"},
+                        " +type=crs"),
+            "");
 }
 
 TEST(GeoTiffFileInGdal, IsInTheSystemOfATextWithoutANumber) {

@@ -1,14 +1,16 @@
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <limits>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <sys/statvfs.h>
+#include <system_error>
 #include <vector>
 
 #include "vakdtm/export/BlockRange.h"
@@ -98,8 +100,24 @@ std::string ColorMapList() {
 
 std::string Whole(double value) {
   std::string text;
-  AppendFixed(text, std::ceil(value), 0);
+  AppendFixed(text, value, 0);
   return text;
+}
+
+/// The path of a file as it is on the disk. A path that goes over a link and back doesn't end where its letters do.
+std::wstring RealPath(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical(path, error);
+  return FromUtf8(error ? path : real.native());
+}
+
+/// What the system said in its own words, in those of the command.
+std::string InOwnWords(const std::wstring& reason) {
+  const std::string said = ToUtf8(reason);
+  for (const int error : {ENOSPC, EDQUOT, EFBIG, EACCES, EPERM, EROFS, ENOENT}) {
+    if (said == std::generic_category().message(error)) return WriteErrorText(error);
+  }
+  return said;
 }
 
 /// The unit that a project has for the system's x and y; metres where it has none for them.
@@ -138,7 +156,7 @@ class GeoTiffExport {
     Page extents;
     PolyClipLine* const polygon = HasPolygon() ? &polygon_ : nullptr;
     // The world file is named after the target, which the job doesn't know.
-    job.SetInitInfo(target_.Path(), table_, FromUtf8(options_.model), polygon, false);
+    job.SetInitInfo(target_.Path(), table_, RealPath(options_.model), polygon, false);
     job.SetSunIllumination(!options_.sun.empty(), sun_.azimuth, sun_.elevation, sun_.factor);
     job.SetExtentsPage(&extents);
     job.SetTellsReaders(true);
@@ -194,7 +212,9 @@ class GeoTiffExport {
       return context_.Misuse("--empty is for rasters: an empty pixel of colours is transparent",
                              "give --raster as well, or leave it out");
     }
-    if (std::fabs(*options_.empty) <= static_cast<double>(std::numeric_limits<float>::max())) return kDone;
+    // What lies nearer to the largest number than to the next one, which isn't there any more, is the largest.
+    constexpr double kBeyond = 0x1.ffffffp127;
+    if (std::fabs(*options_.empty) < kBeyond) return kDone;
     return context_.Misuse("--empty: beyond the numbers that a raster of 32-bit floats can hold", "give one as -9999");
   }
 
@@ -267,7 +287,10 @@ class GeoTiffExport {
       return context_.Fail(options_.model, "has no areas, and an image of none has no extents",
                            "ask \"vakdtm info\" what it has");
     }
-    if (HasPolygon()) polygon_.GetExtents(areas);
+    if (HasPolygon()) {
+      areas = Page();
+      polygon_.GetExtents(areas);
+    }
     const double cell = model_->CellSize();
     const double wide = HasPolygon() ? 1 : 0;  // a polygon's last cells are those that its edges lie in
     columns_ = std::floor(areas.right() / cell) - std::floor(areas.left() / cell) + wide;
@@ -287,7 +310,7 @@ class GeoTiffExport {
     if (size <= room) return kDone;
     return context_.Fail(target_.Name(),
                          "the image has " + Whole(columns_) + " x " + Whole(rows_) + " pixels and takes " +
-                             Whole(size / 1e9) + " GB at least, with room for " + Whole(room / 1e9),
+                             SizeText(size) + " at least, with room for " + SizeText(room),
                          "make room, or export a part of it with --polygon");
   }
 
@@ -319,13 +342,27 @@ class GeoTiffExport {
   int FailJob(int result, const VakGridToGeoTiffProcessor& job) const {
     if (result == ProcessThread::kStopped || StopRequested()) return context_.Stopped("nothing was kept");
     if (!IsWholeRead(*model_)) return FailReading(context_, options_.model, *model_);
-    return FailWriting(ToUtf8(job.LastError()));
+    using Fault = VakGridToGeoTiffProcessor::Fault;
+    const std::string error = ToUtf8(job.LastError());
+    switch (job.LastFault()) {
+      case Fault::kModel:
+        return context_.Fail(options_.model, error, "run \"vakdtm verify " + options_.model + "\"");
+      case Fault::kSize:
+        return context_.Fail(target_.Name(),
+                             "the image has " + Whole(columns_) + " x " + Whole(rows_) + " pixels: " + error,
+                             "export a part of it with --polygon");
+      case Fault::kImage:
+        return FailWriting(InOwnWords(job.LastError()));
+      default:
+        return context_.Fail(target_.Name(),
+                             error.empty() ? "the image couldn't be made: out of memory or threads" : error, "");
+    }
   }
 
   int FailWriting(const std::string& error) const {
     if (StopRequested()) return context_.Stopped("nothing was kept");
     if (target_.ReaderGone()) return kCouldNotBeDone;
-    return context_.Fail(target_.Name(), "cannot write: " + (error.empty() ? "no room for all of it" : error),
+    return context_.Fail(target_.Name(), "cannot write: " + (error.empty() ? "the image couldn't be finished" : error),
                          target_.Remedy());
   }
 

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <string_view>
 #include <sys/stat.h>
 #include <vector>
 
+#include "vakdtm/services/text/FormatNumber.h"
 #include "vakdtm/services/text/Utf8.h"
 
 #include "ResultFile.h"
@@ -86,6 +88,15 @@ bool ImageTarget::FailWith(int error) {
   remedy_ = IsLackOfRoom(error) ? "make room, or name another file with -o" : "name another file with -o";
   set_.Abandon();
   return false;
+}
+
+std::string SizeText(double bytes) {
+  constexpr double kGigabyte = 1e9;
+  constexpr double kMegabyte = 1e6;
+  const double unit = bytes >= 10 * kGigabyte ? kGigabyte : bytes >= 10 * kMegabyte ? kMegabyte : 1;
+  std::string text;
+  AppendFixed(text, std::floor(bytes / unit), 0);
+  return text + (unit == kGigabyte ? " GB" : unit == kMegabyte ? " MB" : " bytes");
 }
 
 }  // namespace vak

@@ -48,4 +48,8 @@ class ImageTarget {
   ExportTarget alone_;
 };
 
+/// A size for people: whole gigabytes (1e9 bytes) from ten upwards, else whole megabytes from ten upwards, else bytes;
+/// never more than it is.
+std::string SizeText(double bytes);
+
 }  // namespace vak

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "ImageTarget.h"
 #include "support/CommandModels.h"
 #include "support/RunGdal.h"
 #include "support/TiffImage.h"
@@ -18,11 +19,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using test::CommandModels;
 using test::CommandResult;
 using test::TiffImage;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::StartsWith;
 using Words = std::vector<std::string>;
 
 /// Two rows of cells of 1 m; the north row has a gap.
@@ -92,7 +93,7 @@ TEST_F(GeoTiffCommand, NoDataIsTheValueForEmptyCells) {
     const char* value;
     const char* read;
   } cases[] = {
-      {"-9999", "-9999.0"}, {"0", "0.0"}, {"0.1", "0.10000000149011612"}, {"3.4e38", "3.3999999521443642e+38"}};
+      {"-9999", "-9999.0"}, {"0", "0.0"}, {"0.1", "0.10000000149011612"}, {"3.4028235e38", "3.4028234663852886e+38"}};
   for (const auto& c : cases) {
     Make({"--raster", "--empty", c.value});
     EXPECT_EQ(
@@ -241,7 +242,7 @@ TEST_F(GeoTiffCommand, WrongUseIsMisuse) {
       {{"--block", "VAL,NUM"}, "--block: an image has one kind of value - name one as in --block VAL"},
       {{"--empty", "5"},
        "--empty is for rasters: an empty pixel of colours is transparent - give --raster as well, or leave it out"},
-      {{"--raster", "--empty", "1e39"},
+      {{"--raster", "--empty", "3.4028236e38"},
        "--empty: beyond the numbers that a raster of 32-bit floats can hold - give one as -9999"},
       {{"--sun", "a"}, "--sun: 'a' is no sun AZ,EL,FACTOR - give one as 45,45,5"},
       {{"--sun", "1,2,3,4"}, "--sun: '1,2,3,4' is no sun AZ,EL,FACTOR - give one as 45,45,5"},
@@ -301,12 +302,53 @@ TEST_F(GeoTiffCommand, WhatCantBeDoneIsToldAndLeavesNothing) {
 }
 
 TEST_F(GeoTiffCommand, ImageBeyondTheRoomIsRefusedBeforeItIsBegun) {
-  models_.Make("a.dtm", "0.5,0.5,1\n5000000.5,5000000.5,2\n");
+  // Farther apart than any disk has room for, also for colours.
+  models_.Make("a.dtm", "0.5,0.5,1\n500000000.5,500000000.5,2\n");
   const CommandResult result = Export({"--raster", "-o", models_.File("a.tif")});
   EXPECT_EQ(result.status, kCouldNotBeDone);
-  EXPECT_THAT(result.err, HasSubstr("the image has 5000064 x 5000064 pixels and takes 100003 GB at least"));
+  EXPECT_THAT(result.err, HasSubstr("the image has 500000064 x 500000064 pixels and takes 1000000260 GB at least"));
   EXPECT_THAT(Export({"-o", models_.File("a.tif")}).err, HasSubstr("GB at least, with room for"));
   EXPECT_THAT(models_.Names(), ElementsAre("a.dtm"));
+}
+
+TEST_F(GeoTiffCommand, PolygonMakesAnImageOfAFarModelSmall) {
+  models_.Make("a.dtm", "0.5,0.5,1\n10000000.5,10000000.5,2\n");
+  models_.Folder().Write("p.txt", "0.1,0.1\n3.1,0.1\n3.1,3.1\n0.1,3.1\n0.1,0.1\n");
+  Make({"--raster", "--polygon", models_.File("p.txt")});
+  EXPECT_EQ(Image().Width(), 4);
+  EXPECT_EQ(Image().Height(), 4);
+  EXPECT_EQ(Image().Floats()[12], 1);
+}
+
+TEST_F(GeoTiffCommand, LinesBeyondTheMemoryAreRefused) {
+  models_.Make("a.dtm", kCells);
+  models_.Folder().Write("p.txt", "0.5,2000.1\n2000000000.5,2000.1\n2000000000.5,2000.9\n0.5,2000.9\n0.5,2000.1\n");
+  ExpectFails({"--sun", "45", "--polygon", models_.File("p.txt"), "-o", models_.File("a.tif")}, kCouldNotBeDone,
+              models_.File("a.tif") +
+                  ": the image has 2000000001 x 1 pixels: there isn't the memory for lines of so many pixels - export "
+                  "a part of it with --polygon");
+}
+
+TEST_F(GeoTiffCommand, ModelIsTheOneThatThePathLeadsToOverALink) {
+  fs::create_directories(models_.Folder().Path() / "one");
+  fs::create_directories(models_.Folder().Path() / "two/deep");
+  fs::create_directory_symlink("../two/deep", models_.Folder().Path() / "one/link");
+  models_.Make("one/a.dtm", "0.5,0.5,-1\n");
+  models_.Make("two/a.dtm", "0.5,0.5,-2\n");
+  models_.Folder().Write("p.txt", "0.1,0.1\n0.9,0.1\n0.9,0.9\n0.1,0.9\n0.1,0.1\n");
+  const CommandResult result = CommandModels::Run({"export", "geotiff", models_.File("one/link/../a.dtm"), "--raster",
+                                                   "--polygon", models_.File("p.txt"), "-o", models_.File("a.tif")});
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(Image().Floats(), ElementsAre(-2));
+}
+
+TEST(SizeText, IsInTheUnitThatShowsIt) {
+  EXPECT_EQ(SizeText(0), "0 bytes");
+  EXPECT_EQ(SizeText(98304.9), "98304 bytes");
+  EXPECT_EQ(SizeText(9999999), "9999999 bytes");
+  EXPECT_EQ(SizeText(1e7), "10 MB");
+  EXPECT_EQ(SizeText(9999999999.0), "9999 MB");
+  EXPECT_EQ(SizeText(1e10), "10 GB");
 }
 
 TEST_F(GeoTiffCommand, FullDiskLeavesWhatWasThere) {
@@ -317,7 +359,8 @@ TEST_F(GeoTiffCommand, FullDiskLeavesWhatWasThere) {
                         models_.File("a.dtm"), "-o", models_.File("a.tif"), "--raster"})
           .Wait();
   EXPECT_EQ(result.status, kCouldNotBeDone);
-  EXPECT_THAT(result.err, StartsWith("vakdtm export geotiff: " + models_.File("a.tif") + ": cannot write: "));
+  EXPECT_EQ(result.err, "vakdtm export geotiff: " + models_.File("a.tif") +
+                            ": cannot write: File too large - make room, or name another file with -o\n");
   EXPECT_EQ(models_.Folder().Text("a.tif"), "as it was");
   EXPECT_THAT(models_.Names(), ElementsAre("a.dtm", "a.tif"));
 }

@@ -6,9 +6,11 @@
 
 #include "vakdtm/export/GeoTiffFileCreator.h"
 #include "vakdtm/services/color/ColorTable.h"
+#include "vakdtm/services/files/DataSearch.h"
 #include "vakdtm/services/files/FileObject.h"
 #include "vakdtm/services/geodesy/ProjectDefinition.h"
 #include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
+#include "vakdtm/services/geometry/PolyClipLine.h"
 
 #include "support/TestFolder.h"
 #include "support/TestGrid.h"
@@ -73,6 +75,78 @@ TEST_F(GeoTiffFileCreatorTest, MakesARasterWithoutATable) {
   ASSERT_TRUE(Create(creator, false));
   EXPECT_THAT(TiffImage(folder_.File("a.tif")).Floats(), ElementsAre(-1, -1, -5, -3));
   EXPECT_FALSE(folder_.Has("a.dtm.colors"));
+}
+
+TEST_F(GeoTiffFileCreatorTest, PassesEverythingOn) {
+  TestGrid grid({.cellSize = 2.0, .areaSize = 2, .blockIds = {dVAL, dMIN}});
+  for (int row = 0; row < 2; ++row) {
+    for (int col = 0; col < 2; ++col) {
+      ASSERT_TRUE(grid.Set(row, col, dVAL, -3) && grid.Set(row, col, dMIN, -7 - row - 3 * col));
+    }
+  }
+  grid.Close();
+  folder_.Write("b.dtm", {reinterpret_cast<const char*>(grid.Bytes().data()), grid.Bytes().size()});
+  folder_.Write("t.txt", "[COLORTABLE]\nClasses=1\n1=-9,#808080,,\n");
+  PolyClipLine polygon;
+  for (const Point& point : {Point(0.5, 0.5), Point(1.5, 0.5), Point(1.5, 1.5), Point(0.5, 1.5)})
+    polygon.AddElem(point);
+  // Of a name without a folder, in a folder of its kind.
+  DataSearch& search = DataSearch::GetDataSearch();
+  search.AddFolder(kGridModelFile, folder_.WideFile("."));
+  search.AddFolder(kColorTableFile, folder_.WideFile("."));
+  GeoTiffFileCreator creator;
+  const auto make = [&](PolyClipLine* within, bool sun, double direction, double elevation, double strength,
+                        bool colour) {
+    EXPECT_TRUE(creator.CreateFileFromGridModel(L"b.dtm", folder_.WideFile("b.tif"), L"t.txt", dMIN, within, false, sun,
+                                                direction, elevation, strength, colour, -1.0F));
+    return TiffImage(folder_.File("b.tif")).Samples();
+  };
+  make(nullptr, false, 0, 0, 0, false);
+  EXPECT_THAT(TiffImage(folder_.File("b.tif")).Floats(), ElementsAre(-8, -11, -7, -10));
+  make(&polygon, false, 0, 0, 0, false);
+  EXPECT_THAT(TiffImage(folder_.File("b.tif")).Floats(), ElementsAre(-7));
+  EXPECT_EQ(creator.GetExtents().right(), 2);
+  const auto plain = make(&polygon, false, 0, 30, 1, true);
+  EXPECT_THAT(plain, ElementsAre(0x80, 0x80, 0x80, 255));
+  const auto shaded = make(&polygon, true, 0, 30, 1, true);
+  EXPECT_NE(shaded, plain);
+  EXPECT_NE(make(&polygon, true, 90, 30, 1, true), shaded);
+  EXPECT_NE(make(&polygon, true, 0, 60, 1, true), shaded);
+  EXPECT_NE(make(&polygon, true, 0, 30, 3, true), shaded);
+  EXPECT_FALSE(folder_.Has("b.tfw")) << "none was asked for";
+  EXPECT_FALSE(folder_.Has("b.dtm.colors"));
+  search.ClearFolders(kGridModelFile);
+  search.ClearFolders(kColorTableFile);
+}
+
+TEST_F(GeoTiffFileCreatorTest, ImageIsFoundAmongImages) {
+  folder_.Write("old.tif", "another one");
+  DataSearch& search = DataSearch::GetDataSearch();
+  search.AddFolder(kImageFile, folder_.WideFile("."));
+  GeoTiffFileCreator creator;
+  EXPECT_TRUE(creator.CreateFileFromGridModel(folder_.WideFile("a.dtm"), L"old.tif", L"", dVAL, nullptr, false, false,
+                                              0, 0, 0, false, -1.0F));
+  search.ClearFolders(kImageFile);
+  EXPECT_THAT(TiffImage(folder_.File("old.tif")).Floats(), ElementsAre(-1, -1, -5, -3));
+}
+
+TEST_F(GeoTiffFileCreatorTest, WithoutValuesAnEarlierTableIsUsedOrThereIsNoImage) {
+  TestGrid grid({.cellSize = 2.0, .areaSize = 2, .blockIds = {dVAL, dSDV}});
+  grid.Draw("-5 -3");
+  grid.Close();
+  folder_.Write("a.dtm", {reinterpret_cast<const char*>(grid.Bytes().data()), grid.Bytes().size()});
+  const auto makeDeviations = [&] {
+    GeoTiffFileCreator creator;
+    return creator.CreateFileFromGridModel(folder_.WideFile("a.dtm"), folder_.WideFile("a.tif"), L"", dSDV, nullptr,
+                                           false, false, 0, 0, 0, true, -1.0F);
+  };
+  EXPECT_FALSE(makeDeviations());
+  EXPECT_FALSE(folder_.Has("a.tif"));
+  GeoTiffFileCreator heights;
+  ASSERT_TRUE(Create(heights, true));
+  const std::string table = folder_.Text("a.dtm.colors");
+  EXPECT_TRUE(makeDeviations());
+  EXPECT_EQ(folder_.Text("a.dtm.colors"), table);
 }
 
 TEST_F(GeoTiffFileCreatorTest, FailsWithoutAModelOrATable) {

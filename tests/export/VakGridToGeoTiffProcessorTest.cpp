@@ -19,10 +19,12 @@
 #include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
 #include "vakdtm/services/geometry/Page.h"
 #include "vakdtm/services/geometry/PolyClipLine.h"
+#include "vakdtm/services/text/CVakUnitCnv.h"
 #include "vakdtm/store/CellValue.h"
 #include "vakdtm/store/DtmBlockId.h"
 
 #include "support/LongForm.h"
+#include "support/SharedModel.h"
 #include "support/TestFolder.h"
 #include "support/TestGrid.h"
 #include "support/TiffImage.h"
@@ -39,8 +41,9 @@ using Job = VakGridToGeoTiffProcessor;
 /// The project of the process, put back at the end.
 class ProjectWith {
  public:
-  explicit ProjectWith(const std::wstring& system) {
+  explicit ProjectWith(const std::wstring& system, LengthUnit unit = LengthUnit::kMetre) {
     ProjectDefinition project = before_;
+    project.SetUnitCnv(CVakUnitCnv(unit, unit, unit));
     project.SetGeoCoordSys(system.empty() ? nullptr : VakGeoCoordSysBase::FromText(system));
     SetCurrentProjectDefinition(project);
   }
@@ -184,12 +187,61 @@ TEST_F(VakGridToGeoTiffProcessorTest, PolygonBeyondTheModelMakesEmptyPixels) {
 
 TEST_F(VakGridToGeoTiffProcessorTest, PolygonOfTooManyCellsIsRefused) {
   Draw("1\n");
-  PolyClipLine polygon = Square(0, 0, 1e11, 1);
-  Job job(dVAL, false, 0);
-  SetInitInfo(job, &polygon);
-  EXPECT_FALSE(Run(job));
-  EXPECT_NE(job.LastError(), L"");
-  EXPECT_FALSE(folder_.Has("a.tif"));
+  constexpr double kMost = 2147483647;
+  const struct {
+    const char* name;
+    double left, bottom, right, top;
+    Job::Fault fault;
+  } cases[] = {
+      {"wide", 0, 0, 1e11, 1, Job::Fault::kSize},
+      {"high", 0, 0, 1, 1e11, Job::Fault::kSize},
+      {"far to the right", 3e9, 0, 3e9 + 1, 1, Job::Fault::kSize},
+      {"far to the left", -3e9, 0, 1 - 3e9, 1, Job::Fault::kSize},
+      {"far up", 0, 3e9, 1, 3e9 + 1, Job::Fault::kSize},
+      {"of more columns than an int counts", -1.5e9, 0, 1.5e9, 1, Job::Fault::kSize},
+      {"of one column more than an int counts", 0, 0, kMost + 0.5, 1, Job::Fault::kSize},
+      {"as far as it goes", kMost - 1, 0, kMost + 0.5, 0.5, Job::Fault::kNone},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    PolyClipLine polygon = Square(c.left, c.bottom, c.right, c.top);
+    Job job(dVAL, false, 0);
+    SetInitInfo(job, &polygon);
+    EXPECT_EQ(Run(job), c.fault == Job::Fault::kNone);
+    EXPECT_EQ(job.LastFault(), c.fault);
+    EXPECT_EQ(job.LastError().find(L"the polygon is too large") == 0, c.fault != Job::Fault::kNone);
+    EXPECT_EQ(folder_.Has("a.tif"), c.fault == Job::Fault::kNone);
+  }
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, LinesBeyondTheMemoryAreRefusedBeforeTheImageIsMade) {
+  Draw("1 2\n");
+  // Eight bytes for a value, thrice as many when it is shaded, and four times the four bytes of a sample.
+  const struct {
+    bool colour;
+    bool sun;
+    std::uint64_t needed;
+  } cases[] = {{false, false, 4 * 24}, {true, false, 4 * 24}, {true, true, 4 * 48}};
+  for (const auto& c : cases) {
+    for (const std::uint64_t lacking : {1, 0}) {
+      Job job(dVAL, c.colour, 0);
+      SetInitInfo(job);
+      job.SetSunIllumination(c.sun, 0, 30, 1);
+      job.SetLineMemory(c.needed - lacking);
+      EXPECT_EQ(Run(job), lacking == 0);
+      EXPECT_EQ(job.LastFault(), lacking == 0 ? Job::Fault::kNone : Job::Fault::kSize);
+      EXPECT_EQ(job.LastError(), lacking == 0 ? L"" : L"there isn't the memory for lines of so many pixels");
+      EXPECT_EQ(folder_.Has("a.tif"), lacking == 0);
+    }
+    std::filesystem::remove(folder_.Path() / "a.tif");
+  }
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, PolygonWithoutVerticesIsNone) {
+  Draw("1 2\n");
+  PolyClipLine polygon;
+  EXPECT_THAT(Raster({}, &polygon), testing::SizeIs(16));
+  EXPECT_EQ(Image().Floats()[12], 1);
 }
 
 TEST_F(VakGridToGeoTiffProcessorTest, ModelWithoutAreasIsRefused) {
@@ -200,6 +252,7 @@ TEST_F(VakGridToGeoTiffProcessorTest, ModelWithoutAreasIsRefused) {
   ASSERT_TRUE(job.Initialize());
   EXPECT_FALSE(job.Process());
   EXPECT_EQ(job.LastError(), L"the model has no areas");
+  EXPECT_EQ(job.LastFault(), Job::Fault::kModel);
 }
 
 TEST_F(VakGridToGeoTiffProcessorTest, WhatIsMissingIsSaidBeforeTheImageIsMade) {
@@ -207,12 +260,14 @@ TEST_F(VakGridToGeoTiffProcessorTest, WhatIsMissingIsSaidBeforeTheImageIsMade) {
   Job noModel;
   noModel.SetInitInfo(folder_.WideFile("a.tif"), L"", folder_.WideFile("b.dtm"), nullptr, false);
   EXPECT_FALSE(noModel.Initialize());
-  EXPECT_EQ(noModel.LastError(), L"the model can't be opened");
   EXPECT_FALSE(noModel.Process());
+  EXPECT_EQ(noModel.LastError(), L"the model can't be opened");
+  EXPECT_EQ(noModel.LastFault(), Job::Fault::kModel);
   Job noTable;
   noTable.SetInitInfo(folder_.WideFile("a.tif"), folder_.WideFile("b.txt"), folder_.WideFile("a.dtm"), nullptr, false);
   EXPECT_FALSE(noTable.Initialize());
   EXPECT_EQ(noTable.LastError(), L"the colour table can't be read");
+  EXPECT_EQ(noTable.LastFault(), Job::Fault::kColors);
   folder_.Write("b.txt", "no table");
   EXPECT_FALSE(noTable.Initialize());
   EXPECT_NE(noTable.LastError(), L"the colour table can't be read");
@@ -229,6 +284,21 @@ TEST_F(VakGridToGeoTiffProcessorTest, ColourTableIsReadFromItsFile) {
               ElementsAre(0x10, 0x20, 0x30, 255, 0x40, 0x50, 0x60, 255, 255, 255, 255, 0, 255, 255, 255, 0));
 }
 
+TEST_F(VakGridToGeoTiffProcessorTest, TableThatIsGivenTakesThePlaceOfANamedOne) {
+  Draw("1 2\n");
+  Job job;
+  job.SetInitInfo(folder_.WideFile("b.tif"), folder_.WideFile("none.txt"), folder_.WideFile("b.dtm"), nullptr, true);
+  ASSERT_TRUE(table_.SetClasses({{0, 0x010203, 0x010203, L""}}, {}));
+  SetInitInfo(job);
+  ASSERT_TRUE(Run(job));
+  EXPECT_EQ(Image().Line(3)[0], 3);
+  EXPECT_FALSE(folder_.Has("b.tif"));
+  EXPECT_FALSE(folder_.Has("a.tfw")) << "none was asked for";
+  SetInitInfo(job, nullptr, true);
+  ASSERT_TRUE(Run(job));
+  EXPECT_TRUE(folder_.Has("a.tfw"));
+}
+
 TEST_F(VakGridToGeoTiffProcessorTest, MissingSystemFailsAndLeavesTheImageWithoutKeys) {
   const ProjectWith none(L"");
   Draw("1 2\n");
@@ -239,12 +309,36 @@ TEST_F(VakGridToGeoTiffProcessorTest, MissingSystemFailsAndLeavesTheImageWithout
     job.SetExtentsPage(&extents);
     EXPECT_FALSE(Run(job));
     EXPECT_EQ(job.LastError(), L"the project has no coordinate system");
+    EXPECT_EQ(job.LastFault(), Job::Fault::kSystem);
   }
   EXPECT_FALSE(extents.IsValid());
   EXPECT_FALSE(folder_.Has("a.tfw"));
   const TiffImage image = Image();
   EXPECT_FALSE(image.Has(34735) || image.Has(33922));
   EXPECT_EQ(image.Floats()[12], 1.0F);
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, SystemIsWrittenInTheProjectsUnit) {
+  Draw("1 2\n");
+  constexpr int kProjectedUnit = 3076;
+  {
+    const ProjectWith feet(L"EPSG:25831", LengthUnit::kFoot);
+    Raster();
+    EXPECT_EQ(Image().Keys().at(kProjectedUnit), 9002);
+  }
+  const ProjectWith metres(L"EPSG:25831");
+  Raster();
+  EXPECT_EQ(Image().Keys().at(3072), 25831);
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, SystemThatTheFormatLacksIsAWarning) {
+  const ProjectWith mollweide(L"ESRI:54009");
+  Draw("1 2\n");
+  Job job;
+  SetInitInfo(job);
+  EXPECT_TRUE(Run(job));
+  EXPECT_NE(job.LastWarning(), L"");
+  EXPECT_EQ(job.LastError(), L"");
 }
 
 TEST_F(VakGridToGeoTiffProcessorTest, WorldFileHasTheOuterCornerWithSixDecimals) {
@@ -279,6 +373,7 @@ TEST_F(VakGridToGeoTiffProcessorTest, WorldFileThatCantBeWrittenFailsTheJob) {
   SetInitInfo(job, nullptr, true);
   EXPECT_FALSE(Run(job));
   EXPECT_EQ(job.LastError(), L"the world file can't be written");
+  EXPECT_EQ(job.LastFault(), Job::Fault::kImage);
   EXPECT_TRUE(Image().Has(34735)) << "the image itself is whole";
 }
 
@@ -290,6 +385,64 @@ TEST_F(VakGridToGeoTiffProcessorTest, ImageThatCantBeMadeTellsWhy) {
   EXPECT_FALSE(Run(job));
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   EXPECT_EQ(job.LastError(), L"No such file or directory");
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, DiskThatIsFullFailsTheJobWhereverItIs) {
+  Draw("1 2 3\n4 5 6\n");
+  for (const bool colour : {false, true}) {
+    ASSERT_TRUE(table_.SetRange(0, 7, 7, true, false));
+    Job job(dVAL, colour, -1.0F);
+    SetInitInfo(job, nullptr, true);
+    ASSERT_TRUE(Run(job));
+    const test::Bytes whole = folder_.Content("a.tif");
+    // Up to one byte too few, and to none too few.
+    for (std::size_t room = (whole.size() - 1) % 19; room <= whole.size(); room += room + 1 == whole.size() ? 1 : 19) {
+      SCOPED_TRACE(testing::Message() << room << " of " << whole.size() << " bytes");
+      std::filesystem::remove(folder_.Path() / "a.tfw");
+      Page extents;
+      job.SetExtentsPage(&extents);
+      ASSERT_TRUE(job.Initialize());
+      bool done = false;
+      {
+        const test::FullDisk disk(room);
+        done = job.Process();
+      }
+      const bool fits = room == whole.size();
+      ASSERT_EQ(done, fits);
+      ASSERT_EQ(job.LastFault(), fits ? Job::Fault::kNone : Job::Fault::kImage);
+      ASSERT_EQ(job.LastError(), fits ? L"" : L"File too large");
+      ASSERT_EQ(extents.IsValid(), fits) << "an image that isn't whole has no extents";
+      ASSERT_EQ(folder_.Has("a.tfw"), fits);
+      ASSERT_EQ(folder_.Content("a.tif") == whole, fits);
+    }
+  }
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, LineThatCantBeWrittenEndsTheJob) {
+  // Without a system, so that a job that went on would tell of that.
+  const ProjectWith none(L"");
+  TestGrid grid({.cellSize = 1.0, .areaSize = 64, .blockIds = {dVAL}});
+  ASSERT_TRUE(grid.Set(0, 0, dVAL, 1) && grid.Set(1023, 1023, dVAL, 1));
+  Save(grid);
+  Job job(dVAL, false, 0);
+  SetInitInfo(job);
+  ASSERT_TRUE(job.Initialize());
+  {
+    const test::FullDisk disk(300'000);
+    EXPECT_FALSE(job.Process());
+  }
+  EXPECT_EQ(job.LastError(), L"File too large");
+  EXPECT_LT(job.GetProgress(), 0.5);
+  Draw("1 2\n");
+  // Few lines are written together, at the end.
+  Job small(dVAL, false, 0);
+  SetInitInfo(small);
+  ASSERT_TRUE(small.Initialize());
+  {
+    const test::FullDisk disk(20);
+    EXPECT_FALSE(small.Process());
+  }
+  EXPECT_EQ(small.LastError(), L"File too large");
 }
 
 TEST_F(VakGridToGeoTiffProcessorTest, StoppedRunLeavesWhatThereIsAndIsNotDone) {
@@ -307,12 +460,16 @@ TEST_F(VakGridToGeoTiffProcessorTest, StoppedRunLeavesWhatThereIsAndIsNotDone) {
 }
 
 TEST_F(VakGridToGeoTiffProcessorTest, ProgressIsTheShareOfPixels) {
-  Draw("1 2\n");
+  TestGrid grid(settings_);
+  ASSERT_TRUE(grid.Set(0, 0, dVAL, 1) && grid.Set(0, 9, dVAL, 1));
+  Save(grid);
   Job job(dVAL, false, 9999.0F);
   SetInitInfo(job);
   EXPECT_EQ(job.GetProgress(), 0.0);
   ASSERT_TRUE(Run(job));
-  EXPECT_EQ(job.GetProgress(), 1.0);
+  EXPECT_EQ(job.GetProgress(), 1.0) << "of 12 columns and 4 rows";
+  ASSERT_TRUE(Run(job));
+  EXPECT_EQ(job.GetProgress(), 1.0) << "of the second run";
   EXPECT_EQ(job.PixelsWithValue(), 2);
 }
 
@@ -374,6 +531,57 @@ TEST_F(VakGridToGeoTiffProcessorTest, BigImagesMayBeBigTiffs) {
   job.Stop();
   EXPECT_FALSE(job.Process());
   EXPECT_TRUE(Image().IsBig());
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, ImagesThatCompressingMayMakeBigAreBigTiffs) {
+  // 30000 lines of 30000 pixels are 3.6 GB, of which the worst of lines would make more than 4 GiB.
+  TestGrid grid(settings_);
+  ASSERT_TRUE(grid.Set(0, 0, dVAL, 1) && grid.Set(29999, 29999, dVAL, 1));
+  Save(grid);
+  for (const bool colour : {false, true}) {
+    Job job(dVAL, colour, 0);
+    SetInitInfo(job);
+    ASSERT_TRUE(job.Initialize());
+    job.Stop();
+    EXPECT_FALSE(job.Process());
+    EXPECT_EQ(Image().IsBig(), colour);
+  }
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, RightAngleOfShadingHasTenDigits) {
+  // Two heights between which the colour changes are found by halving; of a right angle with more digits they would
+  // both lie on one side of the change.
+  constexpr double kElevation = 30 * std::numbers::pi / 180;
+  constexpr Color kGrey = 0xC0C0C0;
+  ASSERT_TRUE(table_.SetClasses({{-1000, kGrey, kGrey, L""}}, {}));
+  const auto colourOf = [&](double height) {
+    double hue = 0;
+    double saturation = 0;
+    double lightness = 0;
+    ColorTable::RGBtoHSL(kGrey, hue, saturation, lightness);
+    const double angle = (1.570796327 - kElevation) - std::atan(height);
+    lightness = std::clamp(std::cos(angle) * lightness + std::cos(kElevation) * 0.1, 0.0, 1.0);
+    return ColorTable::HSLtoRGB(hue, saturation, lightness) & 0xFFU;
+  };
+  double low = 0;
+  double high = 0.5;
+  const Color dark = colourOf(low);
+  ASSERT_NE(colourOf(high), dark);
+  while (high - low > 1e-12) {
+    const double middle = (low + high) / 2;
+    (colourOf(middle) == dark ? low : high) = middle;
+  }
+  for (const double height : {low, high}) {
+    TestGrid grid(settings_);
+    ASSERT_TRUE(grid.Set(0, 0, dVAL, height) && grid.Set(1, 0, dVAL, 0));
+    Save(grid);
+    Job job;
+    SetInitInfo(job);
+    job.SetSunIllumination(true, 0, 30, 1);
+    ASSERT_TRUE(Run(job));
+    EXPECT_EQ(Image().Line(3)[0], colourOf(height)) << (height == low ? "below" : "above");
+  }
+  EXPECT_NE(colourOf(low), colourOf(high));
 }
 
 // ---- the rules pixel by pixel, said anew, cell by cell

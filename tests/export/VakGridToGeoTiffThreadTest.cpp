@@ -42,7 +42,8 @@ TEST(VakGridToGeoTiffThreadTest, ImageIsWrittenBesideItsMakingAndStoppedFromAnyT
       std::this_thread::yield();
     }
     worker.join();
-    EXPECT_EQ(done, !job.IsStopped());
+    // A stop may come when all is done.
+    EXPECT_TRUE(done || job.IsStopped());
     if (!done) continue;
     const std::vector<float> samples = test::TiffImage(folder.File("a.tif")).Floats();
     ASSERT_EQ(samples.size(), 1216U * 1216U);

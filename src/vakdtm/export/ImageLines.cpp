@@ -27,6 +27,9 @@ constexpr std::array<SunStep, 8> kSunSteps{{{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1
 
 constexpr std::byte kOpaque{0xFF};
 
+/// Whether heights are asked for.
+bool Shades(const ImageRules& rules) { return rules.colourImage && rules.shaded && rules.blockId != tTIM; }
+
 std::vector<int> KindsToRead(const ImageRules& rules, bool shades) {
   std::vector<int> kinds{rules.blockId};
   if (shades && !rules.isHeight) kinds.push_back(dVAL);
@@ -39,7 +42,7 @@ ImageLines::ImageLines(DtmAccess& access, const ImageRules& rules, int firstCol,
     : rules_(rules),
       firstCol_(firstCol),
       width_(static_cast<std::size_t>(std::int64_t{lastCol} - firstCol + 1)),
-      shades_(rules.colourImage && rules.shaded && rules.blockId != tTIM),
+      shades_(Shades(rules)),
       heights_(rules.isHeight ? 0 : 1),
       rows_(access, KindsToRead(rules, shades_), std::int64_t{firstCol} - (shades_ ? 1 : 0),
             std::int64_t{lastCol} + (shades_ ? 1 : 0)),
@@ -48,13 +51,17 @@ ImageLines::ImageLines(DtmAccess& access, const ImageRules& rules, int firstCol,
   for (std::vector<double>& each : neighbours_) each.resize(rows_.Width());
 }
 
+std::uint64_t ImageLines::MemoryOfPixel(const ImageRules& rules) { return (Shades(rules) ? 4 : 1) * sizeof(double); }
+
 void ImageLines::Make(std::int64_t row, std::byte* line) {
-  if (shades_) ReadHeights(row);
+  if (shades_) ReadOwnHeights(row);
   if (shades_ && rules_.isHeight) {
     values_ = neighbours_[kOwn];
   } else {
     rows_.Read(row, 0, rules_.noValue, values_.data());
   }
+  // After the values: it may lie in the next row of areas, which takes the place of this one.
+  if (shades_) ReadHeights(row - 1, kBelow);
   if (rules_.colourImage) {
     MakeColours(row, line);
   } else {
@@ -62,18 +69,17 @@ void ImageLines::Make(std::int64_t row, std::byte* line) {
   }
 }
 
-void ImageLines::ReadHeights(std::int64_t row) {
-  const auto read = [&](std::int64_t of, Neighbour to) {
-    rows_.Read(of, heights_, rules_.noValue, neighbours_[to].data());
-  };
-  if (heightsRead_ && row == heightsRow_ - 1) {
+void ImageLines::ReadHeights(std::int64_t row, Neighbour to) {
+  rows_.Read(row, heights_, rules_.noValue, neighbours_[to].data());
+}
+
+void ImageLines::ReadOwnHeights(std::int64_t row) {
+  if (heightsRead_) {
     std::rotate(neighbours_.begin(), neighbours_.begin() + kOwn, neighbours_.end());
-  } else {
-    read(row + 1, kAbove);
-    read(row, kOwn);
+    return;
   }
-  read(row - 1, kBelow);
-  heightsRow_ = row;
+  ReadHeights(row + 1, kAbove);
+  ReadHeights(row, kOwn);
   heightsRead_ = true;
 }
 

@@ -46,6 +46,9 @@ class ImageLines {
   /// @param firstCol,lastCol  of the image, both inclusive.
   ImageLines(DtmAccess& access, const ImageRules& rules, int firstCol, int lastCol);
 
+  /// How many bytes of memory making lines takes for each of their pixels.
+  static std::uint64_t MemoryOfPixel(const ImageRules& rules);
+
   /// Bytes of a scan line: four a pixel.
   std::size_t LineBytes() const { return width_ * kPixelBytes; }
 
@@ -64,7 +67,8 @@ class ImageLines {
   bool IsEmpty(std::int64_t row, std::size_t pixel, double value) const;
   void MakeRaster(std::int64_t row, std::byte* line);
   void MakeColours(std::int64_t row, std::byte* line);
-  void ReadHeights(std::int64_t row);
+  void ReadHeights(std::int64_t row, Neighbour to);
+  void ReadOwnHeights(std::int64_t row);
   Color PlainColour(double value) const;
   Color Shaded(std::size_t pixel, Color colour);
   bool FindSlope(std::size_t pixel, double height, double& slope) const;
@@ -77,8 +81,7 @@ class ImageLines {
   CellRows rows_;
   std::vector<double> values_;
   std::array<std::vector<double>, 3> neighbours_;
-  std::int64_t heightsRow_ = 0;  // of `kOwn`
-  bool heightsRead_ = false;
+  bool heightsRead_ = false;  // those below the line before, which is to be followed by the one below it
   ColorShades shadesOfColours_;
   std::int64_t pixelsWithValue_ = 0;
   std::int64_t pixelsLikeEmpty_ = 0;

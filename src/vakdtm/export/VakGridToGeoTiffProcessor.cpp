@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <new>
 #include <numbers>
+#include <unistd.h>
 #include <utility>
 
 #include "vakdtm/export/ImageLines.h"
@@ -35,6 +37,7 @@ constexpr double kAmbientShare = 0.1;     // of the light that comes from everyw
 constexpr float kUsualEmptyRasterValue = 9999.0F;
 constexpr unsigned kReadColorTable = 0x20;  // the mode in which a file of colours is opened
 constexpr std::uint64_t kPixelBytes = 4;
+constexpr const wchar_t* kNoMemory = L"there isn't the memory for lines of so many pixels";
 
 /// The unit's name in a project's section of units.
 constexpr const wchar_t* kSystemUnitsKey = L"System Units";
@@ -72,6 +75,14 @@ std::uint64_t MostBytes(std::uint64_t width, std::uint64_t height, bool compress
   return height * (line + (compressed ? line / 2 + 16 : 0) + 16);
 }
 
+/// Half of the machine's memory.
+std::uint64_t UsualLineMemory() {
+  const long pages = sysconf(_SC_PHYS_PAGES);
+  const long pageSize = sysconf(_SC_PAGESIZE);
+  if (pages <= 0 || pageSize <= 0) return std::numeric_limits<std::uint64_t>::max();
+  return static_cast<std::uint64_t>(pages) / 2 * static_cast<std::uint64_t>(pageSize);
+}
+
 /// Whether rows or columns from here to there can be counted by an int.
 bool IsCountable(double first, double last) {
   constexpr double kMost = std::numeric_limits<int>::max();
@@ -88,7 +99,8 @@ VakGridToGeoTiffProcessor::VakGridToGeoTiffProcessor(int blockId, bool colourIma
       sunElevation_(kUsualElevation * kRadiansInDegree),
       isHeight_(DtmBlockId(blockId).IsZ()),
       colourImage_(colourImage),
-      emptyRasterValue_(emptyRasterValue) {}
+      emptyRasterValue_(emptyRasterValue),
+      lineMemory_(UsualLineMemory()) {}
 
 VakGridToGeoTiffProcessor::~VakGridToGeoTiffProcessor() = default;
 
@@ -125,15 +137,17 @@ bool VakGridToGeoTiffProcessor::Initialize() {
 
 bool VakGridToGeoTiffProcessor::Init(const std::wstring& gridPath, const std::wstring& imagePath,
                                      const std::wstring& colorTable) {
+  lastFault_ = Fault::kNone;
   lastError_.clear();
   lastWarning_.clear();
   image_ = std::make_unique<GeoTiffFile>();
   imagePath_ = imagePath;
   if (!colorTable.empty() && !ReadColorTable(colorTable)) return false;
   std::wstring path = gridPath;
-  if (!DataSearch::GetDataSearch().GetFullPath(kGridModelFile, path)) return FailWith(L"there is no model of no name");
+  if (!DataSearch::GetDataSearch().GetFullPath(kGridModelFile, path))
+    return FailWith(Fault::kModel, L"there is no model of no name");
   DtmUpdateFile* const model = DtmManager::GetDtmManager().OpenDtm(path, false, nullptr);
-  if (model == nullptr) return FailWith(L"the model can't be opened");
+  if (model == nullptr) return FailWith(Fault::kModel, L"the model can't be opened");
   access_ = std::make_unique<DtmAccess>(model);
   // The access keeps the model open by a count of its own.
   model->Close();
@@ -148,30 +162,40 @@ bool VakGridToGeoTiffProcessor::Init(const std::wstring& gridPath, const std::ws
 bool VakGridToGeoTiffProcessor::ReadColorTable(std::wstring name) {
   FileObject file;
   if (!DataSearch::GetDataSearch().GetFullPath(kColorTableFile, name) || !file.FileOpen(name, kReadColorTable)) {
-    return FailWith(L"the colour table can't be read");
+    return FailWith(Fault::kColors, L"the colour table can't be read");
   }
   ColorTable read;
-  if (!read.FileOpen(file)) return FailWith(read.LastError());
+  if (!read.FileOpen(file)) return FailWith(Fault::kColors, read.LastError());
   colorTable_ = std::move(read);
   return true;
 }
 
-bool VakGridToGeoTiffProcessor::FailWith(const std::wstring& reason) {
-  if (lastError_.empty()) lastError_ = reason;
+bool VakGridToGeoTiffProcessor::FailWith(Fault fault, const std::wstring& reason) {
+  if (lastFault_ != Fault::kNone) return false;
+  lastFault_ = fault;
+  lastError_ = reason;
   return false;
 }
 
 bool VakGridToGeoTiffProcessor::Process() {
-  if (!access_ || !image_) return FailWith(L"there is no model");
+  if (!access_ || !image_) return FailWith(Fault::kModel, L"there is no model");
+  lastFault_ = Fault::kNone;
+  lastError_.clear();
+  lastWarning_.clear();
   if (!FindExtents()) return false;
+  if (!HasMemoryForLines()) return FailWith(Fault::kSize, kNoMemory);
   image_->SetExpectedSize(
       MostBytes(static_cast<std::uint64_t>(width_), static_cast<std::uint64_t>(height_), colourImage_));
-  if (image_->CreateNewGeoTiffFile(imagePath_.c_str()) == nullptr) return FailWith(image_->LastError());
+  if (image_->CreateNewGeoTiffFile(imagePath_.c_str()) == nullptr) return FailWith(Fault::kImage, image_->LastError());
   SetFields();
-  if (!WriteDtmToTiff()) return FailWith(image_->LastError());
+  try {
+    if (!WriteDtmToTiff()) return FailWith(Fault::kImage, image_->LastError());
+  } catch (const std::bad_alloc&) {
+    return FailWith(Fault::kSize, kNoMemory);
+  }
   const auto project = GetCurrentProjectDefinition();
   VakGeoCoordSysBase* const system = project->GetGeoCoordSys();
-  if (system == nullptr) return FailWith(L"the project has no coordinate system");
+  if (system == nullptr) return FailWith(Fault::kSystem, L"the project has no coordinate system");
   std::wstring unit;
   project->GetAttribute(UNITS_SECTION, kSystemUnitsKey, unit);
   const double left = firstCol_ * cellSizeX_;
@@ -181,10 +205,10 @@ bool VakGridToGeoTiffProcessor::Process() {
   if (!image_->SetProjectionGeoKeys(system, unit)) lastWarning_ = image_->LastError();
   image_->SetTiepoint(0, 0, left, top);
   image_->SetScale(cellSizeX_, cellSizeY_);
-  if (!image_->Close()) return FailWith(image_->LastError());
+  if (!image_->Close()) return FailWith(Fault::kImage, image_->LastError());
   if (extentsPage_ != nullptr) extentsPage_->Set(left, top - height_ * cellSizeY_, left + width_ * cellSizeX_, top);
   if (worldFile_ && !WriteWorldFile(WorldFilePath(imagePath_), cellSizeX_, left, top)) {
-    return FailWith(L"the world file can't be written");
+    return FailWith(Fault::kImage, L"the world file can't be written");
   }
   return !IsStopped();
 }
@@ -193,10 +217,10 @@ bool VakGridToGeoTiffProcessor::FindExtents() {
   if (polygon_ == nullptr || polygon_->IsEmpty()) {
     DtmAreaExtentsProcessor areas;
     if (!areas.ProcessAllCells(*access_) || !areas.GetExtents(firstRow_, firstCol_, lastRow_, lastCol_)) {
-      return FailWith(L"the model has no areas");
+      return FailWith(Fault::kModel, L"the model has no areas");
     }
     if (!IsCountable(firstRow_, lastRow_) || !IsCountable(firstCol_, lastCol_)) {
-      return FailWith(L"the image would have too many pixels");
+      return FailWith(Fault::kSize, L"the image would have too many pixels");
     }
   } else {
     Page extents;
@@ -206,7 +230,7 @@ bool VakGridToGeoTiffProcessor::FindExtents() {
     const double left = std::floor(extents.left() / cellSizeX_);
     const double right = std::floor(extents.right() / cellSizeX_);
     if (!IsCountable(bottom, top) || !IsCountable(left, right)) {
-      return FailWith(L"the polygon is too large for an image of these cells");
+      return FailWith(Fault::kSize, L"the polygon is too large for an image of these cells");
     }
     firstRow_ = static_cast<int>(bottom);
     lastRow_ = static_cast<int>(top);
@@ -216,6 +240,12 @@ bool VakGridToGeoTiffProcessor::FindExtents() {
   width_ = lastCol_ - firstCol_ + 1;
   height_ = lastRow_ - firstRow_ + 1;
   return true;
+}
+
+bool VakGridToGeoTiffProcessor::HasMemoryForLines() const {
+  // Of a long line the writer has two, and the TIFF library has it compressed.
+  constexpr std::uint64_t kWritten = 4 * kPixelBytes;
+  return static_cast<std::uint64_t>(width_) <= lineMemory_ / (ImageLines::MemoryOfPixel(Rules()) + kWritten);
 }
 
 void VakGridToGeoTiffProcessor::SetFields() {
@@ -236,11 +266,7 @@ double VakGridToGeoTiffProcessor::SunDistance() const {
   return sunDirection_ % 4 == 0 ? cellSizeX_ : cellSizeY_;
 }
 
-bool VakGridToGeoTiffProcessor::WriteDtmToTiff() {
-  pixelsDone_ = 0;
-  pixelsWithValue_ = 0;
-  pixelsLikeEmpty_ = 0;
-  totalPixels_ = static_cast<long long>(width_) * height_;
+ImageRules VakGridToGeoTiffProcessor::Rules() const {
   ImageRules rules;
   rules.blockId = blockId_;
   rules.isHeight = isHeight_;
@@ -259,6 +285,15 @@ bool VakGridToGeoTiffProcessor::WriteDtmToTiff() {
   rules.strength = sunStrength_;
   rules.sunStep = sunDirection_;
   rules.sunDistance = SunDistance();
+  return rules;
+}
+
+bool VakGridToGeoTiffProcessor::WriteDtmToTiff() {
+  pixelsDone_ = 0;
+  pixelsWithValue_ = 0;
+  pixelsLikeEmpty_ = 0;
+  totalPixels_ = static_cast<long long>(width_) * height_;
+  const ImageRules rules = Rules();
   ImageLines lines(*access_, rules, firstCol_, lastCol_);
   ScanLineWriter writer(*image_, lines.LineBytes());
   for (std::int64_t row = lastRow_; row >= firstRow_ && !IsStopped(); --row) {

@@ -14,6 +14,7 @@ class DtmAccess;
 class GeoTiffFile;
 class Page;
 class PolyClipLine;
+struct ImageRules;
 
 /// The job that turns a grid model into a GeoTIFF image: of colours by a colour table, shaded by a low sun if wanted,
 /// or a raster of 32-bit floating-point samples. A pixel is a cell; rows go upwards in the model and downwards in the
@@ -28,9 +29,22 @@ class PolyClipLine;
 ///
 /// The coordinate system is that of the current project; without one `Process` fails, and leaves the image without it.
 ///
+/// An image may have any number of pixels, but a few of its scan lines are in memory: it is refused, before there is a
+/// file, when they would take more than half of what the machine has.
+///
 /// False doesn't mean that nothing was written: an image that failed or was stopped stays as far as it came.
 class VakGridToGeoTiffProcessor : public Processor {
  public:
+  /// What a failure is about.
+  enum class Fault {
+    kNone,    ///< There was none, or it was stopped.
+    kModel,   ///< The model can't be opened, or has nothing to show.
+    kColors,  ///< The colour table can't be read.
+    kSize,    ///< The image has more rows or columns than can be counted, or than there is memory for.
+    kSystem,  ///< The project has no coordinate system.
+    kImage    ///< The image or its world file can't be written.
+  };
+
   /// An image of heights in colours.
   VakGridToGeoTiffProcessor();
   /// @param blockId           the kind of value that the image shows.
@@ -65,6 +79,8 @@ class VakGridToGeoTiffProcessor : public Processor {
   /// Notes in the image what its form doesn't say: the value of a raster's empty pixels, and that the fourth sample of
   /// a colour image is its transparency. Without that, as at first, readers guess.
   void SetTellsReaders(bool tells) { tellsReaders_ = tells; }
+  /// How much memory scan lines may take in all, in bytes; at first half of what the machine has.
+  void SetLineMemory(std::uint64_t bytes) { lineMemory_ = bytes; }
   /// @param page  gets the image's outer edges in model units when it is done; null: nobody wants them. Not owned.
   void SetExtentsPage(Page* page) { extentsPage_ = page; }
 
@@ -76,6 +92,7 @@ class VakGridToGeoTiffProcessor : public Processor {
 
   /// Why `Initialize` or `Process` answered false, one sentence; empty when there is nothing to say.
   const std::wstring& LastError() const { return lastError_; }
+  Fault LastFault() const { return lastFault_; }
   /// What an image lacks that was made all the same: a system that the format can't express; empty when nothing.
   const std::wstring& LastWarning() const { return lastWarning_; }
   /// How many pixels of the last image aren't empty.
@@ -87,10 +104,12 @@ class VakGridToGeoTiffProcessor : public Processor {
   bool Init(const std::wstring& gridPath, const std::wstring& imagePath, const std::wstring& colorTable);
   bool ReadColorTable(std::wstring name);
   bool FindExtents();
+  bool HasMemoryForLines() const;
   void SetFields();
+  ImageRules Rules() const;
   bool WriteDtmToTiff();
   double SunDistance() const;
-  bool FailWith(const std::wstring& reason);
+  bool FailWith(Fault fault, const std::wstring& reason);
 
   ColorTable colorTable_;
   PolyClipLine* polygon_ = nullptr;
@@ -129,6 +148,8 @@ class VakGridToGeoTiffProcessor : public Processor {
   bool tellsReaders_ = false;
   std::int64_t pixelsWithValue_ = 0;
   std::int64_t pixelsLikeEmpty_ = 0;
+  std::uint64_t lineMemory_;
+  Fault lastFault_ = Fault::kNone;
   std::wstring lastError_;
   std::wstring lastWarning_;
 };

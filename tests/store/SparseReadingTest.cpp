@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <memory>
@@ -10,6 +12,7 @@
 #include "vakdtm/store/DtmAccess.h"
 #include "vakdtm/store/DtmArea.h"
 #include "vakdtm/store/DtmFile.h"
+#include "vakdtm/store/GridFormat.h"
 
 #include "support/LongForm.h"
 #include "support/OtherWriter.h"
@@ -40,6 +43,26 @@ DtmAccess SparseAccess(DtmFile& file) {
   DtmAccess access(&file);
   access.SetSparseReading(true);
   return access;
+}
+
+struct HeaderStart {
+  DtmArea* area;
+  int id;
+  std::size_t start;  // in the file
+};
+
+/// Where the headers of the blocks are in the first areas of a model.
+std::vector<HeaderStart> HeaderStarts(TestGrid& grid, int areas) {
+  std::vector<HeaderStart> starts;
+  for (int i = 0; i < areas; ++i) {
+    DtmArea* const area = grid.File().GetArea(i);
+    const std::scoped_lock lock(area->Mutex());
+    for (int slot = 0; slot < grid.File().NumBlockIds(); ++slot) {
+      const std::int64_t body = area->FindDataBlockAt(slot)->BlockPosition();
+      starts.push_back({area, grid.File().GetBlockId(slot), static_cast<std::size_t>(body - grid::kHeaderSize)});
+    }
+  }
+  return starts;
 }
 
 TEST(SparseReading, AnswersAsReadingWholeBlocksDoes) {
@@ -206,37 +229,114 @@ TEST(SparseReading, SlopesAndInterpolationAreTheSame) {
   }
 }
 
-/// Every byte of a model is damaged in turn, and its end cut at every place: either way of reading answers the same.
+/// Every byte of a model is damaged in turn, and its end cut at every place: either way of reading answers the same,
+/// but where another block's header alone is harmed. There the cell that the file has is read.
 TEST(SparseReading, AnswersOnDamagedFilesAsReadingWholeBlocksDoes) {
-  TestGrid whole({.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL, iNUM, fBKS}});
+  const std::vector<int> ids = {dVAL, iNUM, fBKS};
+  TestGrid whole({.cellSize = 1.0, .areaSize = 2, .blockIds = ids});
   whole.Draw(
       "1 2 3\n"
       "4 5 6");
   whole.Close();
   const std::vector<std::uint8_t> bytes = whole.Bytes();
+  TestGrid sound(bytes);
+  const auto starts = HeaderStarts(sound, 2);
   int refused = 0;
-  const auto compare = [&](const std::vector<std::uint8_t>& damaged, const std::string& what) {
+  int beside = 0;
+  constexpr std::size_t kList = 56;  // where the file's list of blocks is
+  // @param at  the harmed byte. @return whether it belongs to the header of another block in the cell's area, or to the
+  // name that the list has for another block, without the letter from which the width follows.
+  const auto isBeside = [&](std::size_t at, int row, int col, int id) {
+    if (at >= kList && at < kList + 4 * ids.size()) return ids[(at - kList) / 4] != id && at % 4 != 3;
+    const auto found = std::find_if(starts.begin(), starts.end(), [&](const HeaderStart& header) {
+      return at >= header.start && at < header.start + grid::kHeaderSize;
+    });
+    return found != starts.end() && found->id != id && found->area->IsInArea(row, col);
+  };
+  const auto compare = [&](const std::vector<std::uint8_t>& damaged, std::size_t at, bool flipped) {
     if (!test::Opens(damaged)) return;
-    TestGrid first(damaged);
     TestGrid second(damaged);
-    first.Access().SetSparseReading(true);
-    for (int row = -1; row < 3; ++row) {
-      for (int col = -1; col < 5; ++col) {
-        for (const int id : {dVAL, iNUM, fBKS}) {
-          ASSERT_TRUE(ReadsAlike(first.Access(), second.Access(), row, col, id)) << what << ' ' << row << ' ' << col;
+    for (const int id : ids) {
+      TestGrid first(damaged);  // a new one, since an area whose harmed block was asked for gives nothing any more
+      first.Access().SetSparseReading(true);
+      for (int row = -1; row < 3; ++row) {
+        for (int col = -1; col < 5; ++col) {
+          SCOPED_TRACE(testing::Message()
+                       << (flipped ? "flipped " : "cut at ") << at << ", cell " << row << ' ' << col);
+          double value = 0;
+          const bool found = first.Access().GetDoubleValue(row, col, id, value);
+          const bool harmless = flipped && isBeside(at, row, col, id);
+          double other = 0;
+          EXPECT_EQ(found, (harmless ? sound : second).Access().GetDoubleValue(row, col, id, other));
+          EXPECT_TRUE(SameBits(value, other));
+          refused += found ? 0 : 1;
+          beside += harmless && found ? 1 : 0;
         }
       }
     }
-    double value = 0;
-    refused += first.Access().GetDoubleValue(0, 0, dVAL, value) ? 0 : 1;
   };
-  for (std::size_t at = 0; at < bytes.size(); ++at) {
+  for (std::size_t at = 0; at < bytes.size() && !testing::Test::HasFailure(); ++at) {
     std::vector<std::uint8_t> flipped = bytes;
     flipped[at] ^= 0x41;
-    compare(flipped, "flipped " + std::to_string(at));
-    compare({bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(at)}, "cut at " + std::to_string(at));
+    compare(flipped, at, true);
+    compare({bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(at)}, at, false);
   }
   EXPECT_GT(refused, 20) << "there was damage to be met";
+  // Two areas of four cells, of each three blocks with two others: the headers' eight bytes, the names' three.
+  EXPECT_EQ(beside, 2 * 4 * 3 * 2 * (8 + 3));
+}
+
+/// A file whose areas have their blocks in another order than it says, with chunks that nobody knows.
+TEST(SparseReading, FindsBlocksThatAreNotWhereTheyAreWritten) {
+  TestGrid usual({.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL, iNUM}});
+  for (int cell = 0; cell < 4; ++cell) {
+    usual.Set(cell / 2, cell % 2, dVAL, cell + 1);
+    usual.Set(cell / 2, cell % 2, iNUM, 10 * cell + 1);
+  }
+  usual.Close();
+  std::vector<std::uint8_t> bytes = usual.Bytes();
+  TestGrid sound(bytes);
+  const auto starts = HeaderStarts(sound, 1);
+  ASSERT_EQ(starts.size(), 2u);
+  const auto at = [&](std::size_t offset) { return bytes.begin() + static_cast<std::ptrdiff_t>(offset); };
+  // The two change places, headers and all.
+  std::rotate(at(starts[0].start), at(starts[1].start), at(starts[1].start + grid::kHeaderSize + 4 * 4));
+  TestGrid odd(bytes);
+  DtmAccess sparse = SparseAccess(odd.File());
+  for (int cell = 0; cell < 4; ++cell) {
+    double value = 0;
+    ASSERT_TRUE(sparse.GetDoubleValue(cell / 2, cell % 2, iNUM, value));
+    EXPECT_EQ(value, 10 * cell + 1);
+    ASSERT_TRUE(sparse.GetDoubleValue(cell / 2, cell % 2, dVAL, value));
+    EXPECT_EQ(value, cell + 1);
+  }
+}
+
+TEST(SparseReading, AnAreaCostsItsBeginningAndTheCells) {
+  const std::vector<int> ids = {dVAL, iNUM, dSDV, tTIM, dMIN, dMAX, fXMN, fYMN, fXMX, fYMX};
+  TestGrid grid({.cellSize = 1.0, .areaSize = 64, .blockIds = ids});
+  grid.Set(40, 5, dVAL, 3);
+  grid.Set(40, 5, dMAX, 4);
+  struct Case {
+    int id;
+    int row;
+    std::uint64_t reads;
+    std::uint64_t bytes;  // besides the row
+  };
+  for (const Case& wanted :
+       {Case{dVAL, 40, 2, 48}, Case{dVAL, 1, 1, 48 + 512}, Case{dMAX, 40, 3, 48}, Case{dMAX, 1, 2, 48 + 512}}) {
+    SCOPED_TRACE(testing::Message() << wanted.id << ' ' << wanted.row);
+    grid.Reopen();
+    DtmAccess sparse = SparseAccess(grid.File());
+    const auto before = grid.Memory().counts;
+    double value = 0;
+    ASSERT_TRUE(sparse.GetDoubleValue(wanted.row, 5, wanted.id, value));
+    EXPECT_EQ(grid.Memory().counts.reads - before.reads, wanted.reads);
+    EXPECT_EQ(grid.Memory().counts.bytesRead - before.bytesRead, wanted.bytes + 512);
+    const auto first = grid.Memory().counts;
+    ASSERT_TRUE(sparse.GetDoubleValue(60, 5, wanted.id, value));
+    EXPECT_EQ(grid.Memory().counts.reads - first.reads, 1u) << "its place is known";
+  }
 }
 
 TEST(SparseReading, WhatTheStreamRefusesIsNoValue) {

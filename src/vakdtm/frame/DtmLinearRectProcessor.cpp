@@ -47,7 +47,8 @@ bool DtmLinearRectProcessor::Process() {
   if (!range) return false;
   DtmProcessor& processor = Shown();
   if (range->IsEmpty()) return processor.Fini();
-  Access()->SetCacheSize(static_cast<std::uint64_t>(range->Areas(file->AreaSize()).NumCols()));
+  const auto across = static_cast<std::uint64_t>(range->Areas(file->AreaSize()).NumCols());
+  Access()->SetCacheSize(looksAround_ ? 2 * (across + 2) : across);
 
   const Steps rows(range->lowestRow, range->highestRow, rowStep_);
   const Steps cols(range->lowestCol, range->highestCol, colStep_);

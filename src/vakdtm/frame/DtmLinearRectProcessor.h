@@ -27,14 +27,18 @@ class DtmLinearRectProcessor : public DtmWalker {
   ///               is in one pixel, and the step is the largest there is.
   void SetDrawScale(const Point& scale);
 
-  /// Gives the access a cache that holds the areas of a row across the rectangle; the access keeps that size
-  /// afterwards.
+  /// Says that the processor also looks at cells beside the one that it is shown, a step away. Not so at first.
+  void SetLooksAround(bool looks) { looksAround_ = looks; }
+
+  /// Gives the access a cache that holds the areas of a row across the rectangle, or, for a processor that looks
+  /// around, of two rows that reach beyond it by one area each way; the access keeps that size afterwards.
   bool Process() override;
 
  private:
   const Page rect_;
   int rowStep_ = 1;
   int colStep_ = 1;
+  bool looksAround_ = false;
 };
 
 }  // namespace vak

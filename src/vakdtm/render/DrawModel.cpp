@@ -131,6 +131,8 @@ bool DrawModel(DtmProcessor& processor, DtmAccess& access, const CoordinateSyste
                      view.right(), view.top());
   DtmLinearRectProcessor walk(view.IsValid() ? aligned : view, &access, &processor, false);
   walk.SetDrawScale(scale);
+  // For the sun, which shines from the next row: else each of two rows of areas would drive the other out.
+  walk.SetLooksAround(true);
   return walk.Process();
 }
 

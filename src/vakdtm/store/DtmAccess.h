@@ -77,8 +77,10 @@ class DtmAccess {
   /// memory, in place of making the block resident: for those who look at few cells of many areas. (1) A block that is
   /// in memory, whoever holds it, gives its cell as ever, so what another cursor has just written is seen. (2) What was
   /// read from the file is kept for an area as long as its blocks would be, and forgotten when they may have changed.
-  /// The answers are thus the same, but for one thing: where a file has lost bytes since an area of it was first looked
-  /// at, cells that are still there answer. Off at first; a copy reads as the original does.
+  /// (3) Of an area whose blocks nobody has needed yet, only its beginning and the wanted block's own header are looked
+  /// at. The answers are thus the same, but for this: where the header of another block of the area is damaged, or the
+  /// file has lost bytes since the area was first looked at, cells that are still there answer until another
+  /// block of the area, or a whole one, is needed. Off at first; a copy reads as the original does.
   /// @return what it was.
   bool SetSparseReading(bool sparse);
 

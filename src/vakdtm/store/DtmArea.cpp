@@ -10,6 +10,19 @@
 #include "vakdtm/store/GridFormat.h"
 
 namespace vak {
+namespace {
+
+/// Takes what lies near into the window in one reading, as much as the system reads for a single byte. Whether it can
+/// be had is left to whoever asks for a piece of it.
+/// @return false when it is more.
+bool ReadAhead(StreamWindow& window, std::int64_t begin, std::int64_t end) {
+  constexpr std::int64_t kNear = 4096;
+  if (end - begin > kNear) return false;
+  window.At(begin, end - begin);
+  return true;
+}
+
+}  // namespace
 
 DtmAreaPos::DtmAreaPos(const DtmArea* area)
     : areaRow_(area->BottomLeftRow() / area->AreaSize()), areaCol_(area->BottomLeftCol() / area->AreaSize()) {}
@@ -145,6 +158,50 @@ DtmDataBlock* DtmArea::FindDataBlockAt(int index) {
   return readError_ ? nullptr : blocks_[static_cast<std::size_t>(index)].get();
 }
 
+bool DtmArea::BeginsAsWritten(StreamWindow& window) const {
+  const auto prefix = grid::AreaPrefix(file_->SmallestBody(), bottomLeftRow_, bottomLeftCol_);
+  const std::byte* const bytes = window.At(position_ - grid::kHeaderSize, grid::kAreaPrefixSize);
+  return bytes && std::equal(prefix.begin(), prefix.end(), bytes);
+}
+
+bool DtmArea::IsHeaderOf(int index, StreamWindow& window, std::int64_t header) const {
+  const std::byte* const bytes = window.At(header, grid::kHeaderSize);
+  if (!bytes) return false;
+  const grid::ChunkHeader found = grid::LoadHeader(bytes);
+  const int id = file_->GetBlockId(index);
+  return found.tag == id && found.length == file_->BlockSize(id);
+}
+
+DtmArea::Reading DtmArea::ReadUntouched(int index, int cell, int count, std::byte* out, bool isKnown) {
+  const int width = DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(file_->GetBlockId(index)));
+  const std::int64_t header = position_ + file_->BlockStart(index);
+  const std::int64_t begin = header + grid::kHeaderSize + std::int64_t{cell} * width;
+  const std::int64_t size = std::int64_t{count} * width;
+  lookedAt_ = true;
+  const StreamLock lock(*stream_);
+  if (isKnown) {
+    const bool read =
+        stream_->Seek(begin, DataStream::kFromStart) && stream_->Read(out, static_cast<std::size_t>(size));
+    if (!read) return Reading::kFailed;
+  } else {
+    if (!stream_->Seek(0, DataStream::kFromEnd)) return Reading::kFailed;
+    StreamWindow window(*stream_, stream_->Position());
+    const std::int64_t start = position_ - grid::kHeaderSize;
+    if (!ReadAhead(window, start, begin + size)) ReadAhead(window, start, header + grid::kHeaderSize);
+    const auto noSuch = [&] { return window.HasFailed() ? Reading::kFailed : Reading::kElsewhere; };
+    if (window.End() - position_ < file_->SmallestBody() || !BeginsAsWritten(window)) return noSuch();
+    ReadAhead(window, header, begin + size);
+    if (!IsHeaderOf(index, window, header)) return noSuch();
+    const std::byte* const bytes = window.At(begin, size);
+    if (!bytes) return Reading::kFailed;
+    std::copy_n(bytes, size, out);
+  }
+  if (!file_->IsFollowing()) return Reading::kDone;
+  // As for whole blocks: the place may have become another's.
+  StreamWindow window(*stream_, position_ + file_->SmallestBody());
+  return BeginsAsWritten(window) ? Reading::kDone : Reading::kFailed;
+}
+
 bool DtmArea::IsEmpty() {
   const std::scoped_lock lock(mutex_);
   if (stream_ && (blocks_.empty() || readError_)) return false;
@@ -174,6 +231,7 @@ void DtmArea::MakeEmpty() {
 
 void DtmArea::SetBlockPosition(DataStream* stream, long long position) {
   const std::scoped_lock lock(mutex_);
+  ++refreshes_;
   stream_ = stream;
   position_ = position;
   bodyLength_ = 0;
@@ -264,6 +322,7 @@ bool DtmArea::SyncWrite() {
 
 bool DtmArea::SyncRead(long long time) {
   const std::scoped_lock lock(mutex_);
+  ++refreshes_;
   for (const auto& block : blocks_) {
     if (!block->SyncRead()) return false;
   }
@@ -272,6 +331,7 @@ bool DtmArea::SyncRead(long long time) {
 }
 
 bool DtmArea::RefreshUnmodified() {
+  ++refreshes_;
   const std::scoped_lock lock(mutex_);
   return std::all_of(blocks_.begin(), blocks_.end(),
                      [](const auto& block) { return block->NeedsWriting() || block->SyncRead(); });

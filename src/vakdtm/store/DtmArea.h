@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -87,6 +88,28 @@ class DtmArea {
   /// The same block as it is, resident or not; null when the area's blocks can't be found. Requires: area lock held.
   DtmDataBlock* FindDataBlockAt(int index);
 
+  /// Whether the area lies in the file and its blocks were never needed, so that all its cells are those of the file.
+  /// Requires: area lock held.
+  bool IsUntouched() const { return blocks_.empty() && stream_ && !readError_; }
+
+  enum class Reading {
+    kDone,
+    kFailed,    ///< the bytes can't be had
+    kElsewhere  ///< the area isn't as areas are written, or is cut off: only the walk by `FindDataBlockAt` can tell
+  };
+
+  /// Reads cells of a block of an untouched area from where the block is in areas as they are written, for who looks at
+  /// few cells of many areas: of the area's own chunk nothing but its beginning, that block's header and the cells is
+  /// looked at, and damage elsewhere in it isn't noticed. Leaves the area untouched.
+  /// @param out  gets them, in the width of the letter.
+  /// @param isKnown  whether the block's header was met there before, by such a reading.
+  /// Requires: area lock held, `IsUntouched()`.
+  [[nodiscard]] Reading ReadUntouched(int index, int cell, int count, std::byte* out, bool isKnown);
+
+  /// Grows whenever the area's place, or what another process may have put into it, is known anew. Requires: area lock
+  /// held.
+  std::uint32_t NumRefreshes() const { return refreshes_; }
+
   /// Whether all blocks are known to be empty. False for a written area whose blocks were never needed or can't be
   /// read: unknown counts as data.
   bool IsEmpty();
@@ -152,6 +175,10 @@ class DtmArea {
   bool ReadDataBlocks();
   bool ReadOwnHeader(StreamWindow& window);
   bool FindBlocks(StreamWindow& window);
+  /// Whether the area begins as areas are written, so that the places of its blocks follow.
+  bool BeginsAsWritten(StreamWindow& window) const;
+  /// Whether this block's header is there.
+  bool IsHeaderOf(int index, StreamWindow& window, std::int64_t header) const;
   void MakeBlocks();
   void ResetMinMaxZ();
   /// For an index entry that can't be true: the area is there, none of its blocks ever is.
@@ -171,9 +198,11 @@ class DtmArea {
   std::int64_t lastWritten_ = 0;
   float lowestZ_ = kNoLowestZ;
   float highestZ_ = kNoHighestZ;
+  std::uint32_t refreshes_ = 0;
   bool rangeValid_ = false;
   bool readError_ = false;
   bool falseClaim_ = false;
+  bool lookedAt_ = false;  // whether cells were read while untouched
 };
 
 }  // namespace vak

@@ -195,6 +195,12 @@ void DtmFile::CalcCellPos(double x, double y, float& dx, float& dy) const {
 
 int DtmFile::BlockSize(int id) const { return settings_.BlockSize(id); }
 
+std::int64_t DtmFile::BlockStart(int index) const {
+  std::int64_t start = grid::kAreaAttributesSize;
+  for (int before = 0; before < index; ++before) start += grid::kHeaderSize + BlockSize(GetBlockId(before));
+  return start;
+}
+
 std::byte* DtmFile::Scratch(std::size_t size) {
   if (scratch_.size() < size) scratch_.resize(size);
   return scratch_.data();
@@ -750,7 +756,7 @@ bool DtmFile::FollowEntry(const grid::IndexEntry& entry, Trust trust, DtmUpdater
     const bool isOld = !wasWritten || area->LastWritten() != entry.lastWritten || trust == Trust::kPlaces;
     // Times are whole seconds. Who only looks accepts that; who will write cells back reads afresh what is resident,
     // but for what has been changed here. A shell that has a place again holds nothing of what is there.
-    mayDiffer = isOld || (trust == Trust::kIndex && !area->blocks_.empty());
+    mayDiffer = isOld || (trust == Trust::kIndex && (!area->blocks_.empty() || area->lookedAt_));
     if (isOld ? !area->SyncRead(entry.lastWritten) : mayDiffer && !area->RefreshUnmodified()) return false;
     TakeRange(*area, entry, trust);
   }

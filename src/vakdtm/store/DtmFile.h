@@ -132,6 +132,8 @@ class DtmFile {
 
   /// Bytes that the cells of a block take.
   int BlockSize(int id) const;
+  /// Where in an area's body the header of a block is, by its place in the file's list, in areas as they are written.
+  std::int64_t BlockStart(int index) const;
   /// Body length of an area that holds the file's blocks and nothing else.
   int SmallestBody() const { return smallestBody_; }
   /// How much of an area's body is its own, whatever its header says: the next area that the index tells of ends it.

@@ -6,6 +6,7 @@
 
 #include "vakdtm/store/DtmArea.h"
 #include "vakdtm/store/DtmDataBlock.h"
+#include "vakdtm/store/DtmFile.h"
 
 namespace vak {
 namespace {
@@ -20,16 +21,23 @@ constexpr int kPieceBytes = 4096;
 
 bool SparseCells::Read(DtmArea& area, int slot, int cell, std::byte* out) {
   const std::scoped_lock lock(area.Mutex());
-  DtmDataBlock* const block = area.FindDataBlockAt(slot);
-  if (block == nullptr) return false;
-  const int width = block->BytesPerCell();
+  const int width = DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(area.GetDtmFile()->GetBlockId(slot)));
   const auto bytes = static_cast<std::size_t>(width);
   if (width == 0) return false;
-  if (!block->IsInFileOnly()) return block->ReadCells(cell, 1, out);
-  // Also taken by who opens the block, so that a piece read before may be read again for nothing, but is never stale.
-  const std::uint32_t changes = block->NumChanges();
+  std::uint32_t changes = 0;  // as a block begins with
+  if (!area.IsUntouched()) {
+    DtmDataBlock* const block = area.FindDataBlockAt(slot);
+    if (block == nullptr) return false;
+    if (!block->IsInFileOnly()) return block->ReadCells(cell, 1, out);
+    // Also taken by who opens the block, so that a piece read before may be read again for nothing, but is never stale.
+    changes = block->NumChanges();
+  }
+  const std::uint32_t refreshes = area.NumRefreshes();
+  bool isKnown = false;
   for (const Piece& piece : pieces_) {
-    if (piece.slot != slot || cell < piece.begin || cell >= piece.end || piece.changes != changes) continue;
+    if (piece.slot != slot || piece.refreshes != refreshes) continue;
+    isKnown = true;
+    if (cell < piece.begin || cell >= piece.end || piece.changes != changes) continue;
     std::memcpy(out, piece.bytes.data() + static_cast<std::size_t>(cell - piece.begin) * bytes, bytes);
     return true;
   }
@@ -41,11 +49,22 @@ bool SparseCells::Read(DtmArea& area, int slot, int cell, std::byte* out) {
   piece.begin = row + (cell - row) / count * count;
   piece.end = std::min(piece.begin + count, row + size);
   piece.bytes.resize(static_cast<std::size_t>(piece.end - piece.begin) * bytes);
-  if (!block->ReadCells(piece.begin, piece.end - piece.begin, piece.bytes.data())) return false;
+  if (!ReadPiece(area, slot, piece, isKnown)) return false;
   piece.slot = slot;
+  piece.refreshes = refreshes;
   piece.changes = changes;
   std::memcpy(out, piece.bytes.data() + static_cast<std::size_t>(cell - piece.begin) * bytes, bytes);
   return true;
+}
+
+bool SparseCells::ReadPiece(DtmArea& area, int slot, Piece& piece, bool isKnown) {
+  const int count = piece.end - piece.begin;
+  if (area.IsUntouched()) {
+    const DtmArea::Reading reading = area.ReadUntouched(slot, piece.begin, count, piece.bytes.data(), isKnown);
+    if (reading != DtmArea::Reading::kElsewhere) return reading == DtmArea::Reading::kDone;
+  }
+  DtmDataBlock* const block = area.FindDataBlockAt(slot);
+  return block != nullptr && block->ReadCells(piece.begin, count, piece.bytes.data());
 }
 
 void SparseCells::Clear() {

@@ -9,7 +9,8 @@ namespace vak {
 class DtmArea;
 
 /// Cells of one area that are looked at without making their blocks resident: the last few pieces of rows that were
-/// read from the file, since who looks at few cells of many areas looks along rows, and the system reads no less.
+/// read from the file, since who looks at few cells of many areas looks along rows, and the system reads no less. An
+/// area whose blocks were never needed stays so (`DtmArea::ReadUntouched`), and costs a read or two beside the cells'.
 ///
 /// What is in memory wins: a block that is resident gives its cells, and a piece is forgotten once the cells of its
 /// block may have changed since it was read, whoever changed them. A plain value; for one thread.
@@ -27,9 +28,12 @@ class SparseCells {
     int slot = -1;  // none
     int begin = 0;  // cells
     int end = 0;
-    std::uint32_t changes = 0;  // of the block, when it was read
+    std::uint32_t refreshes = 0;  // of the area, when it was read
+    std::uint32_t changes = 0;    // of the block
     std::vector<std::byte> bytes;
   };
+
+  static bool ReadPiece(DtmArea& area, int slot, Piece& piece, bool isKnown);
 
   Piece& Oldest();
 

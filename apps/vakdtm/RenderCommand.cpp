@@ -1,9 +1,6 @@
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cctype>
-#include <charconv>
-#include <cmath>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -17,10 +14,8 @@
 #include "vakdtm/render/ChartContour.h"
 #include "vakdtm/render/ChartFurniture.h"
 #include "vakdtm/render/DtmChart.h"
-#include "vakdtm/services/color/ColorMaps.h"
 #include "vakdtm/services/device/ImageDevice.h"
 #include "vakdtm/services/device/PageDevice.h"
-#include "vakdtm/services/files/FileObject.h"
 #include "vakdtm/services/geodesy/ProjectDefinition.h"
 #include "vakdtm/services/jobs/ProcessThread.h"
 #include "vakdtm/services/jobs/Processor.h"
@@ -30,6 +25,7 @@
 #include "vakdtm/store/DtmBlockId.h"
 #include "vakdtm/store/DtmDataBlock.h"
 
+#include "ColorOptions.h"
 #include "Command.h"
 #include "ExportTarget.h"
 #include "ModelFile.h"
@@ -78,30 +74,6 @@ std::optional<Format> FindFormat(const std::string& path) {
   if (ending == ".png") return Format::kPng;
   if (ending == ".pdf") return Format::kPdf;
   return ending == ".svg" ? std::optional(Format::kSvg) : std::nullopt;
-}
-
-/// Reads "a,b,c" into the numbers, in order; what isn't there stays as it is. @return false for anything else.
-template <std::size_t Count>
-bool ParseNumbers(const std::string& text, const std::array<double*, Count>& numbers, std::size_t atLeast) {
-  std::size_t from = 0;
-  std::size_t count = 0;
-  for (; from <= text.size(); ++count) {
-    if (count == Count) return false;
-    const std::size_t comma = std::min(text.find(',', from), text.size());
-    double number = 0;
-    const char* const end = text.data() + comma;
-    const auto [stop, code] = std::from_chars(text.data() + from, end, number);
-    if (code != std::errc() || stop != end || !std::isfinite(number)) return false;
-    *numbers[count] = number;
-    from = comma + 1;
-  }
-  return count >= atLeast;
-}
-
-std::string ColorMapList() {
-  std::string list;
-  for (const std::string_view name : ColorMapNames()) list.append(list.empty() ? "" : ", ").append(name);
-  return list;
 }
 
 /// One call of `render`.
@@ -243,45 +215,13 @@ int Rendering::LookAtWords() {
 }
 
 int Rendering::LookAtColors() {
-  if (options_.sun) {
-    ChartSettings::Sun sun;
-    if (!ParseNumbers<3>(*options_.sun, {&sun.azimuth, &sun.elevation, &sun.factor}, 1)) {
-      return context_.Misuse("--sun: '" + *options_.sun + "' is no sun AZ,EL,FACTOR", "give one as 45,45,5");
-    }
-    if (sun.elevation < 0 || sun.elevation > 90) {
-      return context_.Misuse("--sun: a sun stands from 0 to 90 degrees high", "give one as 45,45,5");
-    }
-    settings_.sun = sun;
-  }
-  if (!options_.range.empty()) {
-    ChartSettings::Range range;
-    if (!ParseNumbers<2>(options_.range, {&range.low, &range.high}, 2)) {
-      return context_.Misuse("--range: '" + options_.range + "' is no range LOW,HIGH", "give one as -20,-5");
-    }
-    if (!(range.low < range.high) || !std::isfinite(range.high - range.low)) {
-      return context_.Misuse("--range: '" + options_.range + "' doesn't rise", "give the lower end first");
-    }
-    settings_.range = range;
-  }
-  if (options_.colors.empty() || IsColorMap(options_.colors)) {
-    settings_.colors = options_.colors;
-    return kDone;
-  }
-  if (settings_.range) {
-    return context_.Misuse("--range is for the built-in tables, and " + options_.colors + " is none",
-                           "leave it out, or name one of " + ColorMapList());
-  }
-  FileObject file;
-  if (!file.FileOpen(FromUtf8(options_.colors))) {
-    return context_.Fail(options_.colors, "neither a built-in table of colours nor a file that can be read",
-                         "name a file, or one of " + ColorMapList());
-  }
-  ColorTable table;
-  if (!table.FileOpen(file)) {
-    return context_.Fail("", ToUtf8(table.LastError()), "give a colour table, or a .cpt file");
-  }
-  if (table.Classes().empty()) return context_.Fail(options_.colors, "has no colours", "give one that has");
-  settings_.table = std::move(table);
+  ColorOptions colors;
+  const int status = colors.Look(context_, options_.colors, options_.range, options_.sun.value_or(""));
+  if (status != kDone) return status;
+  settings_.sun = colors.GetSun();
+  settings_.range = colors.GetRange();
+  settings_.table = colors.GetTable();
+  if (!settings_.table) settings_.colors = options_.colors;
   return kDone;
 }
 

@@ -1,7 +1,5 @@
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
@@ -21,7 +19,6 @@
 #include "vakdtm/render/EndOfToday.h"
 #include "vakdtm/services/color/ColorMaps.h"
 #include "vakdtm/services/color/ColorTable.h"
-#include "vakdtm/services/files/FileObject.h"
 #include "vakdtm/services/geodesy/ProjectDefinition.h"
 #include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
 #include "vakdtm/services/jobs/ProcessThread.h"
@@ -30,6 +27,7 @@
 #include "vakdtm/store/DtmAccess.h"
 #include "vakdtm/store/DtmBlockId.h"
 
+#include "ColorOptions.h"
 #include "Command.h"
 #include "ImageTarget.h"
 #include "ModelFile.h"
@@ -62,41 +60,6 @@ constexpr std::uint64_t kPixelBytes = 4;
 constexpr double kBestCompression = 1400;
 /// Where a strip is and how long, in the image's own lists.
 constexpr double kStripBytes = 8;
-
-struct Sun {
-  double azimuth = 45;
-  double elevation = 45;
-  double factor = 5;
-};
-
-struct Range {
-  double low = 0;
-  double high = 0;
-};
-
-/// Reads "a,b,c" into the numbers, in order; what isn't there stays as it is. @return false for anything else.
-template <std::size_t Count>
-bool ParseNumbers(const std::string& text, const std::array<double*, Count>& numbers, std::size_t atLeast) {
-  std::size_t from = 0;
-  std::size_t count = 0;
-  for (; from <= text.size(); ++count) {
-    if (count == Count) return false;
-    const std::size_t comma = std::min(text.find(',', from), text.size());
-    double number = 0;
-    const char* const end = text.data() + comma;
-    const auto [stop, code] = std::from_chars(text.data() + from, end, number);
-    if (code != std::errc() || stop != end || !std::isfinite(number)) return false;
-    *numbers[count] = number;
-    from = comma + 1;
-  }
-  return count >= atLeast;
-}
-
-std::string ColorMapList() {
-  std::string list;
-  for (const std::string_view name : ColorMapNames()) list.append(list.empty() ? "" : ", ").append(name);
-  return list;
-}
 
 std::string Whole(double value) {
   std::string text;
@@ -157,7 +120,7 @@ class GeoTiffExport {
     PolyClipLine* const polygon = HasPolygon() ? &polygon_ : nullptr;
     // The world file is named after the target, which the job doesn't know.
     job.SetInitInfo(target_.Path(), table_, RealPath(options_.model), polygon, false);
-    job.SetSunIllumination(!options_.sun.empty(), sun_.azimuth, sun_.elevation, sun_.factor);
+    if (const auto& sun = colors_.GetSun()) job.SetSunIllumination(true, sun->azimuth, sun->elevation, sun->factor);
     job.SetExtentsPage(&extents);
     job.SetTellsReaders(true);
     ProcessThread thread(L"vakdtm export", nullptr, true, nullptr, false);
@@ -219,38 +182,9 @@ class GeoTiffExport {
   }
 
   int LookAtColors() {
-    if (!options_.sun.empty()) {
-      if (!ParseNumbers<3>(options_.sun, {&sun_.azimuth, &sun_.elevation, &sun_.factor}, 1)) {
-        return context_.Misuse("--sun: '" + options_.sun + "' is no sun AZ,EL,FACTOR", "give one as 45,45,5");
-      }
-      if (sun_.elevation < 0 || sun_.elevation > 90) {
-        return context_.Misuse("--sun: a sun stands from 0 to 90 degrees high", "give one as 45,45,5");
-      }
-    }
-    if (!options_.range.empty()) {
-      range_.emplace();
-      if (!ParseNumbers<2>(options_.range, {&range_->low, &range_->high}, 2)) {
-        return context_.Misuse("--range: '" + options_.range + "' is no range LOW,HIGH", "give one as -20,-5");
-      }
-      if (!(range_->low < range_->high) || !std::isfinite(range_->high - range_->low)) {
-        return context_.Misuse("--range: '" + options_.range + "' doesn't rise", "give the lower end first");
-      }
-    }
-    if (options_.colors.empty() || IsColorMap(options_.colors)) return kDone;
-    if (range_) {
-      return context_.Misuse("--range is for the built-in tables, and " + options_.colors + " is none",
-                             "leave it out, or name one of " + ColorMapList());
-    }
-    FileObject file;
-    if (!file.FileOpen(FromUtf8(options_.colors))) {
-      return context_.Fail(options_.colors, "neither a built-in table of colours nor a file that can be read",
-                           "name a file, or one of " + ColorMapList());
-    }
-    if (!table_.FileOpen(file)) {
-      return context_.Fail("", ToUtf8(table_.LastError()), "give a colour table, or a .cpt file");
-    }
-    if (table_.Classes().empty()) return context_.Fail(options_.colors, "has no colours", "give one that has");
-    return kDone;
+    const int status = colors_.Look(context_, options_.colors, options_.range, options_.sun);
+    if (status == kDone && colors_.GetTable()) table_ = *colors_.GetTable();
+    return status;
   }
 
   /// The model's coordinates are those of the system, in its unit, whatever the project shows numbers in.
@@ -320,9 +254,9 @@ class GeoTiffExport {
     const std::string_view name = options_.colors.empty() ? DefaultColorMap(block_) : options_.colors;
     double low = 0;
     double high = 0;
-    if (range_) {
-      low = range_->low;
-      high = range_->high;
+    if (const auto& range = colors_.GetRange()) {
+      low = range->low;
+      high = range->high;
     } else {
       DtmAccess access(&*model_);
       const bool found = FindBlockRange(access, block_, StopRequested, low, high);
@@ -395,8 +329,7 @@ class GeoTiffExport {
   const GeoTiffOptions& options_;
   const CommandContext& context_;
   int block_ = dVAL;
-  Sun sun_;
-  std::optional<Range> range_;
+  ColorOptions colors_;
   ColorTable table_;  // without classes until it is known
   PolyClipLine polygon_;
   ModelFile model_;

@@ -11,7 +11,8 @@ class DtmProcessor;
 /// Walks the part of a model that a view shows, for a drawing, in the way that costs least: as long as cells are as
 /// large as pixels, area by area, so that each area's blocks are loaded once; where several cells fall on a pixel,
 /// only those that stand for the others, so that the cost follows the pixels and not the cells. The picture is the same
-/// either way, pixel for pixel.
+/// either way, pixel for pixel, but for the left column and the lowest row: there a cell may reach into the view whose
+/// area lies outside, which walks by areas skip.
 ///
 /// @param processor  a `DtmDrawProcessor`, or a `DtmMultiProcessor` whose last member is one (behind a polygon, say).
 /// @param access     of the model; its cache has another size afterwards, or may have.

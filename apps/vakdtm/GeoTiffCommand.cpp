@@ -76,7 +76,7 @@ std::wstring RealPath(const std::string& path) {
 
 /// What the system said in its own words, in those of the command.
 std::string InOwnWords(const std::wstring& reason) {
-  const std::string said = ToUtf8(reason);
+  std::string said = ToUtf8(reason);
   for (const int error : {ENOSPC, EDQUOT, EFBIG, EACCES, EPERM, EROFS, ENOENT}) {
     if (said == std::generic_category().message(error)) return WriteErrorText(error);
   }

@@ -223,7 +223,7 @@ TEST_F(VakGridToGeoTiffProcessorTest, LinesBeyondTheMemoryAreRefusedBeforeTheIma
     std::uint64_t needed;
   } cases[] = {{false, false, 4 * 24}, {true, false, 4 * 24}, {true, true, 4 * 48}};
   for (const auto& c : cases) {
-    for (const std::uint64_t lacking : {1, 0}) {
+    for (const std::uint64_t lacking : {std::uint64_t{1}, std::uint64_t{0}}) {
       Job job(dVAL, c.colour, 0);
       SetInitInfo(job);
       job.SetSunIllumination(c.sun, 0, 30, 1);
@@ -418,7 +418,7 @@ TEST_F(VakGridToGeoTiffProcessorTest, DiskThatIsFullFailsTheJobWhereverItIs) {
   }
 }
 
-TEST_F(VakGridToGeoTiffProcessorTest, LineThatCantBeWrittenEndsTheJob) {
+TEST_F(VakGridToGeoTiffProcessorTest, LineOfManyThatCantBeWrittenEndsTheJob) {
   // Without a system, so that a job that went on would tell of that.
   const ProjectWith none(L"");
   TestGrid grid({.cellSize = 1.0, .areaSize = 64, .blockIds = {dVAL}});
@@ -433,16 +433,21 @@ TEST_F(VakGridToGeoTiffProcessorTest, LineThatCantBeWrittenEndsTheJob) {
   }
   EXPECT_EQ(job.LastError(), L"File too large");
   EXPECT_LT(job.GetProgress(), 0.5);
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, LastLinesThatCantBeWrittenFailTheJob) {
+  const ProjectWith none(L"");
   Draw("1 2\n");
   // Few lines are written together, at the end.
-  Job small(dVAL, false, 0);
-  SetInitInfo(small);
-  ASSERT_TRUE(small.Initialize());
+  Job job(dVAL, false, 0);
+  SetInitInfo(job);
+  ASSERT_TRUE(job.Initialize());
   {
     const test::FullDisk disk(20);
-    EXPECT_FALSE(small.Process());
+    EXPECT_FALSE(job.Process());
   }
-  EXPECT_EQ(small.LastError(), L"File too large");
+  EXPECT_EQ(job.GetProgress(), 1.0);
+  EXPECT_EQ(job.LastError(), L"File too large");
 }
 
 TEST_F(VakGridToGeoTiffProcessorTest, StoppedRunLeavesWhatThereIsAndIsNotDone) {

@@ -37,7 +37,18 @@ class DataSearchInFolder : public testing::Test {
 TEST_F(DataSearchInFolder, PathFromTheRootStandsAsItIs) {
   DataSearch::GetDataSearch().AddFolder(kPolygonFile, folder_.WideFile("sub"));
   EXPECT_EQ(Full(L"/no/such/area.txt"), L"/no/such/area.txt");
-  EXPECT_EQ(Full(L"/no/./such/../area.txt"), L"/no/area.txt");
+  EXPECT_EQ(Full(L"/no/./such/area.txt"), L"/no/such/area.txt");
+}
+
+TEST_F(DataSearchInFolder, WayUpBehindALinkLeadsWhereTheLinkPointsTo) {
+  std::filesystem::create_directories(folder_.Path() / "far/away");
+  std::filesystem::create_directories(folder_.Path() / "near");
+  std::filesystem::create_directory_symlink(folder_.Path() / "far/away", folder_.Path() / "near/link");
+  folder_.Write("far/area.txt", "");
+  folder_.Write("near/area.txt", "");
+  for (const std::wstring& name : {std::wstring(L"near/link/../area.txt"), folder_.WideFile("near/link/../area.txt")}) {
+    EXPECT_TRUE(std::filesystem::equivalent(ToUtf8(Full(name)), folder_.Path() / "far/area.txt"));
+  }
 }
 
 TEST_F(DataSearchInFolder, NameIsLookedForHereThenInTheFoldersOfItsKindInOrder) {

@@ -1,5 +1,6 @@
 #include "vakdtm/services/files/DataSearch.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -33,7 +34,9 @@ bool DataSearch::GetFullPath(unsigned kind, std::wstring& path) const {
       }
     }
   }
-  path = FromUtf8(found.lexically_normal().native());
+  // A way up behind a link leads where the link points to: only the system knows.
+  const bool goesUp = std::find(found.begin(), found.end(), "..") != found.end();
+  path = FromUtf8((goesUp ? found : found.lexically_normal()).native());
   return true;
 }
 

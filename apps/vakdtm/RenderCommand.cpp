@@ -338,6 +338,10 @@ int Rendering::TellFault() const {
     case DtmChart::Fault::kStopped:
       return context_.Stopped("nothing was kept");
     case DtmChart::Fault::kNoValue:
+      if (options_.slope) {
+        return context_.Fail(options_.model, "no cell has a slope" + where + ", which takes values above or below it",
+                             "leave --slope out");
+      }
       return context_.Fail(options_.model,
                            "no cell has a " + BlockLabel(settings_.block) + where + ", and there is nothing to show",
                            where.empty() ? "ask \"vakdtm info\" what it has" : "check its coordinates");

@@ -363,6 +363,13 @@ TEST_F(RenderCommand, AnEmptyModelHasNoPicture) {
       models_.File("a.dtm") + ": no cell has a VAL, and there is nothing to show - ask \"vakdtm info\" what it has");
 }
 
+TEST_F(RenderCommand, OneCellAloneHasNoSlope) {
+  models_.Make("a.dtm", "0.5,0.5,-4\n");
+  ExpectFails(
+      {"-o", Picture(), "--slope"}, kCouldNotBeDone,
+      models_.File("a.dtm") + ": no cell has a slope, which takes values above or below it - leave --slope out");
+}
+
 TEST_F(RenderCommand, APictureThatIsThereStaysWhereThereIsNoNewOne) {
   models_.Make("a.dtm", kSlope);
   models_.Folder().Write("a.png", "old");

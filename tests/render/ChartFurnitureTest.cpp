@@ -9,6 +9,7 @@
 #include "vakdtm/render/ContourPainter.h"
 #include "vakdtm/services/color/ColorControl.h"
 #include "vakdtm/services/color/ColorTable.h"
+#include "vakdtm/services/device/CoordinateSystem.h"
 #include "vakdtm/services/device/ImageDevice.h"
 
 #include "support/RecordingDevice.h"
@@ -267,6 +268,22 @@ TEST(ContourPainter, LinesAreCutAtTheMapAndKeepTheirPlace) {
   char expected[120];
   const double y = (map.top + map.bottom) / 2.0;
   std::snprintf(expected, sizeof expected, "line %d %.9g %d %.9g", map.left, y, map.right, y);
+  EXPECT_THAT(drawn.device.Lines(), Contains(expected));
+}
+
+TEST(ContourPainter, LinesAreCutWhereTheMapShowsAPartOfTheWorld) {
+  Drawn drawn(FullPlan());
+  const PixelRect& map = drawn.layout.map;
+  const Page& view = drawn.layout.view;
+  const double middle = (view.left() + view.right()) / 2;
+  ContourPainter(drawn.device, drawn.layout, {})
+      .Draw({{-12, false, LineOf({{-1000, 150}, {5000, 150}})}}, Page(view.left(), view.bottom(), middle, view.top()));
+  const int right =
+      CoordinateSystem(view, map).WorldToPixel(Page(view.left(), view.bottom(), middle, view.top())).right;
+  ASSERT_LT(right, map.right);
+  char expected[120];
+  const double y = (map.top + map.bottom) / 2.0;
+  std::snprintf(expected, sizeof expected, "line %d %.9g %d %.9g", map.left, y, right, y);
   EXPECT_THAT(drawn.device.Lines(), Contains(expected));
 }
 

@@ -64,6 +64,10 @@ void DrawLabel(CDC& device, const ContourLabel& label, int fontHeight) {
   device.SelectFont(flat);
 }
 
+PixelRect Common(const PixelRect& a, const PixelRect& b) {
+  return {std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right), std::min(a.bottom, b.bottom)};
+}
+
 }  // namespace
 
 ContourPainter::ContourPainter(CDC& device, const ChartLayout& layout, std::function<Color(double level)> colorAt)
@@ -74,16 +78,17 @@ Color ContourPainter::InkOf(double level) const {
   return Filtered(isDark ? kLight : kDark);
 }
 
-void ContourPainter::Draw(const std::vector<ChartContour>& contours) const {
+void ContourPainter::Draw(const std::vector<ChartContour>& contours, const Page& shown) const {
   const CoordinateSystem system(layout_.view, layout_.map);
+  const PixelRect area = shown.IsValid() ? Common(layout_.map, system.WorldToPixel(shown)) : layout_.map;
   const Pen before = device_.GetPen();
   const int labelHeight = std::max(9, static_cast<int>(std::lround(layout_.fontHeight * 0.8)));
   const TextMeasure measure = MeasureOn(device_);
-  ContourLabels labels(layout_.map, labelHeight, measure);
+  ContourLabels labels(area, labelHeight, measure);
   for (const ChartContour& contour : contours) {
     const int width = contour.isIndex ? layout_.lineWidth + 1 : layout_.lineWidth;
     device_.SelectPen(CreatePen(Pen::kSolid, width, InkOf(contour.level)));
-    for (const PixelLine& part : Clipped(Thinned(ToPixels(contour.line, system), kFinest), layout_.map)) {
+    for (const PixelLine& part : Clipped(Thinned(ToPixels(contour.line, system), kFinest), area)) {
       device_.DrawPolyline(part);
       if (contour.isIndex) labels.Add(part, LevelText(contour.level));
     }

@@ -6,6 +6,7 @@
 #include "vakdtm/render/ChartContour.h"
 #include "vakdtm/render/ChartLayout.h"
 #include "vakdtm/services/color/Color.h"
+#include "vakdtm/services/geometry/Page.h"
 
 namespace vak {
 
@@ -18,7 +19,8 @@ class ContourPainter {
   /// @param colorAt  the colour of the map where a level runs; empty: light all over.
   ContourPainter(CDC& device, const ChartLayout& layout, std::function<Color(double level)> colorAt);
 
-  void Draw(const std::vector<ChartContour>& contours) const;
+  /// @param shown  the part of the world that the map shows, m; invalid: all of it.
+  void Draw(const std::vector<ChartContour>& contours, const Page& shown = Page()) const;
 
  private:
   Color InkOf(double level) const;

@@ -275,7 +275,7 @@ DtmChart::Fault DtmChart::Paint(CDC& device, const std::vector<ChartContour>& co
   const bool isOfHeights = DtmBlockId(settings_.block).IsZ() && !settings_.isSlope;
   std::function<Color(double)> colorAt;
   if (isOfHeights) colorAt = [this](double level) { return table_.GetColor(level); };
-  ContourPainter(device, layout_, std::move(colorAt)).Draw(contours);
+  ContourPainter(device, layout_, std::move(colorAt)).Draw(contours, PaintedPart());
   if (!running_) return Fault::kStopped;
   if (settings_.isBare) return Fault::kNone;
   furniture.DrawFrame();

@@ -183,7 +183,7 @@ class GeoTiffExport {
 
   int LookAtColors() {
     const int status = colors_.Look(context_, options_.colors, options_.range, options_.sun);
-    if (status == kDone && colors_.GetTable()) table_ = *colors_.GetTable();
+    if (const auto& table = colors_.GetTable(); status == kDone && table) table_ = *table;
     return status;
   }
 

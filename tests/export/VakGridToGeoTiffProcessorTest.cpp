@@ -691,7 +691,7 @@ TEST_F(VakGridToGeoTiffProcessorTest, EveryPixelIsAsTheRulesHaveItCellByCell) {
   const double endOfToday = std::ceil(kNow / 86400.0) * 86400;
   int shaded = 0;
   int empties = 0;
-  const int rounds = LongForm(60, 2000, 15);
+  const int rounds = LongForm(60, 2000);
   for (int round = 0; round < rounds; ++round) {
     SCOPED_TRACE("seed " + std::to_string(seed) + ", round " + std::to_string(round));
     settings_.cellSize = std::array{1.0, 0.3, 2.5}[static_cast<std::size_t>(pick(0, 2))];
@@ -750,8 +750,8 @@ TEST_F(VakGridToGeoTiffProcessorTest, EveryPixelIsAsTheRulesHaveItCellByCell) {
       }
     }
   }
-  EXPECT_GT(shaded, rounds);
-  EXPECT_GT(empties, rounds);
+  EXPECT_GT(shaded, rounds * 10);
+  EXPECT_GT(empties, rounds * 10);
 }
 
 }  // namespace

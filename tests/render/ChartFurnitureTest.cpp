@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
@@ -117,6 +118,48 @@ TEST(ChartFurniture, NeitherTheFrameNorTicksCoverTheMap) {
   const AxisTick& tick = drawn.layout.x.ticks.at(1);
   EXPECT_EQ(drawn.device.GetPixel(map.left + static_cast<int>(tick.at), map.bottom + drawn.layout.tickLength - 1),
             0x202020U);
+}
+
+TEST(ChartFurniture, TicksStandWhereTheirCoordinatesAre) {
+  Drawn drawn(FullPlan());
+  const ChartLayout& layout = drawn.layout;
+  const PixelRect& map = layout.map;
+  const CoordinateSystem system(layout.view, map);
+  ChartFurniture(drawn.device, layout).DrawFrame();
+  int looked = 0;
+  for (const AxisTick& tick : layout.y.ticks) {
+    double x = 0;
+    double y = 0;
+    system.WorldToPixel(layout.view.left(), tick.value, &x, &y);
+    const int row = static_cast<int>(std::ceil(y)) - 1;
+    for (const int column : {map.left - layout.tickLength, map.right + layout.tickLength - 1}) {
+      EXPECT_EQ(drawn.device.GetPixel(column, row), 0x202020U) << tick.value;
+      EXPECT_EQ(drawn.device.GetPixel(column, row - layout.lineWidth), 0xFFFFFFU) << tick.value;
+      EXPECT_EQ(drawn.device.GetPixel(column, row + layout.lineWidth), 0xFFFFFFU) << tick.value;
+    }
+    ++looked;
+  }
+  EXPECT_GT(looked, 1);
+}
+
+TEST(ChartFurniture, TicksOfTheLegendStandAtTheirColours) {
+  Drawn drawn(FullPlan());
+  const LegendPlan& legend = drawn.layout.legend;
+  ColorTable table;
+  // Every value with a tick begins a class: its tick is where the colour changes.
+  ASSERT_TRUE(table.SetClasses({{-20, 1, 1, L""}, {-18, 2, 2, L""}, {-16, 3, 3, L""}, {-14, 4, 4, L""}}, -10.0));
+  ChartFurniture(drawn.device, drawn.layout).DrawLegend(table);
+  const int middle = (legend.bar.left + legend.bar.right) / 2;
+  const int tickEnd = legend.bar.right + std::max(2, drawn.layout.tickLength * 2 / 3) - 1;
+  int ticks = 0;
+  for (int row = legend.bar.top + legend.highPoint + 4; row < legend.bar.bottom - legend.lowPoint - 4; ++row) {
+    if (drawn.device.GetPixel(middle, row) == drawn.device.GetPixel(middle, row + 1)) continue;
+    EXPECT_TRUE(drawn.device.GetPixel(tickEnd, row) == 0x202020U ||
+                drawn.device.GetPixel(tickEnd, row + 1) == 0x202020U)
+        << row;
+    ++ticks;
+  }
+  EXPECT_EQ(ticks, 3);
 }
 
 TEST(ChartFurniture, TheLegendRunsFromTheLowColourUpwards) {

@@ -316,6 +316,12 @@ class GeoTiffExport {
                         " can't be told from those without one",
                     "give another --empty");
     }
+    if (job.PixelsBeyondFloats() > 0) {
+      context_.Warn(options_.output,
+                    Counted(job.PixelsBeyondFloats(), "cell") +
+                        " became infinite: beyond the numbers that a raster of 32-bit floats can hold",
+                    "export them with \"vakdtm export csv\"");
+    }
     if (job.PixelsWithValue() > 0) return;
     if (HasPolygon()) {
       context_.Warn(options_.polygon,

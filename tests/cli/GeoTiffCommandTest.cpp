@@ -108,6 +108,19 @@ TEST_F(GeoTiffCommand, NoDataIsTheValueForEmptyCells) {
                 ": 1 cell with a value of -2 can't be told from those without one - give another --empty\n");
 }
 
+TEST_F(GeoTiffCommand, CellsThatNoFloatReachesAreInfiniteWithAWarning) {
+  models_.Make("a.dtm", "0.5 0.5 1e39\n1.5 0.5 -1e300\n2.5 0.5 3.4028234663852886e38\n");
+  const std::string image = models_.File("a.tif");
+  const CommandResult result = Export({"--raster", "-o", image});
+  EXPECT_EQ(result.status, kDone);
+  EXPECT_EQ(result.err, "vakdtm export geotiff: warning: " + image +
+                            ": 2 cells became infinite: beyond the numbers that a raster of 32-bit floats can hold - "
+                            "export them with \"vakdtm export csv\"\n");
+  EXPECT_EQ(Gdal("print(image.GetRasterBand(1).ReadAsArray()[-1, :3].tolist())\n"),
+            "[inf, -inf, 3.4028234663852886e+38]\n");
+  EXPECT_EQ(Export({"-o", image}).err, "") << "colours hold no values";
+}
+
 TEST_F(GeoTiffCommand, ColoursAreTheTables) {
   models_.Make("a.dtm", kCells);
   models_.Folder().Write("t.txt",

@@ -6,6 +6,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits>
 #include <memory>
 #include <numbers>
 #include <optional>
@@ -484,6 +485,29 @@ TEST_F(VakGridToGeoTiffProcessorTest, RasterTellsCellsThatLookEmpty) {
   SetInitInfo(job);
   ASSERT_TRUE(Run(job));
   EXPECT_EQ(job.PixelsLikeEmpty(), 1);
+}
+
+TEST_F(VakGridToGeoTiffProcessorTest, RasterTellsCellsThatNoFloatReaches) {
+  // Half way from the largest float to the next, which there isn't, is infinite; what lies below that is the largest.
+  constexpr double kBeyond = 0x1.ffffffp127;
+  const double values[] = {kBeyond,
+                           -kBeyond,
+                           1.0e300,
+                           std::nextafter(kBeyond, 0.0),
+                           std::numeric_limits<double>::infinity(),
+                           std::numeric_limits<double>::denorm_min(),
+                           9999.0};
+  TestGrid grid(settings_);
+  int col = 0;
+  for (const double value : values) ASSERT_TRUE(grid.Set(0, col++, dVAL, value));
+  Save(grid);
+  Job job(dVAL, false, 9999.0F);
+  SetInitInfo(job);
+  ASSERT_TRUE(Run(job));
+  EXPECT_EQ(job.PixelsWithValue(), 7);
+  EXPECT_EQ(job.PixelsBeyondFloats(), 3) << "what was infinite before doesn't become so";
+  ASSERT_TRUE(Run(job));
+  EXPECT_EQ(job.PixelsBeyondFloats(), 3) << "of the second run";
 }
 
 TEST_F(VakGridToGeoTiffProcessorTest, TimesAreColouredByAgeAndNeverShaded) {

@@ -94,16 +94,19 @@ bool ImageLines::IsEmpty(std::int64_t row, std::size_t pixel, double value) cons
 void ImageLines::MakeRaster(std::int64_t row, std::byte* line) {
   std::int64_t filled = 0;
   std::int64_t likeEmpty = 0;
+  std::int64_t beyondFloats = 0;
   for (std::size_t pixel = 0; pixel < width_; ++pixel) {
     const double value = values_[pixel];
     const bool empty = IsEmpty(row, pixel, value);
     const float sample = empty ? rules_.emptyRasterValue : static_cast<float>(value);
     filled += empty ? 0 : 1;
     likeEmpty += !empty && sample == rules_.emptyRasterValue ? 1 : 0;
+    beyondFloats += !empty && std::isinf(sample) && std::isfinite(value) ? 1 : 0;
     std::memcpy(line + pixel * kPixelBytes, &sample, kPixelBytes);
   }
   pixelsWithValue_ += filled;
   pixelsLikeEmpty_ += likeEmpty;
+  pixelsBeyondFloats_ += beyondFloats;
 }
 
 void ImageLines::MakeColours(std::int64_t row, std::byte* line) {

@@ -58,6 +58,8 @@ class ImageLines {
   /// Of the lines so far, how many pixels aren't empty, and how many of these look as if they were.
   std::int64_t PixelsWithValue() const { return pixelsWithValue_; }
   std::int64_t PixelsLikeEmpty() const { return pixelsLikeEmpty_; }
+  /// How many have a value that no 32-bit float reaches, and are infinite in a raster.
+  std::int64_t PixelsBeyondFloats() const { return pixelsBeyondFloats_; }
 
  private:
   static constexpr std::size_t kPixelBytes = 4;
@@ -85,6 +87,7 @@ class ImageLines {
   ColorShades shadesOfColours_;
   std::int64_t pixelsWithValue_ = 0;
   std::int64_t pixelsLikeEmpty_ = 0;
+  std::int64_t pixelsBeyondFloats_ = 0;
 };
 
 }  // namespace vak

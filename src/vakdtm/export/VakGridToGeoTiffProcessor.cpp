@@ -292,6 +292,7 @@ bool VakGridToGeoTiffProcessor::WriteDtmToTiff() {
   pixelsDone_ = 0;
   pixelsWithValue_ = 0;
   pixelsLikeEmpty_ = 0;
+  pixelsBeyondFloats_ = 0;
   totalPixels_ = static_cast<long long>(width_) * height_;
   const ImageRules rules = Rules();
   ImageLines lines(*access_, rules, firstCol_, lastCol_);
@@ -302,6 +303,7 @@ bool VakGridToGeoTiffProcessor::WriteDtmToTiff() {
     lines.Make(row, line);
     pixelsWithValue_ = lines.PixelsWithValue();
     pixelsLikeEmpty_ = lines.PixelsLikeEmpty();
+    pixelsBeyondFloats_ = lines.PixelsBeyondFloats();
     pixelsDone_.fetch_add(width_, std::memory_order_relaxed);
   }
   return writer.Finish();

@@ -99,6 +99,8 @@ class VakGridToGeoTiffProcessor : public Processor {
   std::int64_t PixelsWithValue() const { return pixelsWithValue_; }
   /// How many of these have, in a raster, just what an empty pixel has.
   std::int64_t PixelsLikeEmpty() const { return pixelsLikeEmpty_; }
+  /// How many have, in a raster, become infinite, as their values lie beyond what a 32-bit float can hold.
+  std::int64_t PixelsBeyondFloats() const { return pixelsBeyondFloats_; }
 
  private:
   bool Init(const std::wstring& gridPath, const std::wstring& imagePath, const std::wstring& colorTable);
@@ -148,6 +150,7 @@ class VakGridToGeoTiffProcessor : public Processor {
   bool tellsReaders_ = false;
   std::int64_t pixelsWithValue_ = 0;
   std::int64_t pixelsLikeEmpty_ = 0;
+  std::int64_t pixelsBeyondFloats_ = 0;
   std::uint64_t lineMemory_;
   Fault lastFault_ = Fault::kNone;
   std::wstring lastError_;

@@ -18,6 +18,7 @@
 #include "vakdtm/store/DtmBlockId.h"
 
 #include "support/LongForm.h"
+#include "support/RandomSeed.h"
 #include "support/TestGrid.h"
 
 namespace vak {
@@ -574,9 +575,9 @@ void ExpectClose(double actual, long double expected, const char* what) {
 std::string PlaceOf(const std::optional<double>& z, double x, double y) { return z ? Place(*z, x, y) : "nothing"; }
 
 TEST(DtmTotalProcessor, AgreesWithAPlainComputationOnRandomModels) {
-  const int seed = testing::UnitTest::GetInstance()->random_seed();
+  const std::uint32_t seed = RandomSeed();
   SCOPED_TRACE("rerun with --gtest_random_seed=" + std::to_string(seed));
-  std::mt19937_64 rng(static_cast<std::uint64_t>(seed));
+  std::mt19937_64 rng(seed);
   const auto pick = [&rng](int count) { return static_cast<int>(rng() % static_cast<std::uint64_t>(count)); };
   const std::vector<int> allKinds = {dVAL, iNUM, dSDV, dMIN, dMAX, fXMN, fYMN, fXMX, fYMX, fDUR, tTIM, fBKS};
   int deviations = 0;

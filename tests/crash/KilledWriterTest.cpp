@@ -4,7 +4,6 @@
 #include <bit>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
@@ -15,6 +14,7 @@
 
 #include "LiveModel.h"
 #include "support/LongForm.h"
+#include "support/RandomSeed.h"
 #include "support/TestFolder.h"
 
 namespace vak::test {
@@ -37,11 +37,6 @@ bool IsOfAMissingOrStaleIndex(const DtmFault& fault) {
     default:
       return false;
   }
-}
-
-std::uint32_t ChosenSeed() {
-  const char* const given = std::getenv("VAKDTM_SEED");
-  return given ? static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10)) : std::random_device()();
 }
 
 /// When to kill: at any moment, or around a sync, when the file is being written.
@@ -172,8 +167,7 @@ class Victim {
 TEST(KilledWriter, LosesNothingThatWasSyncedAndTheModelGoesOn) {
   const int models = LongForm(2, 40);
   constexpr int kKills = 5;  // of a model, which grows and is gone over again
-  const std::uint32_t seed = ChosenSeed();
-  std::printf("VAKDTM_SEED=%u\n", seed);
+  const std::uint32_t seed = RandomSeed();
   Moments moments(seed);
   Tally tally;
   for (int model = 0; model < models; ++model) {
@@ -181,7 +175,7 @@ TEST(KilledWriter, LosesNothingThatWasSyncedAndTheModelGoesOn) {
     ASSERT_TRUE(victim.IsMade());
     for (int kill = 0; kill < kKills; ++kill) {
       SCOPED_TRACE("kill " + std::to_string(kill) + " in model " + std::to_string(model) +
-                   " of VAKDTM_SEED=" + std::to_string(seed));
+                   ", rerun with --gtest_random_seed=" + std::to_string(seed));
       victim.Kill(moments, model * kKills + kill, tally);
       if (HasFailure()) return;
     }

@@ -31,7 +31,7 @@ namespace fs = std::filesystem;
 
 using Clock = std::chrono::steady_clock;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef VAKDTM_SANITIZED
 constexpr bool kMemoryIsOurs = false;  // sanitizers have an allocator of their own, and shadows
 #else
 constexpr bool kMemoryIsOurs = true;

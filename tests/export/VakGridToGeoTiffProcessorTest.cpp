@@ -25,6 +25,7 @@
 #include "vakdtm/store/DtmBlockId.h"
 
 #include "support/LongForm.h"
+#include "support/RandomSeed.h"
 #include "support/SharedModel.h"
 #include "support/TestFolder.h"
 #include "support/TestGrid.h"
@@ -707,7 +708,7 @@ class LiteralImage {
 };
 
 TEST_F(VakGridToGeoTiffProcessorTest, EveryPixelIsAsTheRulesHaveItCellByCell) {
-  const unsigned seed = static_cast<unsigned>(testing::UnitTest::GetInstance()->random_seed());
+  const std::uint32_t seed = RandomSeed();
   std::mt19937 random(seed);
   const auto pick = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
   constexpr long long kNow = 1'700'000'000;

@@ -7,6 +7,7 @@
 #include "vakdtm/intake/DatedSoundingScanner.h"
 
 #include "support/LongForm.h"
+#include "support/RandomSeed.h"
 
 namespace vak {
 namespace {
@@ -118,7 +119,7 @@ TEST(DatedSoundingScanner, AgreesWithSscanfAboutOddDates) {
 }
 
 TEST(DatedSoundingScanner, AgreesWithSscanfAboutRandomLines) {
-  std::mt19937 random(static_cast<unsigned>(testing::UnitTest::GetInstance()->random_seed()));
+  std::mt19937 random(RandomSeed());
   const std::vector<std::string> parts = {"1", "23", "4.5",  "-6", "+7", ",",   ",", ",",  " ",  " ",     "-",
                                           "-", "-",  "2015", "03", "e1", "nan", "x", "\t", "\n", "#QNAN", "."};
   int dated = 0;

@@ -15,6 +15,8 @@
 #include "vakdtm/intake/LineReader.h"
 #include "vakdtm/intake/SoundingScanner.h"
 
+#include "support/RandomSeed.h"
+
 namespace vak {
 namespace {
 
@@ -157,7 +159,7 @@ TEST(LineReader, NamedTextsAreCutAsFgetsCutsThem) {
 }
 
 TEST(LineReader, RandomTextsAreCutAsFgetsCutsThem) {
-  const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
+  const std::uint64_t seed = RandomSeed();
   std::mt19937_64 rng(seed);
   std::size_t pieces = 0;
   std::size_t cut = 0;

@@ -16,6 +16,7 @@
 
 #include "support/DecimalComma.h"
 #include "support/LongForm.h"
+#include "support/RandomSeed.h"
 
 namespace vak {
 namespace {
@@ -243,7 +244,7 @@ TEST(SoundingScanner, EveryByteInAnyPlaceScansAsSscanfScansIt) {
 }
 
 TEST(SoundingScanner, DecimalsOfAllLengthsAreRoundedAsSscanfRoundsThem) {
-  const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
+  const std::uint64_t seed = RandomSeed();
   std::mt19937_64 rng(seed);
   for (unsigned whole = 0; whole <= 20; ++whole) {
     for (unsigned decimals = 0; decimals <= 20; ++decimals) {
@@ -335,7 +336,7 @@ class LineMaker {
 }  // namespace
 
 TEST(SoundingScanner, RandomLinesScanAsSscanfScansThem) {
-  const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
+  const std::uint64_t seed = RandomSeed();
   const int lines = LongForm(400'000, 10'000'000, 80'000);
   LineMaker maker(seed);
   int soundings = 0;

@@ -10,6 +10,7 @@
 #include "vakdtm/render/AxisTicks.h"
 
 #include "PlainMeasure.h"
+#include "support/RandomSeed.h"
 
 namespace vak {
 namespace {
@@ -121,8 +122,8 @@ TEST(AxisTicks, LabelsHaveTheDecimalsOfTheStepAndATrueMinus) {
 
 /// Whatever the axis: round multiples of one step in the range, and labels with room between them.
 TEST(AxisTicks, OfAnyAxisNeitherOverlapNorStickOut) {
-  const int seed = testing::UnitTest::GetInstance()->random_seed();
-  std::mt19937 rng(static_cast<unsigned>(seed));
+  const std::uint32_t seed = RandomSeed();
+  std::mt19937 rng(seed);
   std::uniform_real_distribution<double> exponent(-3, 7);
   std::uniform_int_distribution<int> pixels(20, 3000);
   int labelled = 0;

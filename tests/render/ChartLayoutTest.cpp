@@ -8,6 +8,7 @@
 #include "vakdtm/render/ChartLayout.h"
 
 #include "PlainMeasure.h"
+#include "support/RandomSeed.h"
 
 namespace vak {
 namespace {
@@ -144,8 +145,8 @@ TEST(ChartLayout, ExtremeShapesStayLegible) {
 }
 
 TEST(ChartLayout, AnyPlanIsLegibleOrRefused) {
-  const int seed = testing::UnitTest::GetInstance()->random_seed();
-  std::mt19937 rng(static_cast<unsigned>(seed));
+  const std::uint32_t seed = RandomSeed();
+  std::mt19937 rng(seed);
   std::uniform_real_distribution<double> exponent(-1, 6);
   const auto chance = [&rng] { return rng() % 2 == 0; };
   int made = 0;

@@ -7,6 +7,7 @@
 #include "vakdtm/render/DataExtents.h"
 #include "vakdtm/store/DtmBlockId.h"
 
+#include "support/RandomSeed.h"
 #include "support/TestGrid.h"
 
 namespace vak {
@@ -57,8 +58,8 @@ TEST(DataExtents, AreCutWithALimit) {
 }
 
 TEST(DataExtents, OfAnyModelAreThoseOfAllItsCells) {
-  const int seed = testing::UnitTest::GetInstance()->random_seed();
-  std::mt19937 rng(static_cast<unsigned>(seed));
+  const std::uint32_t seed = RandomSeed();
+  std::mt19937 rng(seed);
   for (int round = 0; round < 100; ++round) {
     SCOPED_TRACE(std::to_string(seed) + ", round " + std::to_string(round));
     TestGrid grid;

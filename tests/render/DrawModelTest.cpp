@@ -20,6 +20,7 @@
 #include "vakdtm/services/device/ImageDevice.h"
 
 #include "support/LongForm.h"
+#include "support/RandomSeed.h"
 #include "support/RecordingDevice.h"
 #include "support/TestGrid.h"
 
@@ -107,7 +108,7 @@ int CountPainted(const ImageDevice& image, int width, int height) {
 
 /// However a model is walked, every pixel is the same.
 TEST(DrawModel, ThePictureIsTheSameInEveryWay) {
-  const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
+  const std::uint64_t seed = RandomSeed();
   std::mt19937_64 random(seed);
   const auto pick = [&](double low, double high) {
     return low + (high - low) * static_cast<double>(random() % 100000) / 100000;

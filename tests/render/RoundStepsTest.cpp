@@ -5,6 +5,8 @@
 
 #include "vakdtm/render/RoundSteps.h"
 
+#include "support/RandomSeed.h"
+
 namespace vak {
 namespace {
 
@@ -48,7 +50,7 @@ TEST(RoundSteps, FollowOneAnother) {
 }
 
 TEST(RoundSteps, EncloseAnyNumber) {
-  std::mt19937 rng(static_cast<unsigned>(testing::UnitTest::GetInstance()->random_seed()));
+  std::mt19937 rng(RandomSeed());
   std::uniform_real_distribution<double> exponent(-200, 200);
   for (int i = 0; i < 2000; ++i) {
     const double number = std::pow(10.0, exponent(rng));

@@ -9,6 +9,7 @@
 #include "vakdtm/services/text/CVakUnitCnv.h"
 
 #include "support/LongForm.h"
+#include "support/RandomSeed.h"
 
 namespace vak {
 namespace {
@@ -77,7 +78,7 @@ bool IsNearest(double value, double converted, std::uint64_t over, std::uint64_t
 }
 
 TEST(CVakUnitCnv, EveryQuotientIsTheNearestDouble) {
-  const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
+  const std::uint64_t seed = RandomSeed();
   std::mt19937_64 random(seed);
   std::uniform_real_distribution<double> exponent(-12, 12);
   int differsFromDivision = 0;

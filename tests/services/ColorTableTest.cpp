@@ -16,6 +16,7 @@
 #include "vakdtm/services/files/SmartFileImpl.h"
 
 #include "support/LongForm.h"
+#include "support/RandomSeed.h"
 #include "support/TestFolder.h"
 
 namespace vak {
@@ -390,7 +391,7 @@ ColorTable AnyTable(std::mt19937_64& random) {
 TEST(ColorTable, WhatWasSavedReadsBackToAnEqualTable) {
   const test::TestFolder folder;
   const std::wstring path = folder.WideFile("table.ctb");
-  const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
+  const std::uint64_t seed = RandomSeed();
   std::mt19937_64 random(seed);
   SmartFileImpl file;
   int withClasses = 0;

@@ -9,6 +9,7 @@
 #include "vakdtm/services/text/FormatDouble.h"
 
 #include "support/LongForm.h"
+#include "support/RandomSeed.h"
 
 namespace vak {
 namespace {
@@ -63,7 +64,7 @@ TEST(FormatDouble, LargestNumberHasAllItsDigits) {
 }
 
 TEST(FormatDouble, AgreesWithPrintfOnAnyNumber) {
-  const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
+  const std::uint64_t seed = RandomSeed();
   std::mt19937_64 random(seed);
   std::uniform_real_distribution<double> exponent(-20, 20);
   for (int i = 0; i < LongForm(20'000, 2'000'000); ++i) {

@@ -10,6 +10,8 @@
 
 #include "vakdtm/services/text/FormatNumber.h"
 
+#include "support/RandomSeed.h"
+
 namespace vak {
 namespace {
 
@@ -54,9 +56,9 @@ TEST(FormatNumber, PlainDecimalsWhereTheyAreReadable) {
 }
 
 TEST(FormatNumber, AnyFiniteNumberReadsBackToTheSameBits) {
-  const int seed = testing::UnitTest::GetInstance()->random_seed();
+  const std::uint32_t seed = RandomSeed();
   SCOPED_TRACE("rerun with --gtest_random_seed=" + std::to_string(seed));
-  std::mt19937_64 rng(static_cast<std::uint64_t>(seed));
+  std::mt19937_64 rng(seed);
   std::uniform_real_distribution<double> plane(-1e7, 1e7);
   int finite = 0;
   for (int run = 0; run < 100000; ++run) {

@@ -4,6 +4,8 @@
 
 #include "vakdtm/services/text/Utf8.h"
 
+#include "support/RandomSeed.h"
+
 namespace vak {
 namespace {
 
@@ -62,9 +64,9 @@ TEST(Utf8, InvalidBytesBecomeEscapesOneByOne) {
 }
 
 TEST(Utf8, AnyBytesComeBack) {
-  const int seed = testing::UnitTest::GetInstance()->random_seed();
+  const std::uint32_t seed = RandomSeed();
   SCOPED_TRACE("rerun with --gtest_random_seed=" + std::to_string(seed));
-  std::mt19937 rng(static_cast<unsigned>(seed));
+  std::mt19937 rng(seed);
   // Leads and continuations more often than evenly spread bytes would have them, so that sequences come about.
   const std::string kLikely =
       "\xC2\xE0\xE2\xED\xF0\xF4\x80\x82\xA0\xBF\x90"

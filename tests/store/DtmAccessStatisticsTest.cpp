@@ -567,6 +567,18 @@ TEST(DtmAccessSetValue, MarkForUncertaintiesGoesOnTheBlockOfTheHighest) {
   EXPECT_FALSE(grid.IsModified(dTHU));
 }
 
+// Nobody can tell that the block holds something: where all that is marked is cleared, the area goes, and that with it.
+TEST(DtmAccessSetValue, AnAreaWithoutAnythingElseGoesWithItsUncertainties) {
+  Statistics grid({dMAX, dTHU});
+  const float u = 1;
+  ASSERT_TRUE(grid.SetValue({0.1, 0.1, 0, 0, nullptr, &u, 0}));
+  ASSERT_TRUE(grid.Access().ClearCellData(1, 1, dMAX));
+  EXPECT_FALSE(grid.Area(0, 0)->IsEmpty()) << "the cursor is still in it";
+  ASSERT_TRUE(grid.SetValue({-0.1, 0.1, 0, 0, nullptr, nullptr, 0}));
+  EXPECT_TRUE(grid.Area(0, 0)->IsEmpty());
+  EXPECT_EQ(grid.Read(0, 0).thu, 1.0) << "in memory";
+}
+
 TEST(DtmAccessSetValue, MarksEveryOtherBlock) {
   Statistics grid;
   ASSERT_TRUE(grid.SetValue({0.1, 0.1, 0, 0, nullptr, nullptr, 0}));

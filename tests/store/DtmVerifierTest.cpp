@@ -17,6 +17,7 @@
 
 #include "support/LongForm.h"
 #include "support/MemoryStream.h"
+#include "support/RandomSeed.h"
 #include "support/TestGrid.h"
 
 namespace vak::test {
@@ -879,7 +880,7 @@ std::string Damage(const RandomModel& model, Traced& traced, std::mt19937_64& rn
 }
 
 TEST(DtmVerifier, AnyDamageLeavesEveryUntouchedAreaToTheRepair) {
-  const auto seed = static_cast<std::uint64_t>(testing::UnitTest::GetInstance()->random_seed());
+  const std::uint64_t seed = RandomSeed();
   std::mt19937_64 rng(seed);
   int untouched = 0;
   int lost = 0;

@@ -16,7 +16,7 @@ inline int LongForm(int shortCount, int longCount) {
 /// The same where instrumented code takes several times as long for the short run: `sanitizedCount` is enough there to
 /// pass through all the code, and the plain build does the counting.
 inline int LongForm([[maybe_unused]] int shortCount, int longCount, [[maybe_unused]] int sanitizedCount) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VAKDTM_SANITIZED
   return LongForm(sanitizedCount, longCount);
 #else
   return LongForm(shortCount, longCount);

@@ -10,7 +10,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 FOLDERS = ("src", "apps", "bindings", "tests", "bench", "examples", "docs", "scripts", "cmake", ".ci")
 SUFFIXES = {"", ".h", ".cpp", ".py", ".md", ".txt", ".cmake", ".in", ".json", ".sh"}
-NO_TEXT = ("tests/fuzz/corpus/", "tests/data/")
+NO_TEXT = ("tests/fuzz/corpus/",)
 
 # Written so that no pattern finds itself.
 FORBIDDEN = {

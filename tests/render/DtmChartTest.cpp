@@ -1,5 +1,7 @@
 #include <cmath>
 #include <gtest/gtest.h>
+#include <span>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -177,6 +179,70 @@ TEST(DtmChart, TellsWhyThereIsNone) {
   ASSERT_TRUE(grid.Clear(0, 0));
   ASSERT_TRUE(grid.Clear(0, 1));
   EXPECT_EQ(Picture(grid, SettingsOf(dVAL)).fault, Fault::kNoneShown);
+}
+
+/// A picture that counts what it lends and what images it is given.
+class CountingDevice final : public CDC {
+ public:
+  explicit CountingDevice(bool lends) : lends_(lends) {}
+
+  ImageDevice image;
+  int lent = 0;
+  int drawn = 0;
+
+  void FillSolidRect(const PixelRect& rect, Color color) override { image.FillSolidRect(rect, color); }
+  void DrawPolyline(std::span<const PixelPoint> points) override { image.DrawPolyline(points); }
+  void FillPolygon(std::span<const PixelPoint> points, Color color) override { image.FillPolygon(points, color); }
+  TextExtent GetTextExtent(const std::wstring& text) override {
+    image.SelectFont(GetFont());
+    return image.GetTextExtent(text);
+  }
+  Color GetPixel(int x, int y) const override { return image.GetPixel(x, y); }
+  int GetDeviceCaps(int what) const override { return image.GetDeviceCaps(what); }
+  void DrawImage(const PixelRect& rect, const ImageDevice& other) override {
+    ++drawn;
+    image.DrawImage(rect, other);
+  }
+  bool LendPixels(const PixelRect& rect, ImageDevice& part) override {
+    if (!lends_ || !image.LendPixels(rect, part)) return false;
+    ++lent;
+    return true;
+  }
+
+ protected:
+  void PrintText(int /*x*/, int /*y*/, const std::wstring& /*text*/, const PixelRect* /*clip*/) override {}
+
+ private:
+  const bool lends_;
+};
+
+TEST(DtmChart, CellsArePaintedOnTheDevicesOwnPixelsWhereItHasSome) {
+  TestGrid grid;
+  grid.Draw(
+      "-1 -2  .\n"
+      "-3 -4 -5");
+  ChartSettings settings = SettingsOf(dVAL);
+  settings.frameAreas = true;
+  const Picture expected(grid, settings);
+  for (const bool lends : {false, true}) {
+    SCOPED_TRACE(lends);
+    DtmChart chart(grid.Access(), settings);
+    CountingDevice device(lends);
+    ASSERT_TRUE(device.image.Create(1, 1));
+    ASSERT_EQ(chart.Look(MeasureOn(device)), Fault::kNone);
+    const ChartLayout& layout = chart.Layout();
+    ASSERT_TRUE(device.image.Create(layout.width, layout.height, 96, 0x123456));
+    ASSERT_EQ(chart.Paint(device, {}), Fault::kNone);
+    EXPECT_EQ(device.lent, lends ? 1 : 0);
+    EXPECT_EQ(device.drawn, lends ? 0 : 1);
+    int others = 0;
+    for (int y = layout.map.top; y < layout.map.bottom; ++y) {
+      for (int x = layout.map.left; x < layout.map.right; ++x) {
+        others += device.GetPixel(x, y) == expected.image.GetPixel(x, y) ? 0 : 1;
+      }
+    }
+    EXPECT_EQ(others, 0);
+  }
 }
 
 TEST(DtmChart, AStoppedOneIsNotPainted) {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -504,6 +505,49 @@ TEST(ImageDevice, AnImageOnAnImageTakesWhatLiesUnderTheMiddles) {
   less.DrawImage({2, 2, 2, 2}, image);
   less.DrawImage({0, 0, 4, 3}, ImageDevice());
   ImageDevice().DrawImage({0, 0, 4, 3}, less);
+}
+
+TEST(ImageDevice, WhatIsDrawnOnALentPartAppearsOnTheWhole) {
+  ImageDevice whole;
+  ASSERT_TRUE(whole.Create(8, 5, 300.0));
+  whole.FillSolidRect({0, 0, 3, 5}, kRed);
+  {
+    ImageDevice part;
+    ASSERT_TRUE(whole.LendPixels({2, 1, 6, 4}, part));
+    EXPECT_EQ(Picture(part),
+              "r...\n"
+              "r...\n"
+              "r...\n");
+    EXPECT_EQ(part.DotsPerInch(), 300.0);
+    part.FillSolidRect({-9, 1, 3, 9}, kBlue);
+    part.FillPolygon(std::array<PixelPoint, 4>{{{3, -9}, {9, -9}, {9, 1}, {3, 1}}}, kBlue);
+  }
+  EXPECT_EQ(Picture(whole),
+            "rrr.....\n"
+            "rrr..b..\n"
+            "rrbbb...\n"
+            "rrbbb...\n"
+            "rrr.....\n");
+  whole.FillPolygon(std::array<PixelPoint, 4>{{{7, 0}, {8, 0}, {8, 5}, {7, 5}}}, kRed);
+  EXPECT_EQ(whole.GetPixel(2, 2), kBlue);
+  EXPECT_EQ(whole.GetPixel(7, 2), kRed);
+}
+
+TEST(ImageDevice, LendsOnlyWhatIsOnIt) {
+  ImageDevice whole;
+  ASSERT_TRUE(whole.Create(8, 5));
+  ImageDevice part;
+  ASSERT_TRUE(part.Create(3, 3));
+  for (const PixelRect& rect : {PixelRect{-1, 0, 4, 4}, PixelRect{0, 0, 9, 4}, PixelRect{0, -1, 4, 4},
+                                PixelRect{0, 0, 4, 6}, PixelRect{3, 3, 3, 4}, PixelRect{4, 4, 3, 3}}) {
+    EXPECT_FALSE(whole.LendPixels(rect, part))
+        << rect.left << ' ' << rect.top << ' ' << rect.right << ' ' << rect.bottom;
+  }
+  EXPECT_FALSE(whole.LendPixels({0, 0, 8, 5}, whole));
+  EXPECT_FALSE(ImageDevice().LendPixels({0, 0, 1, 1}, part));
+  EXPECT_EQ(part.Width(), 3) << "it is as it was";
+  EXPECT_EQ(whole.Width(), 8);
+  EXPECT_TRUE(whole.LendPixels({0, 0, 8, 5}, part));
 }
 
 TEST(ImageDevice, SavesAPngThatOthersRead) {

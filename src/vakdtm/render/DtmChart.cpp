@@ -250,8 +250,14 @@ DtmChart::Fault DtmChart::PaintCells(CDC& device) {
   const PixelRect& map = layout_.map;
   const int width = map.right - map.left;
   const int height = map.bottom - map.top;
+  // On the device's own pixels where it has some: a second image of that size would double what a picture takes.
   ImageDevice image;
-  if (!image.Create(width, height)) return Fault::kNoMemory;
+  const bool isLent = device.LendPixels(map, image);
+  if (isLent) {
+    image.FillSolidRect({0, 0, width, height}, CDC::kWhite);
+  } else if (!image.Create(width, height)) {
+    return Fault::kNoMemory;
+  }
   const CoordinateSystem system(layout_.view, width, height);
   const Page part = PaintedPart();
   DtmDrawProcessor drawing;
@@ -264,7 +270,7 @@ DtmChart::Fault DtmChart::PaintCells(CDC& device) {
     drawing.SetSunIllumination(true, settings_.sun->azimuth, settings_.sun->elevation, settings_.sun->factor);
   }
   if (!Walk(drawing, system, settings_.frameAreas)) return running_ ? Fault::kUnreadable : Fault::kStopped;
-  device.DrawImage(map, image);
+  if (!isLent) device.DrawImage(map, image);
   return Fault::kNone;
 }
 

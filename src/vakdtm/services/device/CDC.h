@@ -111,6 +111,13 @@ class CDC {
   /// Draws an image over a rectangle, scaled to it without smoothing, so that what was a sharp edge stays one.
   virtual void DrawImage(const PixelRect& rect, const ImageDevice& image) = 0;
 
+  /// Lends a rectangle of the picture: `part` becomes an image of these very pixels, as they are, so that what is drawn
+  /// on it needs no second image and no copy. It mustn't be used when this picture is gone, and while it is drawn on
+  /// nothing is drawn here.
+  /// @return false where the device doesn't keep its pixels, and where not all of the rectangle is on the picture;
+  /// `part` is as it was.
+  virtual bool LendPixels(const PixelRect& /*rect*/, ImageDevice& /*part*/) { return false; }
+
  protected:
   CDC() = default;
 

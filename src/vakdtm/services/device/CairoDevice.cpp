@@ -302,6 +302,23 @@ bool CairoDevice::Open(const Settings& settings, Sink sink) {
   return Succeed();
 }
 
+bool CairoDevice::OpenOn(std::uint32_t* pixels, int stride, int width, int height, double dotsPerInch) {
+  auto canvas = std::make_unique<Canvas>();
+  canvas->surface.reset(cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(pixels),
+                                                            CAIRO_FORMAT_RGB24, width, height,
+                                                            stride * static_cast<int>(sizeof(std::uint32_t))));
+  canvas->context.reset(cairo_create(canvas->surface.get()));
+  if (const std::wstring failure = canvas->Failure(); !failure.empty()) return Refuse(failure);
+  Drop();
+  canvas_ = std::move(canvas);
+  pixels_ = pixels;
+  stride_ = stride;
+  width_ = width;
+  height_ = height;
+  dotsPerInch_ = dotsPerInch;
+  return Succeed();
+}
+
 int CairoDevice::GetDeviceCaps(int what) const {
   if (what != kHorizontalDotsPerInch && what != kVerticalDotsPerInch) return 0;
   return static_cast<int>(std::lround(dotsPerInch_));

@@ -63,6 +63,9 @@ class CairoDevice : public CDC {
   /// Makes the picture, in place of the one before.
   /// @param sink  where a page goes, piece by piece, until `FinishPage` has returned; not used by an image.
   bool Open(const Settings& settings, Sink sink);
+  /// Makes an image of pixels that belong to somebody else, in place of the picture before, with what they show.
+  /// @param stride  from one row to the next, in pixels.
+  bool OpenOn(std::uint32_t* pixels, int stride, int width, int height, double dotsPerInch);
   /// Gives the picture up, finished or not.
   void Drop();
 

@@ -66,6 +66,13 @@ void ImageDevice::DrawImage(const PixelRect& rect, const ImageDevice& image) {
   }
 }
 
+bool ImageDevice::LendPixels(const PixelRect& rect, ImageDevice& part) {
+  if (&part == this || rect.IsEmpty() || Cut(rect) != rect) return false;
+  std::uint32_t* const pixels = Pixels();
+  return pixels != nullptr && part.OpenOn(pixels + static_cast<std::ptrdiff_t>(Stride()) * rect.top + rect.left,
+                                          Stride(), rect.right - rect.left, rect.bottom - rect.top, DotsPerInch());
+}
+
 bool ImageDevice::SavePng(const std::wstring& path, std::span<const PictureNote> notes) {
   if (Pixels() == nullptr) return Refuse(L"there is no image");
   std::string chunks = PngResolution(DotsPerInch());

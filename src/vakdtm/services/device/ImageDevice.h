@@ -38,6 +38,8 @@ class ImageDevice final : public CairoDevice {
   Color GetPixel(int x, int y) const override;
   /// Each pixel takes the colour of the one that lies under its middle.
   void DrawImage(const PixelRect& rect, const ImageDevice& image) override;
+  /// The part has these dots per inch. @return false also when `part` is this image.
+  bool LendPixels(const PixelRect& rect, ImageDevice& part) override;
 };
 
 }  // namespace vak

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -108,12 +109,12 @@ class Rendering {
   bool Make() {
     ImageDevice scratch;
     if (!scratch.Create(1, 1)) return FailDrawing(scratch.LastError());
-    phase_ = 1;
+    phase_ = Phase::kLooking;
     fault_ = chart_->Look(MeasureOn(scratch));
     if (fault_ != DtmChart::Fault::kNone) return false;
-    phase_ = 2;
-    if (!TraceContours()) return false;
-    phase_ = 3;
+    phase_ = Phase::kSpreading;
+    if (HasContours() && !FindLevels()) return false;
+    phase_ = Phase::kPainting;
     return Draw();
   }
 
@@ -123,31 +124,38 @@ class Rendering {
     chart_->Stop();
   }
   double Progress() const {
-    const double part = phase_ == 2 ? traced_.load() : chart_->Progress();
-    const bool hasContours = options_.contours > 0;
+    const double painting = HasContours() ? 0.2 : 0.5;
     switch (phase_) {
-      case 0:
+      case Phase::kWaiting:
         return 0;
-      case 1:
-        return 0.3 * part;
-      case 2:
-        return 0.3 + 0.4 * part;
-      default:
-        return hasContours ? 0.7 + 0.3 * part : 0.3 + 0.7 * part;
+      case Phase::kLooking:
+        return 0.3 * chart_->Progress();
+      case Phase::kSpreading:
+        return 0.3;
+      case Phase::kPainting:
+        return 0.3 + painting * chart_->Progress();
+      case Phase::kTracing:
+        return 0.5 + 0.3 * traced_;
+      case Phase::kSaving:
+        return 0.8;
     }
+    return 0;
   }
 
   /// Tells how the job ended, and puts the picture in its place. @return a status.
   int Finish(int result);
 
  private:
+  enum class Phase { kWaiting, kLooking, kSpreading, kPainting, kTracing, kSaving };
+
+  bool HasContours() const { return options_.contours > 0; }
   bool HasPolygon() const { return !options_.polygon.empty(); }
   int LookAtWords();
   int LookAtColors();
   int LookAtModel() const;
   void TakeUnits();
-  bool FindLevels(std::vector<double>& levels);
-  bool TraceContours();
+  bool FindLevels();
+  bool TraceContours(const std::function<void(const ChartContour&)>& draw);
   bool Draw();
   bool FailDrawing(const std::wstring& error) {
     drawError_ = ToUtf8(error);
@@ -164,9 +172,9 @@ class Rendering {
   std::unique_ptr<DtmAccess> access_;
   std::unique_ptr<DtmChart> chart_;
   ExportTarget target_;
-  std::vector<ChartContour> contours_;
+  std::vector<double> levels_;  // of contours
   std::atomic<bool> running_{true};
-  std::atomic<int> phase_{0};
+  std::atomic<Phase> phase_{Phase::kWaiting};
   std::atomic<double> traced_{0};
   DtmChart::Fault fault_ = DtmChart::Fault::kNone;
   std::string contourError_;
@@ -253,7 +261,7 @@ int Rendering::LookAtModel() const {
 // ---- contours
 
 /// Contours are of the heights shown, or of the mean heights under any other kind of value.
-bool Rendering::FindLevels(std::vector<double>& levels) {
+bool Rendering::FindLevels() {
   double lowest = 0;
   double highest = 0;
   fault_ = chart_->FindContourRange(lowest, highest);
@@ -262,7 +270,7 @@ bool Rendering::FindLevels(std::vector<double>& levels) {
     return true;
   }
   if (fault_ != DtmChart::Fault::kNone) return false;
-  switch (SpreadMultiples(options_.contours, 0, lowest, highest, kMostContours, levels)) {
+  switch (SpreadMultiples(options_.contours, 0, lowest, highest, kMostContours, levels_)) {
     case MultiplesFault::kTooMany:
       contourError_ = "--contours: that makes more than " + std::to_string(kMostContours) + " levels";
       return false;
@@ -275,26 +283,24 @@ bool Rendering::FindLevels(std::vector<double>& levels) {
   return true;
 }
 
-bool Rendering::TraceContours() {
-  if (!(options_.contours > 0)) return true;
-  std::vector<double> levels;
-  if (!FindLevels(levels)) return false;
+/// Hands each line on as soon as its level is traced, and keeps none.
+bool Rendering::TraceContours(const std::function<void(const ChartContour&)>& draw) {
+  phase_ = Phase::kTracing;
   const int block = chart_->ContourBlock();
   const auto side = static_cast<std::uint64_t>(model_->AreaSize());
   const auto cellBytes = static_cast<std::uint64_t>(DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(block)));
   access_->SetCacheSize(std::max(DtmAccess::kDefaultCacheSize, kCellMemory / std::max(side * side * cellBytes, side)));
   DtmContourCreator creator(access_.get(), block);
   creator.SetPoly(chart_->ContourPolygon());
-  const std::vector<bool> isIndex = FindIndexLevels(levels, options_.contours);
+  const std::vector<bool> isIndex = FindIndexLevels(levels_, options_.contours);
   ContourList traced;
-  for (std::size_t i = 0; i < levels.size() && running_; ++i) {
+  for (std::size_t i = 0; i < levels_.size() && running_; ++i) {
     traced.Clear();
-    creator.AddLevel(levels[i] / settings_.heightFactor, traced, running_);
-    for (int k = 0; k < traced.Size(); ++k) contours_.push_back({levels[i], isIndex[i], traced[k].Line()});
-    traced_ = static_cast<double>(i + 1) / static_cast<double>(levels.size());
+    creator.AddLevel(levels_[i] / settings_.heightFactor, traced, running_);
+    for (int k = 0; k < traced.Size() && running_; ++k) draw({levels_[i], isIndex[i], traced[k].Line()});
+    traced_ = static_cast<double>(i + 1) / static_cast<double>(levels_.size());
   }
   access_->SetCacheSize(DtmAccess::kDefaultCacheSize);
-  if (!running_) fault_ = DtmChart::Fault::kStopped;
   return running_;
 }
 
@@ -302,25 +308,30 @@ bool Rendering::TraceContours() {
 
 bool Rendering::Draw() {
   const ChartLayout& layout = chart_->Layout();
+  ContourSource contours;
+  if (HasContours()) contours = [this](const auto& draw) { return TraceContours(draw); };
   if (format_ == Format::kPng) {
     ImageDevice image;
     if (!image.Create(layout.width, layout.height, kScreenDots)) return FailDrawing(image.LastError());
-    fault_ = chart_->Paint(image, contours_);
+    fault_ = chart_->Paint(image, contours);
     if (fault_ != DtmChart::Fault::kNone) return false;
     std::vector<PictureNote> notes;
     if (!settings_.title.empty()) notes.push_back({"Title", settings_.title});
-    return image.SavePng(target_.Path(), notes) || FailDrawing(image.LastError());
+    phase_ = Phase::kSaving;
+    return image.SavePng(target_.Path(), notes, &running_) || FailDrawing(image.LastError());
   }
   const bool isPdf = format_ == Format::kPdf;
   const double longest = std::max(layout.width, layout.height);
   PageDevice page;
+  page.SetRunning(&running_);
   if (!page.Create(target_.Path(), isPdf ? PageDevice::Format::kPdf : PageDevice::Format::kSvg, layout.width,
                    layout.height, isPdf ? std::max(kScreenDots, longest / kLongestPage) : kScreenDots,
                    settings_.title)) {
     return FailDrawing(page.LastError());
   }
-  fault_ = chart_->Paint(page, contours_);
+  fault_ = chart_->Paint(page, contours);
   if (fault_ != DtmChart::Fault::kNone) return false;
+  phase_ = Phase::kSaving;
   return page.Finish() || FailDrawing(page.LastError());
 }
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
@@ -67,6 +68,13 @@ struct Drawn {
   RecordingDevice device;
   ChartLayout layout;
 };
+
+void DrawAll(CDC& device, const ChartLayout& layout, const std::vector<ChartContour>& contours,
+             const std::function<Color(double)>& colorAt = {}, const Page& shown = Page()) {
+  ContourPainter painter(device, layout, colorAt, shown);
+  for (const ChartContour& contour : contours) painter.Draw(contour);
+  painter.DrawLabels();
+}
 
 TEST(ChartFurniture, MeasuresInTheFontThatIsAskedForAndPutsTheOldOneBack) {
   RecordingDevice device;
@@ -237,7 +245,7 @@ TEST(ChartFurniture, LeavesTheDeviceAsItWas) {
   GTL::Polyline<GTL::Point2D<double>> line;
   line.AddBack({10, 10});
   line.AddBack({390, 290});
-  ContourPainter(device, drawn.layout, {}).Draw({{-12, true, line}});
+  DrawAll(device, drawn.layout, {{-12, true, line}});
   EXPECT_EQ(device.GetPen(), pen);
   EXPECT_EQ(device.GetFont(), font);
   EXPECT_EQ(device.GetTextColor(), 3U);
@@ -272,15 +280,29 @@ GTL::Polyline<GTL::Point2D<double>> LineOf(std::initializer_list<GTL::Point2D<do
   return line;
 }
 
+TEST(ContourPainter, ALineIsDrawnWhenItComesAndItsLabelsBehindAllLines) {
+  Drawn drawn(FullPlan());
+  ContourPainter painter(drawn.device, drawn.layout, {});
+  painter.Draw({-12, true, LineOf({{10, 100}, {390, 100}})});
+  EXPECT_EQ(With(drawn.device, "line").size(), 1U);
+  painter.Draw({-15, true, LineOf({{10, 200}, {390, 200}})});
+  EXPECT_EQ(With(drawn.device, "line").size(), 2U);
+  EXPECT_EQ(With(drawn.device, "text").size(), 0U);
+  painter.DrawLabels();
+  EXPECT_EQ(With(drawn.device, "line").size(), 2U);
+  EXPECT_THAT(With(drawn.device, "text"), Contains(HasSubstr("\u221212")));
+  EXPECT_THAT(With(drawn.device, "text"), Contains(HasSubstr("\u221215")));
+}
+
 TEST(ContourPainter, IndexContoursAreHeavierAndLabelled) {
   Drawn drawn(FullPlan());
-  ContourPainter(drawn.device, drawn.layout, {})
-      .Draw({{-12, false, LineOf({{10, 100}, {390, 100}})}, {-15, true, LineOf({{10, 200}, {390, 200}})}});
+  DrawAll(drawn.device, drawn.layout,
+          {{-12, false, LineOf({{10, 100}, {390, 100}})}, {-15, true, LineOf({{10, 200}, {390, 200}})}});
   const int thin = drawn.layout.lineWidth;
   const Lines pens = With(drawn.device, "pen");
-  ASSERT_GE(pens.size(), 2U);
+  ASSERT_EQ(pens.size(), 4U) << "each is put back";
   EXPECT_EQ(pens[0], "pen 0 " + std::to_string(thin) + " #303030");
-  EXPECT_EQ(pens[1], "pen 0 " + std::to_string(thin + 1) + " #303030");
+  EXPECT_EQ(pens[2], "pen 0 " + std::to_string(thin + 1) + " #303030");
   EXPECT_EQ(With(drawn.device, "line").size(), 2U);
   EXPECT_THAT(With(drawn.device, "text"), Each(HasSubstr("\u221215")));
   EXPECT_GE(With(drawn.device, "text").size(), 1U);
@@ -296,18 +318,18 @@ TEST(ContourPainter, IndexContoursAreHeavierAndLabelled) {
 TEST(ContourPainter, LinesAreLightOnDarkColours) {
   Drawn drawn(FullPlan());
   const auto colorAt = [](double level) -> Color { return level < -14 ? 0x400000 : 0xD0FFFF; };
-  ContourPainter(drawn.device, drawn.layout, colorAt)
-      .Draw({{-12, false, LineOf({{10, 100}, {390, 100}})}, {-15, false, LineOf({{10, 200}, {390, 200}})}});
+  DrawAll(drawn.device, drawn.layout,
+          {{-12, false, LineOf({{10, 100}, {390, 100}})}, {-15, false, LineOf({{10, 200}, {390, 200}})}}, colorAt);
   const Lines pens = With(drawn.device, "pen");
-  ASSERT_GE(pens.size(), 2U);
+  ASSERT_EQ(pens.size(), 4U) << "each is put back";
   EXPECT_THAT(pens[0], HasSubstr("#303030"));
-  EXPECT_THAT(pens[1], HasSubstr("#e8e8e8"));
+  EXPECT_THAT(pens[2], HasSubstr("#e8e8e8"));
 }
 
 TEST(ContourPainter, LinesAreCutAtTheMapAndKeepTheirPlace) {
   Drawn drawn(FullPlan());
   const PixelRect& map = drawn.layout.map;
-  ContourPainter(drawn.device, drawn.layout, {}).Draw({{-12, false, LineOf({{-1000, 150}, {5000, 150}})}});
+  DrawAll(drawn.device, drawn.layout, {{-12, false, LineOf({{-1000, 150}, {5000, 150}})}});
   char expected[120];
   const double y = (map.top + map.bottom) / 2.0;
   std::snprintf(expected, sizeof expected, "line %d %.9g %d %.9g", map.left, y, map.right, y);
@@ -319,8 +341,8 @@ TEST(ContourPainter, LinesAreCutWhereTheMapShowsAPartOfTheWorld) {
   const PixelRect& map = drawn.layout.map;
   const Page& view = drawn.layout.view;
   const double middle = (view.left() + view.right()) / 2;
-  ContourPainter(drawn.device, drawn.layout, {})
-      .Draw({{-12, false, LineOf({{-1000, 150}, {5000, 150}})}}, Page(view.left(), view.bottom(), middle, view.top()));
+  DrawAll(drawn.device, drawn.layout, {{-12, false, LineOf({{-1000, 150}, {5000, 150}})}}, {},
+          Page(view.left(), view.bottom(), middle, view.top()));
   const int right =
       CoordinateSystem(view, map).WorldToPixel(Page(view.left(), view.bottom(), middle, view.top())).right;
   ASSERT_LT(right, map.right);

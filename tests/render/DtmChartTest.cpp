@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <span>
@@ -30,7 +31,10 @@ struct Picture {
     fault = chart.Look(MeasureOn(scratch));
     if (fault != Fault::kNone) return;
     if (!image.Create(chart.Layout().width, chart.Layout().height, 96, 0x123456)) throw std::runtime_error("no image");
-    fault = chart.Paint(image, contours);
+    fault = chart.Paint(image, [&](const auto& draw) {
+      std::for_each(contours.begin(), contours.end(), draw);
+      return true;
+    });
   }
 
   /// The colour of the pixel in which a place of the model lies.
@@ -232,7 +236,7 @@ TEST(DtmChart, CellsArePaintedOnTheDevicesOwnPixelsWhereItHasSome) {
     ASSERT_EQ(chart.Look(MeasureOn(device)), Fault::kNone);
     const ChartLayout& layout = chart.Layout();
     ASSERT_TRUE(device.image.Create(layout.width, layout.height, 96, 0x123456));
-    ASSERT_EQ(chart.Paint(device, {}), Fault::kNone);
+    ASSERT_EQ(chart.Paint(device), Fault::kNone);
     EXPECT_EQ(device.lent, lends ? 1 : 0);
     EXPECT_EQ(device.drawn, lends ? 0 : 1);
     int others = 0;
@@ -256,7 +260,7 @@ TEST(DtmChart, AStoppedOneIsNotPainted) {
   DtmChart late(grid.Access(), SettingsOf(dVAL));
   ASSERT_EQ(late.Look(MeasureOn(image)), Fault::kNone);
   late.Stop();
-  EXPECT_EQ(late.Paint(image, {}), Fault::kStopped);
+  EXPECT_EQ(late.Paint(image), Fault::kStopped);
 }
 
 TEST(DtmChart, TheSunComesOnlyWhenAskedFor) {

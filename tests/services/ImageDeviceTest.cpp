@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -651,6 +652,21 @@ TEST(ImageDevice, TellsThatATextHasNoFont) {
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.out, "no font is installed (the package fonts-dejavu-core has one)");
   EXPECT_EQ(result.err, "");
+}
+
+TEST(ImageDevice, StoppedItSavesNoMore) {
+  const test::TestFolder folder;
+  ImageDevice image;
+  ASSERT_TRUE(image.Create(300, 300));
+  for (int i = 0; i < 90'000; ++i) image.FillSolidRect({i % 300, i / 300, i % 300 + 1, i / 300 + 1}, i * 0x9E3779B1U);
+  std::atomic<bool> running = true;
+  ASSERT_TRUE(image.SavePng(folder.WideFile("a.png"), {}, &running));
+  EXPECT_GT(folder.Content("a.png").size(), 10'000U);
+  running = false;
+  EXPECT_FALSE(image.SavePng(folder.WideFile("a.png"), {}, &running));
+  EXPECT_FALSE(image.LastError().empty());
+  EXPECT_EQ(folder.Content("a.png").size(), 0U);
+  EXPECT_TRUE(image.SavePng(folder.WideFile("a.png"))) << "the image is as it was";
 }
 
 TEST(ImageDevice, WithoutAnImageNothingHappens) {

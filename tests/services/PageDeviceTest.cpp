@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <gtest/gtest.h>
@@ -38,6 +39,35 @@ void Draw(PageDevice& page) {
   page.DrawLine(10, 60, 90, 60);
   page.FillPolygon(Points{{60, 50}, {80, 50}, {70, 70}}, 0x00FF00);
   page.TextOut(10, 70, L"Tiefe -12.34 m \x00D6l");
+}
+
+TEST(PageDevice, StoppedItWritesNoMore) {
+  const test::TestFolder folder;
+  for (const auto format : {kPdf, kSvg}) {
+    SCOPED_TRACE(format == kPdf ? "pdf" : "svg");
+    std::atomic<bool> running = true;
+    PageDevice page;
+    page.SetRunning(&running);
+    ASSERT_TRUE(page.Create(folder.WideFile("a"), format, 200, 100));
+    Draw(page);
+    ASSERT_TRUE(page.Finish()) << ToUtf8(page.LastError());
+    const std::string whole = folder.Text("a");
+    ASSERT_TRUE(page.Create(folder.WideFile("a"), format, 200, 100));
+    Draw(page);
+    running = false;
+    EXPECT_FALSE(page.Finish());
+    EXPECT_LT(folder.Text("a").size(), 100U);
+    // An image isn't packed any more either, and says so though all goes on.
+    ASSERT_TRUE(page.Create(folder.WideFile("a"), format, 200, 100));
+    Draw(page);
+    running = true;
+    EXPECT_EQ(page.Finish(), format == kPdf);
+    page.SetRunning(nullptr);
+    ASSERT_TRUE(page.Create(folder.WideFile("a"), format, 200, 100));
+    Draw(page);
+    EXPECT_TRUE(page.Finish()) << ToUtf8(page.LastError());
+    EXPECT_EQ(folder.Text("a").size(), whole.size());
+  }
 }
 
 TEST(PageDevice, PdfHasItsSizeItsImageAndItsTextAsText) {

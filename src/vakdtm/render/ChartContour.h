@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "vakdtm/services/geometry/GtlPoint.h"
@@ -13,6 +14,10 @@ struct ChartContour {
   bool isIndex = false;                      ///< drawn heavier, and labelled where there is room
   GTL::Polyline<GTL::Point2D<double>> line;  ///< m
 };
+
+/// Hands contours over in the order of drawing, one by one, and needs none of them any more when `draw` returns.
+/// @return false when it was stopped or failed.
+using ContourSource = std::function<bool(const std::function<void(const ChartContour&)>& draw)>;
 
 /// Which levels are index contours: every fourth or fifth, so that they are round numbers; all of them where that would
 /// be none.

@@ -70,31 +70,34 @@ PixelRect Common(const PixelRect& a, const PixelRect& b) {
 
 }  // namespace
 
-ContourPainter::ContourPainter(CDC& device, const ChartLayout& layout, std::function<Color(double level)> colorAt)
-    : device_(device), layout_(layout), colorAt_(std::move(colorAt)) {}
+ContourPainter::ContourPainter(CDC& device, const ChartLayout& layout, std::function<Color(double level)> colorAt,
+                               const Page& shown)
+    : device_(device),
+      layout_(layout),
+      colorAt_(std::move(colorAt)),
+      system_(layout.view, layout.map),
+      area_(shown.IsValid() ? Common(layout.map, system_.WorldToPixel(shown)) : layout.map),
+      labelHeight_(std::max(9, static_cast<int>(std::lround(layout.fontHeight * 0.8)))),
+      measure_(MeasureOn(device)),
+      labels_(area_, labelHeight_, measure_) {}
 
 Color ContourPainter::InkOf(double level) const {
   const bool isDark = colorAt_ && ColorTable::GetContrastColor(colorAt_(level)) != 0;
   return Filtered(isDark ? kLight : kDark);
 }
 
-void ContourPainter::Draw(const std::vector<ChartContour>& contours, const Page& shown) const {
-  const CoordinateSystem system(layout_.view, layout_.map);
-  const PixelRect area = shown.IsValid() ? Common(layout_.map, system.WorldToPixel(shown)) : layout_.map;
-  const Pen before = device_.GetPen();
-  const int labelHeight = std::max(9, static_cast<int>(std::lround(layout_.fontHeight * 0.8)));
-  const TextMeasure measure = MeasureOn(device_);
-  ContourLabels labels(area, labelHeight, measure);
-  for (const ChartContour& contour : contours) {
-    const int width = contour.isIndex ? layout_.lineWidth + 1 : layout_.lineWidth;
-    device_.SelectPen(CreatePen(Pen::kSolid, width, InkOf(contour.level)));
-    for (const PixelLine& part : Clipped(Thinned(ToPixels(contour.line, system), kFinest), area)) {
-      device_.DrawPolyline(part);
-      if (contour.isIndex) labels.Add(part, LevelText(contour.level));
-    }
+void ContourPainter::Draw(const ChartContour& contour) {
+  const int width = contour.isIndex ? layout_.lineWidth + 1 : layout_.lineWidth;
+  const Pen before = device_.SelectPen(CreatePen(Pen::kSolid, width, InkOf(contour.level)));
+  for (const PixelLine& part : Clipped(Thinned(ToPixels(contour.line, system_), kFinest), area_)) {
+    device_.DrawPolyline(part);
+    if (contour.isIndex) labels_.Add(part, LevelText(contour.level));
   }
   device_.SelectPen(before);
-  for (const ContourLabel& label : labels.Labels()) DrawLabel(device_, label, labelHeight);
+}
+
+void ContourPainter::DrawLabels() const {
+  for (const ContourLabel& label : labels_.Labels()) DrawLabel(device_, label, labelHeight_);
 }
 
 }  // namespace vak

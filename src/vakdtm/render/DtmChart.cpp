@@ -274,14 +274,25 @@ DtmChart::Fault DtmChart::PaintCells(CDC& device) {
   return Fault::kNone;
 }
 
-DtmChart::Fault DtmChart::Paint(CDC& device, const std::vector<ChartContour>& contours) {
-  const ChartFurniture furniture(device, layout_);
-  furniture.DrawPaper();
-  if (const Fault fault = PaintCells(device); fault != Fault::kNone) return fault;
+DtmChart::Fault DtmChart::PaintContours(CDC& device, const ContourSource& contours) {
+  if (!contours) return Fault::kNone;
   const bool isOfHeights = DtmBlockId(settings_.block).IsZ() && !settings_.isSlope;
   std::function<Color(double)> colorAt;
   if (isOfHeights) colorAt = [this](double level) { return table_.GetColor(level); };
-  ContourPainter(device, layout_, std::move(colorAt)).Draw(contours, PaintedPart());
+  ContourPainter painter(device, layout_, std::move(colorAt), PaintedPart());
+  if (!contours([&painter](const ChartContour& contour) { painter.Draw(contour); })) {
+    return running_ ? Fault::kUnreadable : Fault::kStopped;
+  }
+  painter.DrawLabels();
+  return Fault::kNone;
+}
+
+DtmChart::Fault DtmChart::Paint(CDC& device, const ContourSource& contours) {
+  const ChartFurniture furniture(device, layout_);
+  furniture.DrawPaper();
+  if (!running_) return Fault::kStopped;
+  if (const Fault fault = PaintCells(device); fault != Fault::kNone) return fault;
+  if (const Fault fault = PaintContours(device, contours); fault != Fault::kNone) return fault;
   if (!running_) return Fault::kStopped;
   if (settings_.isBare) return Fault::kNone;
   furniture.DrawFrame();

@@ -4,7 +4,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "vakdtm/render/ChartContour.h"
 #include "vakdtm/render/ChartLayout.h"
@@ -69,7 +68,7 @@ class DtmChart {
     kNoneShown,   ///< cells have, but none of them stands for a pixel
     kTooNarrow,   ///< there is no room for all of it; or, when bare, the picture would be too high
     kNoMemory,    ///< for the picture of the cells
-    kUnreadable,  ///< the walk over the model failed
+    kUnreadable,  ///< the walk over the model failed, or the contours did
   };
 
   /// @param access  of the model; has to outlive this.
@@ -95,8 +94,8 @@ class DtmChart {
 
   /// Paints all of it onto a device of the layout's size. A device with dots per inch of its own is no hindrance: a
   /// pixel is a pixel.
-  /// @param contours  in the order of drawing.
-  Fault Paint(CDC& device, const std::vector<ChartContour>& contours);
+  /// @param contours  asked for once, when the cells are there; empty: none.
+  Fault Paint(CDC& device, const ContourSource& contours = {});
 
   /// Ends `Look` and `Paint` early, now and later.
   void Stop() { running_ = false; }
@@ -112,6 +111,7 @@ class DtmChart {
   double UnitFactor() const;
   const Page& PaintedPart() const;
   Fault PaintCells(CDC& device);
+  Fault PaintContours(CDC& device, const ContourSource& contours);
   bool Walk(DtmProcessor& processor, const CoordinateSystem& system, bool needsAreas);
 
   DtmAccess& access_;

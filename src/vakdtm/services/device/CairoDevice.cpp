@@ -163,6 +163,34 @@ std::wstring Reason(cairo_status_t status) {
   return status == CAIRO_STATUS_SUCCESS ? std::wstring() : FromUtf8(cairo_status_to_string(status));
 }
 
+/// @return why the pixels didn't all get into the sink as a PNG file; empty: they did.
+std::wstring WritePng(cairo_surface_t* surface, const std::function<bool(const unsigned char*, unsigned)>& sink) {
+  // The library takes a pointer that isn't to const, and only hands it on.
+  auto* const closure = const_cast<std::function<bool(const unsigned char*, unsigned)>*>(&sink);
+  return Reason(cairo_surface_write_to_png_stream(surface, Pass, closure));
+}
+
+/// Gives a surface its pixels as a PNG file beside them, for one drawing.
+class PackedScope {
+ public:
+  PackedScope(cairo_surface_t* surface, std::string png) : surface_(surface) {
+    auto bytes = std::make_unique<std::string>(std::move(png));
+    const auto* const data = reinterpret_cast<const unsigned char*>(bytes->data());
+    const auto destroy = [](void* owned) { delete static_cast<std::string*>(owned); };
+    const cairo_status_t status =
+        cairo_surface_set_mime_data(surface_, CAIRO_MIME_TYPE_PNG, data, bytes->size(), destroy, bytes.get());
+    // Without it the library packs the pixels itself.
+    if (status == CAIRO_STATUS_SUCCESS) (void)bytes.release();
+  }
+  ~PackedScope() { cairo_surface_set_mime_data(surface_, CAIRO_MIME_TYPE_PNG, nullptr, 0, nullptr, nullptr); }
+
+  PackedScope(const PackedScope&) = delete;
+  PackedScope& operator=(const PackedScope&) = delete;
+
+ private:
+  cairo_surface_t* surface_;
+};
+
 std::wstring SizeText(int width, int height) {
   return std::to_wstring(width) + L" x " + std::to_wstring(height) + L" pixels";
 }
@@ -476,10 +504,25 @@ void CairoDevice::FillOnPage(const PixelRect& rect, Color color) {
   cairo_fill(context);
 }
 
-void CairoDevice::DrawImageOnPage(const PixelRect& rect, const CairoDevice& image) {
+void CairoDevice::DrawImageOnPage(const PixelRect& rect, const CairoDevice& image,
+                                  const std::function<bool()>& running) {
   if (!canvas_ || image.pixels_ == nullptr || rect.IsEmpty()) return;
   // The pixels count as they are now: before the next write into them the library is told, and copies them.
   image.Release();
+  std::optional<PackedScope> packed;
+  if (canvas_->kind == Surface::kSvg) {
+    // The library would pack it when the page ends, without asking anybody.
+    std::string png;
+    std::wstring failure = WritePng(image.canvas_->surface.get(), [&](const unsigned char* bytes, unsigned count) {
+      png.append(reinterpret_cast<const char*>(bytes), count);
+      return running();
+    });
+    if (!failure.empty()) {
+      canvas_->failure = std::move(failure);
+      return;
+    }
+    packed.emplace(image.canvas_->surface.get(), std::move(png));
+  }
   cairo_t* context = canvas_->context.get();
   const Scope scope(context);
   cairo_translate(context, rect.left, rect.top);
@@ -518,10 +561,7 @@ bool CairoDevice::EncodePng(const Sink& sink) {
   if (!canvas_ || canvas_->kind != Surface::kImage) return Refuse(L"there is no image");
   Release();
   std::wstring failure = canvas_->Failure();
-  if (failure.empty()) {
-    // The library takes a pointer that isn't to const, and only hands it on.
-    failure = Reason(cairo_surface_write_to_png_stream(canvas_->surface.get(), Pass, const_cast<Sink*>(&sink)));
-  }
+  if (failure.empty()) failure = WritePng(canvas_->surface.get(), sink);
   return failure.empty() ? Succeed() : Refuse(std::move(failure));
 }
 

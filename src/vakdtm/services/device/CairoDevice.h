@@ -73,8 +73,9 @@ class CairoDevice : public CDC {
 
   // Of a page.
   void FillOnPage(const PixelRect& rect, Color color);
-  /// @param rect  all of it on the page.
-  void DrawImageOnPage(const PixelRect& rect, const CairoDevice& image);
+  /// @param rect     all of it on the page.
+  /// @param running  asked between pieces of work whether to go on.
+  void DrawImageOnPage(const PixelRect& rect, const CairoDevice& image, const std::function<bool()>& running);
   bool FinishPage();
 
   // Of an image.

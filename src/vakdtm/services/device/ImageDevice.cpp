@@ -73,7 +73,8 @@ bool ImageDevice::LendPixels(const PixelRect& rect, ImageDevice& part) {
                                           Stride(), rect.right - rect.left, rect.bottom - rect.top, DotsPerInch());
 }
 
-bool ImageDevice::SavePng(const std::wstring& path, std::span<const PictureNote> notes) {
+bool ImageDevice::SavePng(const std::wstring& path, std::span<const PictureNote> notes,
+                          const std::atomic<bool>* running) {
   if (Pixels() == nullptr) return Refuse(L"there is no image");
   std::string chunks = PngResolution(DotsPerInch());
   if (!PngNotes(notes, chunks)) return Refuse(L"a note's key is 1 to 79 printable ASCII characters");
@@ -88,6 +89,8 @@ bool ImageDevice::SavePng(const std::wstring& path, std::span<const PictureNote>
   };
   std::size_t written = 0;  // of what the library encodes
   const bool encoded = EncodePng([&](const unsigned char* bytes, unsigned count) {
+    if (running != nullptr && !*running) error = ECANCELED;
+    if (error != 0) return false;
     const std::size_t before = std::min<std::size_t>(count, kPngHeaderLength - std::min(kPngHeaderLength, written));
     const bool complete = written < kPngHeaderLength && written + count >= kPngHeaderLength;
     written += count;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <span>
 #include <string>
 
@@ -30,9 +31,11 @@ class ImageDevice final : public CairoDevice {
 
   /// Writes the image as a PNG file with its resolution, in place of a file that is there. More may be drawn
   /// afterwards.
+  /// @param running  looked at between pieces of the file; when it falls, this ends early. Null: nobody stops it.
   /// @return false when it couldn't be written whole, or a note's key isn't as it should be; `LastError` says why. The
   /// file may have been begun then.
-  bool SavePng(const std::wstring& path, std::span<const PictureNote> notes = {});
+  bool SavePng(const std::wstring& path, std::span<const PictureNote> notes = {},
+               const std::atomic<bool>* running = nullptr);
 
   void FillSolidRect(const PixelRect& rect, Color color) override;
   Color GetPixel(int x, int y) const override;

@@ -37,8 +37,14 @@ std::string PageDevice::Sharpened(std::string_view piece) {
   return sharpened;
 }
 
+bool PageDevice::IsStopped() {
+  if (running_ == nullptr || *running_) return false;
+  if (error_ == 0) error_ = ECANCELED;
+  return true;
+}
+
 bool PageDevice::WritePiece(std::string_view piece) {
-  if (error_ == 0 && !file_.Write(piece.data(), static_cast<unsigned>(piece.size()))) error_ = errno;
+  if (!IsStopped() && error_ == 0 && !file_.Write(piece.data(), static_cast<unsigned>(piece.size()))) error_ = errno;
   return error_ == 0;
 }
 
@@ -87,11 +93,16 @@ void PageDevice::FillSolidRect(const PixelRect& rect, Color color) {
 
 Color PageDevice::GetPixel(int /*x*/, int /*y*/) const { return kWhite; }
 
+/// @param rect  on the page.
+void PageDevice::DrawWhole(const PixelRect& rect, const ImageDevice& image) {
+  DrawImageOnPage(rect, image, [this] { return !IsStopped(); });
+}
+
 void PageDevice::DrawImage(const PixelRect& rect, const ImageDevice& image) {
   const PixelRect seen = Cut(rect);
   if (seen.IsEmpty() || image.Width() == 0) return;
   if (seen == rect) {
-    DrawImageOnPage(rect, image);
+    DrawWhole(rect, image);
     return;
   }
   // What is beyond the page stays out of the file, and no viewer has to follow coordinates that are far away.
@@ -104,7 +115,7 @@ void PageDevice::DrawImage(const PixelRect& rect, const ImageDevice& image) {
     return;
   }
   part.DrawImage(shifted(rect), image);
-  DrawImageOnPage(seen, part);
+  DrawWhole(seen, part);
 }
 
 }  // namespace vak

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -35,6 +36,10 @@ class PageDevice final : public CairoDevice {
   bool Create(const std::wstring& path, Format format, int width, int height, double dotsPerInch = 96.0,
               const std::wstring& title = {});
 
+  /// Has a flag looked at from the next page on: when it falls, what takes long ends early and the page can't be
+  /// finished. Of a PDF, packing an image doesn't end early. Not owned; null, as at first: nobody stops it.
+  void SetRunning(const std::atomic<bool>* running) { running_ = running; }
+
   /// Ends the page and its file; nothing more can be drawn.
   /// @return false when not all of it could be written, or there is no page; `LastError` says why.
   bool Finish();
@@ -45,12 +50,15 @@ class PageDevice final : public CairoDevice {
 
  private:
   void GiveUp();
+  bool IsStopped();
   bool WritePiece(std::string_view piece);
+  void DrawWhole(const PixelRect& rect, const ImageDevice& image);
   /// What of an SVG goes into the file for its next piece.
   std::string Sharpened(std::string_view piece);
 
   std::wstring path_;
   OutputFile file_;
+  const std::atomic<bool>* running_ = nullptr;
   int error_ = 0;              // why a piece of the file wasn't written
   std::size_t tagLength_ = 0;  // how much of an image's tag the pieces so far end with, not yet written
 };

@@ -336,7 +336,50 @@ TEST(SparseReading, AnAreaCostsItsBeginningAndTheCells) {
     const auto first = grid.Memory().counts;
     ASSERT_TRUE(sparse.GetDoubleValue(60, 5, wanted.id, value));
     EXPECT_EQ(grid.Memory().counts.reads - first.reads, 1u) << "its place is known";
+    const auto second = grid.Memory().counts;
+    DtmAccess other = SparseAccess(grid.File());
+    ASSERT_TRUE(other.GetDoubleValue(wanted.row, 5, wanted.id, value));
+    EXPECT_EQ(grid.Memory().counts.reads - second.reads, 1u) << "to every cursor";
+    ASSERT_TRUE(other.GetDoubleValue(wanted.row, 5, iNUM, value));
+    EXPECT_EQ(grid.Memory().counts.reads - second.reads, 1u + (wanted.row == 40 ? 3 : 2)) << "that of this block";
   }
+}
+
+TEST(SparseReading, AnAreasPlaceIsLookedAtAgainWhenItIsKnownAnew) {
+  const std::vector<int> ids = {dVAL, iNUM};
+  TestGrid grid({.cellSize = 1.0, .areaSize = 2, .blockIds = ids});
+  grid.Draw(
+      "1 2\n"
+      "3 4");
+  grid.Reopen();
+  TestGrid twin(grid.Bytes());
+  const HeaderStart val = HeaderStarts(twin, 1).front();
+  DtmAccess sparse = SparseAccess(grid.File());
+  EXPECT_EQ(test::Get(sparse, 0, 0), 3.0);
+  grid.Memory().bytes[val.start] ^= 0x41;
+  EXPECT_EQ(test::Get(sparse, 1, 0), 1.0) << "nothing says that it may have changed";
+  DtmArea& area = *grid.Area(0, 0);
+  ASSERT_TRUE(area.SyncRead(area.LastWritten()));
+  double value = 1;
+  EXPECT_FALSE(sparse.GetDoubleValue(1, 0, dVAL, value));
+}
+
+/// The end of the file is asked for no more than the area's place is.
+TEST(SparseReading, CellsThatAreStillThereOutliveALossOfOthers) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 2, .blockIds = {dVAL, iNUM}});
+  grid.Draw(
+      "1 2\n"
+      "3 4");
+  grid.Reopen();
+  TestGrid twin(grid.Bytes());
+  const std::size_t num = HeaderStarts(twin, 1).back().start;
+  DtmAccess sparse = SparseAccess(grid.File());
+  grid.Memory().bytes.resize(num - 8);
+  EXPECT_EQ(test::Get(sparse, 0, 0), 3.0);
+  double value = 1;
+  EXPECT_FALSE(sparse.GetDoubleValue(1, 1, dVAL, value)) << "the last of the block";
+  DtmAccess dense(&grid.File());
+  EXPECT_FALSE(dense.GetDoubleValue(0, 0, dVAL, value)) << "as a whole it can't be had";
 }
 
 TEST(SparseReading, WhatTheStreamRefusesIsNoValue) {

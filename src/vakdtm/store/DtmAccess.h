@@ -79,8 +79,8 @@ class DtmAccess {
   /// read from the file is kept for an area as long as its blocks would be, and forgotten when they may have changed.
   /// (3) Of an area whose blocks nobody has needed yet, only its beginning and the wanted block's own header are looked
   /// at. The answers are thus the same, but for this: where the header of another block of the area is damaged, or the
-  /// file has lost bytes since the area was first looked at, cells that are still there answer until another
-  /// block of the area, or a whole one, is needed. Off at first; a copy reads as the original does.
+  /// file has lost bytes since it was opened, cells that are still there answer until another block of the area, or a
+  /// whole one, is needed. Off at first; a copy reads as the original does.
   /// @return what it was.
   bool SetSparseReading(bool sparse);
 

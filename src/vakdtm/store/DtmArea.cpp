@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <utility>
 
 #include "vakdtm/services/platform/Platform.h"
 #include "vakdtm/store/ChunkWalk.h"
@@ -21,6 +22,9 @@ bool ReadAhead(StreamWindow& window, std::int64_t begin, std::int64_t end) {
   window.At(begin, end - begin);
   return true;
 }
+
+/// Of a block's place among those that the area remembers; 0 beyond them.
+std::uint64_t HeaderBit(int index) { return index < 64 ? std::uint64_t{1} << index : 0; }
 
 }  // namespace
 
@@ -172,20 +176,32 @@ bool DtmArea::IsHeaderOf(int index, StreamWindow& window, std::int64_t header) c
   return found.tag == id && found.length == file_->BlockSize(id);
 }
 
-DtmArea::Reading DtmArea::ReadUntouched(int index, int cell, int count, std::byte* out, bool isKnown) {
+bool DtmArea::FindEndOfFile(std::int64_t& end) const {
+  // To ask the system costs as much as a reading: not for an area that was whole when the file was opened.
+  end = file_->FileSize();
+  if (!file_->IsFollowing() && position_ + file_->SmallestBody() <= end) return true;
+  if (!stream_->Seek(0, DataStream::kFromEnd)) return false;
+  end = stream_->Position();
+  return true;
+}
+
+DtmArea::Reading DtmArea::ReadUntouched(int index, int cell, int count, std::byte* out) {
   const int width = DtmDataBlock::GetBytesPerCell(DtmDataBlock::GetDataType(file_->GetBlockId(index)));
   const std::int64_t header = position_ + file_->BlockStart(index);
   const std::int64_t begin = header + grid::kHeaderSize + std::int64_t{cell} * width;
   const std::int64_t size = std::int64_t{count} * width;
   lookedAt_ = true;
+  if (std::exchange(headersAt_, refreshes_) != refreshes_) headersMet_ = 0;
+  const std::uint64_t bit = HeaderBit(index);
   const StreamLock lock(*stream_);
-  if (isKnown) {
+  if ((headersMet_ & bit) != 0) {
     const bool read =
         stream_->Seek(begin, DataStream::kFromStart) && stream_->Read(out, static_cast<std::size_t>(size));
     if (!read) return Reading::kFailed;
   } else {
-    if (!stream_->Seek(0, DataStream::kFromEnd)) return Reading::kFailed;
-    StreamWindow window(*stream_, stream_->Position());
+    std::int64_t end = 0;
+    if (!FindEndOfFile(end)) return Reading::kFailed;
+    StreamWindow window(*stream_, end);
     const std::int64_t start = position_ - grid::kHeaderSize;
     if (!ReadAhead(window, start, begin + size)) ReadAhead(window, start, header + grid::kHeaderSize);
     const auto noSuch = [&] { return window.HasFailed() ? Reading::kFailed : Reading::kElsewhere; };
@@ -195,6 +211,7 @@ DtmArea::Reading DtmArea::ReadUntouched(int index, int cell, int count, std::byt
     const std::byte* const bytes = window.At(begin, size);
     if (!bytes) return Reading::kFailed;
     std::copy_n(bytes, size, out);
+    headersMet_ |= bit;
   }
   if (!file_->IsFollowing()) return Reading::kDone;
   // As for whole blocks: the place may have become another's.

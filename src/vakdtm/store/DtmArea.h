@@ -100,11 +100,11 @@ class DtmArea {
 
   /// Reads cells of a block of an untouched area from where the block is in areas as they are written, for who looks at
   /// few cells of many areas: of the area's own chunk nothing but its beginning, that block's header and the cells is
-  /// looked at, and damage elsewhere in it isn't noticed. Leaves the area untouched.
+  /// looked at, and damage elsewhere in it isn't noticed; and these once, until the area's place is known anew. Leaves
+  /// the area untouched.
   /// @param out  gets them, in the width of the letter.
-  /// @param isKnown  whether the block's header was met there before, by such a reading.
   /// Requires: area lock held, `IsUntouched()`.
-  [[nodiscard]] Reading ReadUntouched(int index, int cell, int count, std::byte* out, bool isKnown);
+  [[nodiscard]] Reading ReadUntouched(int index, int cell, int count, std::byte* out);
 
   /// Grows whenever the area's place, or what another process may have put into it, is known anew. Requires: area lock
   /// held.
@@ -177,6 +177,8 @@ class DtmArea {
   bool FindBlocks(StreamWindow& window);
   /// Whether the area begins as areas are written, so that the places of its blocks follow.
   bool BeginsAsWritten(StreamWindow& window) const;
+  /// Finds how far the file may be read.
+  bool FindEndOfFile(std::int64_t& end) const;
   /// Whether this block's header is there.
   bool IsHeaderOf(int index, StreamWindow& window, std::int64_t header) const;
   void MakeBlocks();
@@ -199,6 +201,8 @@ class DtmArea {
   float lowestZ_ = kNoLowestZ;
   float highestZ_ = kNoHighestZ;
   std::uint32_t refreshes_ = 0;
+  std::uint32_t headersAt_ = 0;   // refreshes when headersMet_ began
+  std::uint64_t headersMet_ = 0;  // a bit for each of the first blocks whose header was met while untouched
   bool rangeValid_ = false;
   bool readError_ = false;
   bool falseClaim_ = false;

@@ -33,11 +33,9 @@ bool SparseCells::Read(DtmArea& area, int slot, int cell, std::byte* out) {
     changes = block->NumChanges();
   }
   const std::uint32_t refreshes = area.NumRefreshes();
-  bool isKnown = false;
   for (const Piece& piece : pieces_) {
-    if (piece.slot != slot || piece.refreshes != refreshes) continue;
-    isKnown = true;
-    if (cell < piece.begin || cell >= piece.end || piece.changes != changes) continue;
+    if (piece.slot != slot || cell < piece.begin || cell >= piece.end) continue;
+    if (piece.refreshes != refreshes || piece.changes != changes) continue;
     std::memcpy(out, piece.bytes.data() + static_cast<std::size_t>(cell - piece.begin) * bytes, bytes);
     return true;
   }
@@ -49,7 +47,7 @@ bool SparseCells::Read(DtmArea& area, int slot, int cell, std::byte* out) {
   piece.begin = row + (cell - row) / count * count;
   piece.end = std::min(piece.begin + count, row + size);
   piece.bytes.resize(static_cast<std::size_t>(piece.end - piece.begin) * bytes);
-  if (!ReadPiece(area, slot, piece, isKnown)) return false;
+  if (!ReadPiece(area, slot, piece)) return false;
   piece.slot = slot;
   piece.refreshes = refreshes;
   piece.changes = changes;
@@ -57,10 +55,10 @@ bool SparseCells::Read(DtmArea& area, int slot, int cell, std::byte* out) {
   return true;
 }
 
-bool SparseCells::ReadPiece(DtmArea& area, int slot, Piece& piece, bool isKnown) {
+bool SparseCells::ReadPiece(DtmArea& area, int slot, Piece& piece) {
   const int count = piece.end - piece.begin;
   if (area.IsUntouched()) {
-    const DtmArea::Reading reading = area.ReadUntouched(slot, piece.begin, count, piece.bytes.data(), isKnown);
+    const DtmArea::Reading reading = area.ReadUntouched(slot, piece.begin, count, piece.bytes.data());
     if (reading != DtmArea::Reading::kElsewhere) return reading == DtmArea::Reading::kDone;
   }
   DtmDataBlock* const block = area.FindDataBlockAt(slot);

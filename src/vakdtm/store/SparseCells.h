@@ -33,7 +33,7 @@ class SparseCells {
     std::vector<std::byte> bytes;
   };
 
-  static bool ReadPiece(DtmArea& area, int slot, Piece& piece, bool isKnown);
+  static bool ReadPiece(DtmArea& area, int slot, Piece& piece);
 
   Piece& Oldest();
 

@@ -219,6 +219,24 @@ TEST(GeoTiffFile, KeysOfOneSystemTakeThePlaceOfAnothers) {
             (std::map<int, int>{{1024, 2}, {1025, 1}, {2048, 4326}, {2054, 9122}}));
 }
 
+/// The register has systems of degrees with minutes and letters. What lies in an image are plain numbers of degrees.
+TEST(GeoTiffFile, DegreesAreDegreesHoweverARegisterWritesThem) {
+  const TestFolder folder;
+  const struct {
+    int system;
+    int unit;
+  } cases[] = {{4125, 9102}, {4291, 9102}, {4326, 9122}, {4807, 9105}};
+  for (const auto& c : cases) {
+    const auto system = VakGeoCoordSysBase::FromText(L"EPSG:" + std::to_wstring(c.system));
+    ASSERT_NE(system, nullptr) << c.system;
+    SmallImage image(folder.WideFile("a.tif"));
+    image.WriteLines();
+    ASSERT_TRUE(image.File().SetGeographicGeoKeys(system.get()) && image.File().Close());
+    EXPECT_EQ(TiffImage(folder.File("a.tif")).Keys(),
+              (std::map<int, int>{{1024, 2}, {1025, 1}, {2048, c.system}, {2054, c.unit}}));
+  }
+}
+
 TEST(GeoTiffFile, WhatMayPassFourGigabytesIsABigTiff) {
   const TestFolder folder;
   const struct {

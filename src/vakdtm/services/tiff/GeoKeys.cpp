@@ -73,14 +73,22 @@ struct SizedUnit {
   double size;
 };
 
+/// A degree whose way of writing is left open; those that tell it are the numbers before.
+constexpr int kPlainDegree = 9122;
+
 constexpr std::array kAngles{SizedUnit{Angular_Degree, kRadiansInDegree},
                              SizedUnit{Angular_Grad, std::numbers::pi / 200}, SizedUnit{Angular_Radian, 1.0},
                              SizedUnit{Angular_Arc_Minute, kRadiansInDegree / 60},
                              SizedUnit{Angular_Arc_Second, kRadiansInDegree / 3600}};
 
+/// Whether a unit is degrees written in some way, with minutes or letters. Coordinates in an image are plain numbers.
+bool IsWayOfWriting(const GeoUnit& unit) {
+  return unit.code >= Angular_DMS && unit.code < kPlainDegree && SameSize(unit.size, kRadiansInDegree);
+}
+
 /// The number of an angle's unit, also where the system came without it: readers take one without for degrees.
 int AngleCode(const GeoUnit& unit) {
-  if (IsCode(unit.code)) return unit.code;
+  if (IsCode(unit.code) && !IsWayOfWriting(unit)) return unit.code;
   const auto* const found = std::find_if(kAngles.begin(), kAngles.end(),
                                          [&](const SizedUnit& each) { return SameSize(each.size, unit.size); });
   return found != kAngles.end() ? found->code : KvUserDefined;

@@ -58,10 +58,10 @@ int ColorOptions::LookAtSun(const CommandContext& context, const std::string& su
   ChartSettings::Sun told;
   double* const numbers[] = {&told.azimuth, &told.elevation, &told.factor};
   if (!ParseNumbers(sun, numbers, 1)) {
-    return context.Misuse("--sun: '" + sun + "' is no sun AZ,EL,FACTOR", "give one as 45,45,5");
+    return context.Misuse("--sun: '" + sun + "' is no sun AZ,EL,FACTOR", "give one as 45,45,3");
   }
   if (told.elevation < 0 || told.elevation > 90) {
-    return context.Misuse("--sun: a sun stands from 0 to 90 degrees high", "give one as 45,45,5");
+    return context.Misuse("--sun: a sun stands from 0 to 90 degrees high", "give one as 45,45,3");
   }
   sun_ = told;
   return kDone;

@@ -42,11 +42,20 @@ bool IsBracketed(std::string_view text) {
   return text.size() > 1 && text.front() == '[' && last != std::string_view::npos && last > 0 && text[last] == ']';
 }
 
+/// Whether a text has nothing in it but marks, or is an option with nothing behind its "=": "--sun=". The parser takes
+/// that for an option without a text, and it is mostly a variable of the shell that isn't set. A mark makes it a text,
+/// which the option refuses in its own words.
+bool IsHollow(std::string_view text) {
+  const std::size_t equals = text.starts_with("--") ? text.find('=') : std::string_view::npos;
+  if (equals != std::string_view::npos) text.remove_prefix(equals + 1);
+  return text.find_first_not_of(kMark) == std::string_view::npos && (equals != std::string_view::npos || !text.empty());
+}
+
 /// The arguments as the parser wants them: without the program's name, the last one first.
 std::vector<std::string> MarkedArguments(int argc, const char* const* argv) {
   std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
   for (std::string& argument : arguments) {
-    if (IsBracketed(argument)) argument += kMark;
+    if (IsBracketed(argument) || IsHollow(argument)) argument += kMark;
   }
   std::reverse(arguments.begin(), arguments.end());
   return arguments;
@@ -54,7 +63,7 @@ std::vector<std::string> MarkedArguments(int argc, const char* const* argv) {
 
 /// The argument as it was given.
 std::string Unmarked(std::string text) {
-  if (IsBracketed(text) && text.back() == kMark) text.pop_back();
+  if ((IsBracketed(text) || IsHollow(text)) && text.back() == kMark) text.pop_back();
   return text;
 }
 

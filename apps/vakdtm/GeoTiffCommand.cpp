@@ -357,7 +357,7 @@ void AddExportGeoTiffCommand(CLI::App& group, CommandContext& context) {
   CLI::App* const command =
       AddSubcommand(group, context,
                     {"export geotiff", "Writes a GeoTIFF image of colours, or a raster of values, which any GIS opens.",
-                     "vakdtm export geotiff harbour.dtm -o harbour.tif --sun 45,45,5 --crs EPSG:25831\n"
+                     "vakdtm export geotiff harbour.dtm -o harbour.tif --sun 45,45,3 --crs EPSG:25831\n"
                      "vakdtm export geotiff harbour.dtm -o depths.tif --raster --empty -9999 --world-file"},
                     [options, &context] { return ExportGeoTiff(*options, context); });
   Required(AddText(*command, "model", options->model, "MODEL", "Model to read"));

@@ -432,7 +432,7 @@ void AddRenderCommand(CLI::App& app, CommandContext& context) {
       *command, "--sun", options->sun, "AZ,EL,FACTOR",
       "Shades by a sun: azimuth and elevation in degrees, and by how much slopes are exaggerated. It stands in "
       "the nearest of eight directions; one in the north-west lights from the south-west",
-      "45,45,5");
+      "45,45,3");
   AddFlag(*command, "--slope", options->slope, "Colours by the slope in place of the height");
   AddWholeNumber(*command, "--width", options->width, "Pixels from side to side (default 1600)", kSmallestWidth,
                  kGreatestWidth);

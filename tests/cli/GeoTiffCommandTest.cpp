@@ -165,7 +165,7 @@ TEST_F(GeoTiffCommand, SunShades) {
   models_.MakeWaves("a.dtm", 20);
   Make();
   const std::vector<std::uint8_t> plain = Image().Samples();
-  Make({"--sun", "45,45,5"});
+  Make({"--sun", "45,45,3"});
   const std::vector<std::uint8_t> shaded = Image().Samples();
   EXPECT_NE(shaded, plain);
   Make({"--sun", "45"});
@@ -257,9 +257,9 @@ TEST_F(GeoTiffCommand, WrongUseIsMisuse) {
        "--empty is for rasters: an empty pixel of colours is transparent - give --raster as well, or leave it out"},
       {{"--raster", "--empty", "3.4028236e38"},
        "--empty: beyond the numbers that a raster of 32-bit floats can hold - give one as -9999"},
-      {{"--sun", "a"}, "--sun: 'a' is no sun AZ,EL,FACTOR - give one as 45,45,5"},
-      {{"--sun", "1,2,3,4"}, "--sun: '1,2,3,4' is no sun AZ,EL,FACTOR - give one as 45,45,5"},
-      {{"--sun", "1,95"}, "--sun: a sun stands from 0 to 90 degrees high - give one as 45,45,5"},
+      {{"--sun", "a"}, "--sun: 'a' is no sun AZ,EL,FACTOR - give one as 45,45,3"},
+      {{"--sun", "1,2,3,4"}, "--sun: '1,2,3,4' is no sun AZ,EL,FACTOR - give one as 45,45,3"},
+      {{"--sun", "1,95"}, "--sun: a sun stands from 0 to 90 degrees high - give one as 45,45,3"},
       {{"--range", "1"}, "--range: '1' is no range LOW,HIGH - give one as -20,-5"},
       {{"--range", "2,1"}, "--range: '2,1' doesn't rise - give the lower end first"},
       {{"--crs", "EPSG:99999"},

@@ -214,11 +214,12 @@ TEST(ChartLayout, TheScaleBarHasARoundLengthAtTheMapsScale) {
     double factor;
     const wchar_t* unit;
   } cases[] = {
-      {"metres", Page(0, 0, 400, 300), 1, L"m"},
-      {"kilometres", Page(0, 0, 40000, 30000), 1, L"km"},
-      {"centimetres", Page(0, 0, 0.4, 0.3), 1, L"m"},
-      {"feet", Page(0, 0, 40000, 30000), 1 / 0.3048, L"ft"},
+      {"metres", Page(0, 0, 400, 300), 1, L"m"},      {"kilometres", Page(0, 0, 40000, 30000), 1, L"km"},
+      {"centimetres", Page(0, 0, 0.4, 0.3), 1, L"m"}, {"feet", Page(0, 0, 40000, 30000), 1 / 0.3048, L"ft"},
+      {"a two", Page(0, 0, 800, 600), 1, L"m"},       {"a one", Page(0, 0, 500, 400), 1, L"m"},
   };
+  int ofFour = 0;
+  int ofFive = 0;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     ChartPlan plan = FullPlan(c.data, 1600);
@@ -234,8 +235,12 @@ TEST(ChartLayout, TheScaleBarHasARoundLengthAtTheMapsScale) {
     const double scale = (layout.map.right - layout.map.left) / layout.view.Width();
     EXPECT_NEAR(layout.scaleBar.bar.right - layout.scaleBar.bar.left, length * scale, 0.51);
     EXPECT_TRUE(end.front() == L'1' || end.front() == L'2' || end.front() == L'5' || end.front() == L'0');
-    EXPECT_TRUE(layout.scaleBar.segments == 4 || layout.scaleBar.segments == 5);
+    const int segments = layout.scaleBar.segments;
+    EXPECT_EQ(segments, end[end.find_first_of(L"125")] == L'2' ? 4 : 5) << "each is a round number long";
+    ++(segments == 4 ? ofFour : ofFive);
   }
+  EXPECT_GT(ofFour, 0);
+  EXPECT_GT(ofFive, 0);
 }
 
 TEST(ChartLayout, CoordinatesAreToldInTheirUnit) {

@@ -67,6 +67,15 @@ TEST(ContourLabels, NeedRoomOnTheLineAndOnTheMap) {
   EXPECT_EQ(labels.Labels().size(), 1U);
 }
 
+TEST(ContourLabels, NeedALineThatDoesNotLeaveThem) {
+  // Under a label of 22 pixels the arc rises by 3.7 of them, and by 2.4; 3 are what it may.
+  ContourLabels labels(kMap, 10, kMeasure);
+  labels.Add(Circle(500, 500, 16), L"-12");
+  EXPECT_EQ(labels.Labels().size(), 0U);
+  labels.Add(Circle(500, 500, 25), L"-12");
+  EXPECT_GE(labels.Labels().size(), 1U);
+}
+
 TEST(ContourLabels, ComeAgainAfterAWhileOfLine) {
   ContourLabels labels(kMap, 10, kMeasure);
   labels.Add({{0, 500}, {1000, 500}}, L"-12");

@@ -306,6 +306,71 @@ TEST(DtmChart, ContoursAreOfHeightsAndSpikesGetNone) {
   EXPECT_EQ(highest, -10);
 }
 
+/// What a chart of a model is going to be like.
+ChartLayout LayoutOf(TestGrid& grid, ChartSettings settings) {
+  settings.width = 1600;
+  settings.hasLegend = true;
+  DtmChart chart(grid.Access(), settings);
+  ImageDevice image;
+  EXPECT_TRUE(image.Create(1, 1));
+  EXPECT_EQ(chart.Look(MeasureOn(image)), Fault::kNone);
+  return chart.Layout();
+}
+
+TEST(DtmChart, EachEndOfALegendIsOpenWhereThereAreValuesBeyondIt) {
+  TestGrid grid;
+  grid.Draw("-1 -2 -3\n-1 -2 -3");
+  const struct {
+    double low, high;
+    bool below, above;
+  } cases[] = {{-4, 0, false, false}, {-2.5, 0, true, false}, {-4, -1.5, false, true}, {-2.5, -1.5, true, true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.low);
+    SCOPED_TRACE(c.high);
+    ChartSettings settings = SettingsOf(dVAL);
+    settings.range = ChartSettings::Range{c.low, c.high};
+    const ChartLayout layout = LayoutOf(grid, settings);
+    EXPECT_EQ(layout.legend.lowPoint > 0, c.below);
+    EXPECT_EQ(layout.legend.highPoint > 0, c.above);
+  }
+}
+
+TEST(DtmChart, OfFewCellsTheColoursLeaveNoneOut) {
+  for (const int count : {199, 200}) {
+    SCOPED_TRACE(count);
+    TestGrid grid;
+    for (int i = 0; i < count; ++i) ASSERT_TRUE(grid.Set(i / 20, i % 20, dVAL, i == 0 ? -9999 : -10 - i / 1000.0));
+    const Picture picture(grid, SettingsOf(dVAL));
+    ASSERT_EQ(picture.fault, Fault::kNone);
+    EXPECT_EQ(picture.chart.Table().Classes().front().lower == -9999, count < 200);
+  }
+}
+
+TEST(DtmChart, ALegendOfWholeNumbersHasWholeSteps) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 4, .blockIds = {dVAL, iNUM}});
+  for (int i = 0; i < 12; ++i) {
+    ASSERT_TRUE(grid.Set(i / 4, i % 4, dVAL, 1 + i % 3));
+    ASSERT_TRUE(grid.Set(i / 4, i % 4, iNUM, 1 + i % 3));
+  }
+  const AxisTicks counts = LayoutOf(grid, SettingsOf(iNUM)).legend.ticks;
+  EXPECT_EQ(counts.step, 1);
+  ASSERT_EQ(counts.ticks.size(), 3U);
+  EXPECT_EQ(counts.ticks.front().label, L"1");
+  EXPECT_LT(LayoutOf(grid, SettingsOf(dVAL)).legend.ticks.step, 1);
+}
+
+TEST(DtmChart, ALegendOfSlopesTellsOfCellsWithoutOne) {
+  TestGrid grid;
+  grid.Draw(
+      "-1 -2\n"
+      "-1 -3");
+  ChartSettings settings = SettingsOf(dVAL);
+  settings.isSlope = true;
+  EXPECT_EQ(LayoutOf(grid, settings).legend.title.text, L"Slope, m/m");
+  ASSERT_TRUE(grid.Set(9, 9, dVAL, -1));
+  EXPECT_EQ(LayoutOf(grid, settings).legend.title.text, L"Slope, m/m, beige where there is none");
+}
+
 TEST(DtmChart, ALegendTellsWhatTheColoursLeaveOut) {
   TestGrid grid;
   for (int i = 0; i < 1000; ++i) ASSERT_TRUE(grid.Set(i / 40, i % 40, dVAL, i == 500 ? -9999 : -10 - i / 1000.0));

@@ -77,5 +77,34 @@ TEST(DtmValueSample, OfVeryManyValuesSomeStandForAll) {
   EXPECT_EQ(sample.Highest(), 3);
 }
 
+TEST(DtmValueSample, OfVeryManyValuesTheFirstCountNoMoreThanTheLast) {
+  TestGrid grid({.cellSize = 1.0, .areaSize = 4, .blockIds = {dVAL}});
+  constexpr int kValues = 13;
+  for (int i = 0; i < kValues; ++i) ASSERT_TRUE(grid.Set(0, i, dVAL, i));
+  DtmValueSample sample(dVAL, 1, false);
+  ASSERT_TRUE(sample.Init(grid.Access()));
+  double weight = 1;
+  // More than are kept, the low ones first.
+  for (int i = 0; i < kValues * 100'000; ++i) ASSERT_TRUE(sample.ProcessCell(0, i / 100'000, weight));
+  for (int i = 0; i < kValues; ++i) EXPECT_EQ(sample.Quantile((i + 0.5) / kValues), i);
+}
+
+TEST(DtmValueSample, KnowsOfCellsWithoutASlope) {
+  TestGrid grid;
+  grid.Draw(
+      "-1 -2\n"
+      "-1 -3");
+  DtmValueSample steep(dVAL, 1, true);
+  ASSERT_TRUE(steep.ProcessAllCells(grid.Access()));
+  EXPECT_FALSE(steep.HasSlopeless());
+  ASSERT_TRUE(grid.Set(9, 9, dVAL, -1));
+  DtmValueSample lonely(dVAL, 1, true);
+  ASSERT_TRUE(lonely.ProcessAllCells(grid.Access()));
+  EXPECT_TRUE(lonely.HasSlopeless());
+  DtmValueSample heights(dVAL, 1, false);
+  ASSERT_TRUE(heights.ProcessAllCells(grid.Access()));
+  EXPECT_FALSE(heights.HasSlopeless());
+}
+
 }  // namespace
 }  // namespace vak

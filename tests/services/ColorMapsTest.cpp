@@ -101,6 +101,15 @@ TEST(ColorMaps, MoreIsDarkerElsewhere) {
   }
 }
 
+TEST(ColorMaps, WhatIsFlatIsTakenNeitherForPaperNorForACellWithoutASlope) {
+  constexpr Color kBeige = 12899809;  // what a drawing gives cells without a slope
+  for (int number = 0; number < 256; ++number) {
+    const Triple slope = OklabOf(LightOf(ColorMapColor("slope", number / 255.0)));
+    EXPECT_GT(Difference(slope, OklabOf(LightOf(0xFFFFFF))), 0.09) << number;
+    EXPECT_GT(Difference(slope, OklabOf(LightOf(kBeige))), 0.05) << number;
+  }
+}
+
 TEST(ColorMaps, DifferencesAreEquallyStrongOnBothSidesOfZero) {
   for (int number = 0; number < 128; ++number) {
     const Triple below = OklabOf(LightOf(ColorMapColor("difference", number / 255.0)));

@@ -195,6 +195,7 @@ class Arrangement {
     span.end = plan_.legendHigh;
     span.length = length - legend.lowPoint - legend.highPoint;
     span.fontHeight = font_;
+    span.smallestStep = plan_.legendStep;
     span.spacing = legend.isUpright ? 2.2 : 4;
     span.lie = legend.isUpright ? AxisTicks::Lie::kAcross : AxisTicks::Lie::kAlong;
     span.before = legend.isUpright ? Measure(L"0").height / 2 + 1 : pad_;

@@ -23,6 +23,7 @@ struct ChartPlan {
   std::wstring legendTitle;
   double legendLow = 0;  ///< the ends of the colours; low below high
   double legendHigh = 1;
+  double legendStep = 0;     ///< ticks are no closer than this, unless none were left
   bool isOpenBelow = false;  ///< there are values beyond that end
   bool isOpenAbove = false;
   bool hasScaleBar = false;

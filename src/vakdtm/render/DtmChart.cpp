@@ -72,6 +72,12 @@ bool IsHeightLike(int block) {
   return block == dVAL || block == dSDV || block == dMIN || block == dMAX || block == dTVU || block == dTHU;
 }
 
+/// Whether its values are whole numbers: counts, priorities, flags.
+bool IsWhole(int block) {
+  const char type = DtmBlockId(block).DataType();
+  return type == 'i' || type == 'u' || type == 'c';
+}
+
 bool IsOffset(int block) { return block == fXMN || block == fYMN || block == fXMX || block == fYMX; }
 
 }  // namespace
@@ -98,6 +104,7 @@ std::wstring DtmChart::LegendTitle() const {
   }
   const bool isOpen = sample_ && !sample_->IsEmpty() && (sample_->Lowest() < low_ || sample_->Highest() > high_);
   if (isOpen && !settings_.table && !settings_.range) title += L" (99 % of the cells)";
+  if (settings_.isSlope && sample_ && sample_->HasSlopeless()) title += L", beige where there is none";
   return title;
 }
 
@@ -133,6 +140,7 @@ bool DtmChart::Arrange(const TextMeasure& measure) {
   plan.legendTitle = LegendTitle();
   plan.legendLow = low_;
   plan.legendHigh = high_;
+  plan.legendStep = IsWhole(settings_.block) ? 1 : 0;
   plan.isOpenBelow = sample_ && !sample_->IsEmpty() && sample_->Lowest() < low_;
   plan.isOpenAbove = sample_ && !sample_->IsEmpty() && sample_->Highest() > high_;
   plan.hasScaleBar = settings_.hasScaleBar;

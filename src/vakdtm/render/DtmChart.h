@@ -37,7 +37,7 @@ struct ChartSettings {
   struct Sun {
     double azimuth = 45;    ///< degrees
     double elevation = 45;  ///< degrees
-    double factor = 5;      ///< by which slopes are exaggerated
+    double factor = 3;      ///< by which slopes are exaggerated
   };
   std::optional<Sun> sun;
   Page rect;             ///< what to show, m; invalid: all cells with a value

@@ -36,7 +36,11 @@ bool DtmValueSample::FindValue(int row, int col, double& value) {
     value = (endOfToday_ - value) / kSecondsOfDay;
   } else if (gradientMode_) {
     value = 0;
-    if (!access_->GetGradientValue(row, col, dVAL, value)) return false;
+    // A cell that has no neighbour above or below comes out as no number.
+    if (!access_->GetGradientValue(row, col, dVAL, value) || std::isnan(value)) {
+      hasSlopeless_ = true;
+      return false;
+    }
   } else {
     value *= unitFactor_;
   }

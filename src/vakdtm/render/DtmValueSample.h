@@ -21,6 +21,9 @@ class DtmValueSample final : public DtmProcessor {
   bool Init(DtmAccess& access) override;
   bool ProcessCell(int row, int col, double& area) override;
 
+  /// Whether there were cells with a value and no slope, in gradient mode.
+  bool HasSlopeless() const { return hasSlopeless_; }
+
   bool IsEmpty() const { return passed_ == 0; }
   std::size_t Count() const { return passed_; }
   /// The extremes; of a sample that isn't empty.
@@ -37,6 +40,7 @@ class DtmValueSample final : public DtmProcessor {
   bool gradientMode_;
   DtmAccess* access_ = nullptr;
   double endOfToday_ = 0;
+  bool hasSlopeless_ = false;
   double lowest_;
   double highest_;
   std::vector<double> values_;

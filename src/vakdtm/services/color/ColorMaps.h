@@ -25,7 +25,7 @@ constexpr int kColorMapClasses = 256;
 /// | "deviation"   | pale                   | dark wine red     | spread                                            |
 /// | "time"        | pale green             | dark violet       | ages: what is new is light                        |
 /// | "uncertainty" | pale                   | dark brown        | uncertainties                                     |
-/// | "slope"       | white                  | black             | gradients                                         |
+/// | "slope"       | pale green             | black             | gradients: what is flat stands out from the paper |
 const std::vector<std::string_view>& ColorMapNames();
 
 /// Whether a built-in table has this name.

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vakdtm/services/geodesy/VakGeoCoordSysBase.h"
@@ -112,6 +113,16 @@ TEST(GeoKeys, AnglesWithoutANumberHaveTheOneOfTheirSize) {
     EXPECT_EQ(keys.numbers[2048], 32767);
     EXPECT_EQ(keys.numbers[2054], c.code);
     EXPECT_NEAR(keys.reals[2061].front(), c.meridian, 1e-12);
+  }
+}
+
+TEST(GeoKeys, APlaneByItsNumberHasTheUnitOfAnglesThatItStandsOn) {
+  for (const auto& [text, code] : {std::pair("EPSG:25831", 9102), std::pair("EPSG:27561", 9105)}) {
+    GeoKeys keys;
+    std::wstring fault;
+    ASSERT_TRUE(MakeGeoKeys(Described(text), L"", keys, fault)) << text;
+    EXPECT_EQ(keys.numbers[2054], code) << text;
+    EXPECT_EQ(keys.reals.size(), 0u) << text;
   }
 }
 

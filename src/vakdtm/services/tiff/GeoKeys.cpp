@@ -407,7 +407,8 @@ bool MakeGeoKeys(const GeoCoordSysDescription& system, const std::wstring& units
     made.numbers[GTModelTypeGeoKey] = ModelTypeProjected;
     made.numbers[ProjectedCSTypeGeoKey] = system.system.code;
     made.texts[GeogCitationGeoKey] = KeyText(system.geographic.name);
-    AddAngularUnit(Degree(), made);
+    // There are no angles in these keys, and readers compare the unit with the register's.
+    AddAngularUnit(SameSize(system.angularUnit.size, kRadiansInDegree) ? Degree() : system.angularUnit, made);
     made.revised = system.isSolid;
     keys = std::move(made);
     return AddHeights(system, keys, fault);

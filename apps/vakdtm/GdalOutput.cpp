@@ -79,8 +79,9 @@ const VakDtmLineModule* LoadLineModule(std::string& error, std::string& remedy) 
     std::error_code code;
     if (std::filesystem::exists(path, code)) return Load(path, error, remedy);
   }
-  error = std::string("this format takes the module ") + kModule + ", which is neither in " + beside.native() +
-          " nor in " + installed.native();
+  error = "this format takes the module ";
+  error += kModule;
+  error += ", which is neither in " + beside.native() + " nor in " + installed.native();
   remedy = "install the package libgdal-dev and build and install the command again, or write .geojson";
   return nullptr;
 }

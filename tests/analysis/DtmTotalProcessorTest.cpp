@@ -582,7 +582,7 @@ TEST(DtmTotalProcessor, AgreesWithAPlainComputationOnRandomModels) {
   const std::vector<int> allKinds = {dVAL, iNUM, dSDV, dMIN, dMAX, fXMN, fYMN, fXMX, fYMX, fDUR, tTIM, fBKS};
   int deviations = 0;
   int rejected = 0;
-  for (int run = 0; run < LongForm(60, 3000); ++run) {
+  for (int run = 0; run < LongForm(600, 3000); ++run) {
     std::vector<int> kinds;
     for (const int id : allKinds) {
       if (pick(4) > 0) kinds.push_back(id);

@@ -177,8 +177,8 @@ TEST(DtmAccess, SetDtmFileTakesSizesAndBlocksOfTheNewFile) {
 // ---- Updaters
 
 TEST(DtmAccess, OwnsItsUpdater) {
-  TestGrid grid;
   Told told;
+  TestGrid grid;
   {
     DtmAccess access(&grid.File());
     auto* const first = new ListUpdater(told);
@@ -194,8 +194,8 @@ TEST(DtmAccess, OwnsItsUpdater) {
 }
 
 TEST(DtmAccess, UpdaterIsToldOfEveryChangeWithItsKind) {
-  TestGrid grid;
   Told told;
+  TestGrid grid;
   grid.Access().SetUpdater(new ListUpdater(told));
   ASSERT_TRUE(grid.Sound(5.5, -0.5, 1));
   ASSERT_TRUE(grid.Access().SetValue(1.5, 2.5, 1, 0, nullptr, nullptr, 0));
@@ -208,8 +208,8 @@ TEST(DtmAccess, UpdaterIsToldOfEveryChangeWithItsKind) {
 }
 
 TEST(DtmAccess, UpdaterIsNotToldOfWhatAnsweredFalseOrChangedNothing) {
-  TestGrid grid;
   Told told;
+  TestGrid grid;
   grid.Access().SetUpdater(new ListUpdater(told));
   EXPECT_FALSE(grid.Sound(0.5, 0.5, std::nan("")));
   EXPECT_FALSE(grid.Set(0, 0, uFCT, 1));
@@ -219,8 +219,8 @@ TEST(DtmAccess, UpdaterIsNotToldOfWhatAnsweredFalseOrChangedNothing) {
 }
 
 TEST(DtmAccess, AreaLockIsntHeldWhileTheUpdaterIsTold) {
-  TestGrid grid;
   Told told;
+  TestGrid grid;
   grid.File().GetArea(0, 0, true);
   int free = 0;
   told.during = [&] {

@@ -27,7 +27,7 @@ TestLocale::TestLocale(const std::string& name, const std::string& source, bool 
   if (force) words.insert(words.begin() + 1, "-c");  // categories that aren't in the source
   const CommandResult made = RunCommand(words).Wait();
   // The C library's newlocale loses the list of folders that it makes of LOCPATH, and nothing else is to be forgiven.
-  folder_.Write("leaks", "leak:__argz_add_sep\n");
+  folder_.Write("leaks", "leak:argz_add_sep\n");
   // 1: done, with warnings.
   if (made.status != 0 && !(force && made.status == 1))
     throw std::runtime_error("no locale " + name_ + ": " + made.err);

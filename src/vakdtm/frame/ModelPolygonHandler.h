@@ -42,9 +42,9 @@ class ModelPolygonHandler {
 
   PolyClipLine polygon_;
   Point origin_;
-  std::array<double, 16> modelView_{};
-  std::array<double, 16> projection_{};
-  std::array<int, 4> viewport_{};
+  [[maybe_unused]] std::array<double, 16> modelView_{};  // of the view; a library without OpenGL has none
+  [[maybe_unused]] std::array<double, 16> projection_{};
+  [[maybe_unused]] std::array<int, 4> viewport_{};
   bool useView_ = false;
   std::vector<PolyClipLine> exclude_;
   bool hasPolygon_ = false;

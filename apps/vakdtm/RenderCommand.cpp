@@ -125,7 +125,7 @@ class Rendering {
   }
   double Progress() const {
     const double painting = HasContours() ? 0.2 : 0.5;
-    switch (phase_) {
+    switch (phase_.load()) {
       case Phase::kWaiting:
         return 0;
       case Phase::kLooking:

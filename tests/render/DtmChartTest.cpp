@@ -185,6 +185,13 @@ TEST(DtmChart, TellsWhyThereIsNone) {
   EXPECT_EQ(Picture(grid, SettingsOf(dVAL)).fault, Fault::kNoneShown);
 }
 
+GTL::Polyline<GTL::Point2D<double>> LineAcross(double y, double length) {
+  GTL::Polyline<GTL::Point2D<double>> line;
+  line.AddBack({0, y});
+  line.AddBack({length, y});
+  return line;
+}
+
 /// A picture that counts what it lends and what images it is given.
 class CountingDevice final : public CDC {
  public:
@@ -193,6 +200,7 @@ class CountingDevice final : public CDC {
   ImageDevice image;
   int lent = 0;
   int drawn = 0;
+  std::vector<std::wstring> texts;
 
   void FillSolidRect(const PixelRect& rect, Color color) override { image.FillSolidRect(rect, color); }
   void DrawPolyline(std::span<const PixelPoint> points) override { image.DrawPolyline(points); }
@@ -214,7 +222,9 @@ class CountingDevice final : public CDC {
   }
 
  protected:
-  void PrintText(int /*x*/, int /*y*/, const std::wstring& /*text*/, const PixelRect* /*clip*/) override {}
+  void PrintText(int /*x*/, int /*y*/, const std::wstring& text, const PixelRect* /*clip*/) override {
+    texts.push_back(text);
+  }
 
  private:
   const bool lends_;
@@ -249,6 +259,32 @@ TEST(DtmChart, CellsArePaintedOnTheDevicesOwnPixelsWhereItHasSome) {
   }
 }
 
+TEST(DtmChart, ContoursAreAskedForWhenTheCellsAreThereAndGetTheirLabels) {
+  TestGrid grid;
+  for (int i = 0; i < 400; ++i) ASSERT_TRUE(grid.Set(i / 20, i % 20, dVAL, -i / 20.0));
+  ChartSettings settings = SettingsOf(dVAL);
+  settings.isBare = true;
+  DtmChart chart(grid.Access(), settings);
+  CountingDevice device(true);
+  ASSERT_TRUE(device.image.Create(1, 1));
+  ASSERT_EQ(chart.Look(MeasureOn(device)), Fault::kNone);
+  ASSERT_TRUE(device.image.Create(chart.Layout().width, chart.Layout().height, 96, 0x123456));
+  int calls = 0;
+  const auto source = [&](const auto& draw) {
+    ++calls;
+    EXPECT_EQ(device.lent, 1);
+    const Color before = device.GetPixel(200, 200);
+    draw({-9.5, true, LineAcross(10, 20)});
+    EXPECT_NE(device.GetPixel(200, 200), before);
+    return true;
+  };
+  ASSERT_EQ(chart.Paint(device, source), Fault::kNone);
+  EXPECT_EQ(calls, 1);
+  ASSERT_FALSE(device.texts.empty());
+  EXPECT_EQ(device.texts.front(), L"\u22129.5");
+  EXPECT_EQ(chart.Paint(device, [](const auto&) { return false; }), Fault::kUnreadable);
+}
+
 TEST(DtmChart, AStoppedOneIsNotPainted) {
   TestGrid grid;
   grid.Draw("-1 -2");
@@ -260,7 +296,9 @@ TEST(DtmChart, AStoppedOneIsNotPainted) {
   DtmChart late(grid.Access(), SettingsOf(dVAL));
   ASSERT_EQ(late.Look(MeasureOn(image)), Fault::kNone);
   late.Stop();
+  image.FillSolidRect({0, 0, 400, 400}, 0x123456);
   EXPECT_EQ(late.Paint(image), Fault::kStopped);
+  EXPECT_EQ(image.GetPixel(0, 0), 0x123456U) << "not even the paper";
 }
 
 TEST(DtmChart, TheSunComesOnlyWhenAskedFor) {

@@ -296,6 +296,7 @@ DtmChart::Fault DtmChart::PaintContours(CDC& device, const ContourSource& contou
 }
 
 DtmChart::Fault DtmChart::Paint(CDC& device, const ContourSource& contours) {
+  if (!running_) return Fault::kStopped;
   const ChartFurniture furniture(device, layout_);
   furniture.DrawPaper();
   if (!running_) return Fault::kStopped;

@@ -658,7 +658,8 @@ TEST(ImageDevice, StoppedItSavesNoMore) {
   const test::TestFolder folder;
   ImageDevice image;
   ASSERT_TRUE(image.Create(300, 300));
-  for (int i = 0; i < 90'000; ++i) image.FillSolidRect({i % 300, i / 300, i % 300 + 1, i / 300 + 1}, i * 0x9E3779B1U);
+  for (int i = 0; i < 90'000; ++i)
+    image.FillSolidRect({i % 300, i / 300, i % 300 + 1, i / 300 + 1}, static_cast<Color>(i) * 0x9E3779B1U);
   std::atomic<bool> running = true;
   ASSERT_TRUE(image.SavePng(folder.WideFile("a.png"), {}, &running));
   EXPECT_GT(folder.Content("a.png").size(), 10'000U);

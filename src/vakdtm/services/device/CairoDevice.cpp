@@ -180,7 +180,8 @@ class PackedScope {
     const cairo_status_t status =
         cairo_surface_set_mime_data(surface_, CAIRO_MIME_TYPE_PNG, data, bytes->size(), destroy, bytes.get());
     // Without it the library packs the pixels itself.
-    if (status == CAIRO_STATUS_SUCCESS) (void)bytes.release();
+    if (status != CAIRO_STATUS_SUCCESS) return;
+    [[maybe_unused]] const std::string* const theLibrarys = bytes.release();
   }
   ~PackedScope() { cairo_surface_set_mime_data(surface_, CAIRO_MIME_TYPE_PNG, nullptr, 0, nullptr, nullptr); }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "vakdtm/render/EndOfToday.h"
 #include "vakdtm/services/color/ColorTable.h"
 #include "vakdtm/services/geometry/PolyClipLine.h"
 #include "vakdtm/store/CellValue.h"
@@ -13,7 +14,6 @@
 namespace vak {
 namespace {
 
-constexpr double kSecondsOfDay = 86400.0;
 constexpr double kRightAngle = 1.570796327;  // as shading has always had it, not the nearest double to a half pi
 
 /// The neighbour of a cell towards the sun; the opposite one is on the other side.

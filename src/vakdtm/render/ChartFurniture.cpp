@@ -17,8 +17,6 @@ constexpr Color kPaper = 0xFFFFFF;
 constexpr Color kInk = 0x202020;
 constexpr Color kCross = 0x808080;
 
-Color Filtered(Color color) { return ColorControl::Instance().GetColor(color, false); }
-
 int Rounded(double value) { return static_cast<int>(std::lround(value)); }
 
 /// Selects a font, and puts the former one back.

@@ -23,8 +23,6 @@ constexpr Color kLight = 0xE8E8E8;
 constexpr Color kPlate = 0xFAFAFA;
 constexpr double kFinest = 0.4;  // pixels
 
-Color Filtered(Color color) { return ColorControl::Instance().GetColor(color, false); }
-
 std::wstring LevelText(double level) {
   std::string text;
   AppendNumber(text, level);

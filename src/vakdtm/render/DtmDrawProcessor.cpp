@@ -30,7 +30,7 @@ constexpr double kRightAngle = 1.570796327;  // with nine decimals, which every 
 constexpr double kUsualElevation = 30.0;
 constexpr double kAmbientShare = 0.1;  // of the light that comes from everywhere, with the sun in the zenith
 
-constexpr Color kBlack = 0;
+constexpr Color kEdge = 0;
 constexpr Color kSpikeAmongOthers = 255;
 constexpr Color kNoSpike = 65280;
 
@@ -118,7 +118,7 @@ bool DtmDrawProcessor::Init(DtmAccess& access) {
   if (marks_ == nullptr && block_ == 0 && !frameAreas_) return false;
   access_ = &access;
   backgroundBefore_ = device_->GetBkColor();
-  pen_ = CreatePen(Pen::kSolid, 1, ColorControl::Instance().GetColor(markColor_, false));
+  pen_ = CreatePen(Pen::kSolid, 1, Filtered(markColor_));
   penBefore_ = device_->SelectPen(pen_);
   endOfToday_ = EndOfToday();
   return true;
@@ -137,7 +137,7 @@ void DtmDrawProcessor::FindSteps() {
 bool DtmDrawProcessor::Fini() {
   access_ = nullptr;
   // A plain pen in between, so that a device which holds on to what is selected lets go of ours first.
-  const Pen ours = device_->SelectPen(CreatePen(Pen::kSolid, 1, kBlack));
+  const Pen ours = device_->SelectPen(CreatePen(Pen::kSolid, 1, kEdge));
   device_->SelectPen(ours);
   device_->SelectPen(penBefore_);
   device_->SetBkColor(backgroundBefore_);
@@ -202,7 +202,7 @@ bool DtmDrawProcessor::MarkCell(int row, int col, double weight, const PixelRect
   if (!(weight > 0.0)) return true;
   marked = true;
   if (!smallCells_) return true;
-  device_->FillSolidRect(rect, ColorControl::Instance().GetColor(markColor_, false));
+  device_->FillSolidRect(rect, Filtered(markColor_));
   return false;
 }
 

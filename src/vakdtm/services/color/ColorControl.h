@@ -38,4 +38,7 @@ class ColorControl {
   std::shared_ptr<const Filter> filter_;  // guarded by mutex_; null: none
 };
 
+/// The colour that a drawing uses for a wanted one.
+inline Color Filtered(Color wanted) { return ColorControl::Instance().GetColor(wanted, false); }
+
 }  // namespace vak

@@ -207,8 +207,6 @@ void AddPath(cairo_t* context, const std::vector<PixelPoint>& points, bool close
   if (closed) cairo_close_path(context);
 }
 
-bool IsFinite(const PixelPoint& point) { return std::isfinite(point.x) && std::isfinite(point.y); }
-
 bool IsParallelToAxes(std::span<const PixelPoint> points) {
   for (std::size_t i = 1; i < points.size(); ++i) {
     if (points[i - 1].x != points[i].x && points[i - 1].y != points[i].y) return false;

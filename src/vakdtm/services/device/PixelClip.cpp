@@ -10,8 +10,6 @@
 namespace vak {
 namespace {
 
-bool IsFinite(const PixelPoint& point) { return std::isfinite(point.x) && std::isfinite(point.y); }
-
 PixelPoint At(const Point& point) { return {point.x, point.y}; }
 
 /// Where a line crosses the value `edge` of one of its coordinates; only asked of lines that do. Reckoned from `a`:
@@ -43,6 +41,8 @@ std::vector<PixelPoint> ClipSide(const std::vector<PixelPoint>& points, double P
 }
 
 }  // namespace
+
+bool IsFinite(const PixelPoint& point) { return std::isfinite(point.x) && std::isfinite(point.y); }
 
 std::vector<PixelRun> ClipPolyline(std::span<const PixelPoint> points, const PixelWindow& window) {
   const Page page(window.left, window.top, window.right, window.bottom);

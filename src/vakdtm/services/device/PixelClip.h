@@ -24,6 +24,8 @@ struct PixelRun {
   bool closed = false;             ///< the last is joined to the first, which isn't repeated
 };
 
+bool IsFinite(const PixelPoint& point);
+
 /// The parts of a polyline that lie in a window. A point that isn't finite makes a gap.
 std::vector<PixelRun> ClipPolyline(std::span<const PixelPoint> points, const PixelWindow& window);
 

@@ -9,10 +9,10 @@
 namespace vak {
 
 void VakFont::Create(const FontInfo& info, const CDC* device) {
-  constexpr std::int64_t kPointsPerInch = 72;
+  constexpr std::int64_t kPointsAnInch = 72;
   constexpr std::int64_t kTallest = 1000;
   const std::int64_t dotsPerInch = device != nullptr ? device->GetDeviceCaps(CDC::kVerticalDotsPerInch) : 96;
-  const std::int64_t pixels = (info.GetSize() * dotsPerInch + kPointsPerInch / 2) / kPointsPerInch;
+  const std::int64_t pixels = (info.GetSize() * dotsPerInch + kPointsAnInch / 2) / kPointsAnInch;
   *this = VakFont();
   name = info.GetName();
   height = static_cast<int>(std::clamp<std::int64_t>(pixels, 1, kTallest));

@@ -18,11 +18,6 @@
 namespace vak {
 namespace {
 
-struct DestroyPj {
-  void operator()(PJ* object) const { proj_destroy(object); }
-};
-using PjOwner = std::unique_ptr<PJ, DestroyPj>;
-
 /// Longitude, latitude in degrees and height above the ellipsoid.
 constexpr const char* kWgs84 = "EPSG:4979";
 

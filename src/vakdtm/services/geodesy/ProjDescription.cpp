@@ -20,11 +20,6 @@ namespace {
 
 using Kind = GeoCoordSysDescription::Kind;
 
-struct DestroyPj {
-  void operator()(PJ* object) const { proj_destroy(object); }
-};
-using PjOwner = std::unique_ptr<PJ, DestroyPj>;
-
 /// By how much of itself a unit's size may differ from the register's, which rounds some.
 constexpr double kSameUnit = 1e-9;
 
@@ -318,6 +313,8 @@ class Describer {
 };
 
 }  // namespace
+
+void DestroyPj::operator()(PJconsts* object) const { proj_destroy(object); }
 
 bool DescribeSystem(pj_ctx* context, const PJconsts* system, GeoCoordSysDescription& description, std::wstring& fault) {
   GeoCoordSysDescription read;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "vakdtm/services/geodesy/GeoCoordSysDescription.h"
@@ -9,6 +10,12 @@ struct PJconsts;
 struct pj_ctx;
 
 namespace vak {
+
+struct DestroyPj {
+  void operator()(PJconsts* object) const;
+};
+/// An object of PROJ with its owner.
+using PjOwner = std::unique_ptr<PJconsts, DestroyPj>;
 
 /// Takes a coordinate system of PROJ apart.
 /// @param context,system  good during the call.

@@ -31,4 +31,7 @@ struct Point {
   double z = 0.0;
 };
 
+/// Whether two points lie above each other: x and y compared exactly, z not at all.
+constexpr bool SamePlace(const Point& a, const Point& b) { return a.x == b.x && a.y == b.y; }
+
 }  // namespace vak

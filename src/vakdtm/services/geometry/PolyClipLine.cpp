@@ -65,8 +65,6 @@ Point Usual(Point point) {
   return point;
 }
 
-bool SamePlace(const Point& a, const Point& b) { return a.x == b.x && a.y == b.y; }
-
 bool HasThreePlaces(std::span<const Point> points) {
   const Point* second = nullptr;
   for (const Point& point : points) {

@@ -13,8 +13,6 @@ namespace {
 /// The order in which the line meets points: by x, and by y where x is the same, as if the line leant a little.
 bool Before(const Point& a, const Point& b) { return a.x < b.x || (a.x == b.x && a.y < b.y); }
 
-bool SamePlace(const Point& a, const Point& b) { return a.x == b.x && a.y == b.y; }
-
 struct Edge {
   Point left;
   Point right;

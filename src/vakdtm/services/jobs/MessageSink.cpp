@@ -9,7 +9,7 @@
 namespace vak {
 namespace {
 
-Installed<MessageSink>& Sink() {
+Installed<MessageSink>& MessageSinks() {
   static Installed<MessageSink> sink;
   return sink;
 }
@@ -17,11 +17,11 @@ Installed<MessageSink>& Sink() {
 }  // namespace
 
 std::shared_ptr<MessageSink> InstallMessageSink(std::shared_ptr<MessageSink> sink) {
-  return Sink().Exchange(std::move(sink));
+  return MessageSinks().Exchange(std::move(sink));
 }
 
 void ShowMessage(MessageIcon icon, const std::wstring& title, const std::wstring& text) {
-  if (const auto sink = Sink().Get()) sink->ShowMessage(icon, title, text);
+  if (const auto sink = MessageSinks().Get()) sink->ShowMessage(icon, title, text);
 }
 
 void ShowMessage(MessageIcon icon, const std::wstring& text) { ShowMessage(icon, {}, text); }

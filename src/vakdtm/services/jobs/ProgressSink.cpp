@@ -8,7 +8,7 @@
 namespace vak {
 namespace {
 
-Installed<ProgressSink>& Sink() {
+Installed<ProgressSink>& ProgressSinks() {
   static Installed<ProgressSink> sink;
   return sink;
 }
@@ -16,9 +16,9 @@ Installed<ProgressSink>& Sink() {
 }  // namespace
 
 std::shared_ptr<ProgressSink> InstallProgressSink(std::shared_ptr<ProgressSink> sink) {
-  return Sink().Exchange(std::move(sink));
+  return ProgressSinks().Exchange(std::move(sink));
 }
 
-std::shared_ptr<ProgressSink> GetProgressSink() { return Sink().Get(); }
+std::shared_ptr<ProgressSink> GetProgressSink() { return ProgressSinks().Get(); }
 
 }  // namespace vak

@@ -235,9 +235,9 @@ ReplayEffort Effort() {
   return {.random = LongForm(16, 400, 8),
           .sizes = LongForm(2, 8),
           .sectors = LongForm(8, 1000, 4),
-          .everyWorksOn = LongForm(16, 2),
-          .byteCuts = LongForm(4, 200),
-          .everyUnsynced = LongForm(8, 1),
+          .everyWorksOn = LongForm(16, 2, 32),
+          .byteCuts = LongForm(4, 200, 2),
+          .everyUnsynced = LongForm(8, 1, 16),
           .seed = 20};
 }
 

@@ -165,7 +165,7 @@ class Victim {
 };
 
 TEST(KilledWriter, LosesNothingThatWasSyncedAndTheModelGoesOn) {
-  const int models = LongForm(2, 40);
+  const int models = LongForm(2, 40, 1);
   constexpr int kKills = 5;  // of a model, which grows and is gone over again
   const std::uint32_t seed = RandomSeed();
   Moments moments(seed);

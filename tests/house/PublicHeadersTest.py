@@ -55,9 +55,26 @@ def compile_alone(root, header):
     return "" if result.returncode == 0 else f"{name}: {result.stderr}"
 
 
+def begins_its_source(root, header):
+    """Whether the header's own source includes it before anything else: compiling that compiles the header alone."""
+    source = header.with_suffix(".cpp")
+    first = next(iter(includes_of(source)), None) if source.is_file() else None
+    return first is not None and first[1] == header.relative_to(root / "src").as_posix()
+
+
+def repeatable_faults(root):
+    return [
+        f"{header.relative_to(root)}: begins without #pragma once"
+        for header in headers_of(root)
+        if not header.read_text(encoding="utf-8").startswith("#pragma once\n")
+    ]
+
+
 def compile_faults(root):
+    """Of the headers that the library's own build doesn't compile alone."""
+    headers = [header for header in headers_of(root) if not begins_its_source(root, header)]
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        answers = pool.map(lambda header: compile_alone(root, header), headers_of(root))
+        answers = pool.map(lambda header: compile_alone(root, header), headers)
         return [answer for answer in answers if answer]
 
 
@@ -69,6 +86,9 @@ class PublicHeaders(unittest.TestCase):
 
     def test_include_the_cxx_library_alone(self):
         self.assertEqual(foreign_includes(ROOT), [])
+
+    def test_may_be_included_twice(self):
+        self.assertEqual(repeatable_faults(ROOT), [])
 
     def test_compile_on_their_own(self):
         self.assertEqual(compile_faults(ROOT), [])
@@ -94,10 +114,19 @@ class PlantedHeader(unittest.TestCase):
             root = self.plant(folder, "#pragma once\ninline std::vector<int> Rows() { return {}; }\n")
             self.assertEqual(len(compile_faults(root)), 1)
 
+    def test_is_left_to_the_source_that_begins_with_it_alone(self):
+        for first, faults in (("store/A.h", 0), ("store/B.h", 1)):
+            with self.subTest(first), tempfile.TemporaryDirectory() as folder:
+                root = self.plant(folder, "#pragma once\ninline std::vector<int> Rows() { return {}; }\n")
+                source = root / "src" / "vakdtm" / "store" / "A.cpp"
+                source.write_text(f'#include "vakdtm/{first}"\n#include "vakdtm/store/A.h"\n', encoding="utf-8")
+                self.assertEqual(len(compile_faults(root)), faults)
+
     def test_without_a_guard_is_caught(self):
         with tempfile.TemporaryDirectory() as folder:
             root = self.plant(folder, "struct Cell {};\n")
             self.assertEqual(len(compile_faults(root)), 1)
+            self.assertEqual(len(repeatable_faults(root)), 1)
 
     def test_that_is_complete_passes(self):
         with tempfile.TemporaryDirectory() as folder:
